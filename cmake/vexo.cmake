@@ -1,0 +1,46 @@
+# vexo_export_map(NAME DIR VERSION_NODE): builds a linker version script from
+# every DIR/*.syms file (one symbol per line, '#' comments) so that exactly the
+# listed symbols leave the shared object. Sets VEXO_MAP_<NAME>.
+function(vexo_export_map name dir node)
+  file(GLOB syms_files CONFIGURE_DEPENDS ${dir}/*.syms)
+  list(SORT syms_files)
+  set(body "")
+  foreach(f ${syms_files})
+    file(STRINGS ${f} lines)
+    foreach(l ${lines})
+      string(REGEX REPLACE "#.*" "" l "${l}")
+      string(STRIP "${l}" l)
+      if(NOT l STREQUAL "")
+        string(APPEND body "    ${l};\n")
+      endif()
+    endforeach()
+  endforeach()
+  set(map ${CMAKE_BINARY_DIR}/${name}.map)
+  file(WRITE ${map}.in "${node} {\n  global:\n${body}  local:\n    *;\n};\n")
+  configure_file(${map}.in ${map} COPYONLY)
+  set(VEXO_MAP_${name} ${map} PARENT_SCOPE)
+endfunction()
+
+# vexo_add_test_dir(DIR): one GoogleTest executable per label in tests/DIR.
+# Files ending in _sim_test.cpp get the label "sim", _slow_test.cpp "slow",
+# the other *_test.cpp "unit".
+function(vexo_add_test_dir dir)
+  file(GLOB all CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${dir}/*_test.cpp)
+  set(sim ${all})
+  list(FILTER sim INCLUDE REGEX "_sim_test\\.cpp$")
+  set(slow ${all})
+  list(FILTER slow INCLUDE REGEX "_slow_test\\.cpp$")
+  set(unit ${all})
+  list(FILTER unit EXCLUDE REGEX "_(sim|slow)_test\\.cpp$")
+  foreach(label unit sim slow)
+    if(${label})
+      set(exe test_${dir}_${label})
+      string(REPLACE "/" "_" exe ${exe})
+      add_executable(${exe} ${${label}})
+      target_link_libraries(${exe} PRIVATE vexo_test_support vexo_all GTest::gtest_main GTest::gmock)
+      target_compile_definitions(${exe} PRIVATE _GNU_SOURCE)
+      gtest_discover_tests(${exe} TEST_PREFIX "${dir}." DISCOVERY_TIMEOUT 60
+        PROPERTIES LABELS ${label} ENVIRONMENT "VEXO_BUILD_DIR=${CMAKE_BINARY_DIR};VEXO_SOURCE_DIR=${PROJECT_SOURCE_DIR}")
+    endif()
+  endforeach()
+endfunction()

@@ -1,0 +1,27 @@
+#!/bin/sh
+# Builds a normal and an ASan/UBSan configuration (plus the fuzz targets
+# when clang is there) and runs the whole suite through ctest.
+set -eu
+top=$(cd "$(dirname "$0")/.." && pwd)
+cd "$top"
+"$top/scripts/deps.sh"
+
+jobs=$(nproc)
+status=0
+
+echo "== normal build =="
+scripts/build.sh build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+(cd build && ctest --output-on-failure -j"$jobs" --timeout 600) || status=1
+
+echo "== ASan/UBSan build =="
+scripts/build.sh build-asan -DCMAKE_BUILD_TYPE=Debug -DVEXO_SANITIZE=ON -DVEXO_BENCH=OFF
+(cd build-asan && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+	ctest --output-on-failure -j"$jobs" --timeout 600 -LE rig) || status=1
+
+if command -v clang++ >/dev/null 2>&1; then
+	echo "== fuzz smoke runs =="
+	CC=clang CXX=clang++ scripts/build.sh build-fuzz -DCMAKE_BUILD_TYPE=Debug -DVEXO_SANITIZE=ON \
+		-DVEXO_FUZZ=ON -DVEXO_BENCH=OFF
+	(cd build-fuzz && ctest --output-on-failure -j"$jobs" -L fuzz) || status=1
+fi
+exit $status

@@ -1,0 +1,80 @@
+// Writers of the per-disk value cache. They take the short name ("sda").
+// tmp-and-rename without a lock: the last writer wins. The rename comes
+// before the close, so a reader may meet the final name still empty and
+// must take that as a temporary miss. Each writer has a temporary file of
+// its own ("<key>.tmp.<pid>.<tid>"): with one shared "<key>.tmp", two
+// writers would open the same inode, one rename would fail, and values of
+// different lengths could be torn.
+#include <cstdio>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "frame/err.h"
+#include "frame/priv.h"
+#include "frame/sysroot.h"
+#include "frame/unique.h"
+
+namespace {
+
+class UmaskGuard {
+public:
+	explicit UmaskGuard(mode_t m) : old_(::umask(m)) {}
+	~UmaskGuard() { ::umask(old_); }
+	UmaskGuard(const UmaskGuard &) = delete;
+	UmaskGuard &operator=(const UmaskGuard &) = delete;
+
+private:
+	mode_t old_;
+};
+
+template <typename Put>
+int writeValue(const char *name, const char *key, Put put)
+{
+	if (!name || !key) {
+		VEXO_ERR(VEXO_ERR_BAD_PARAM);
+		return -1;
+	}
+	UmaskGuard mask(033); // files come out 0644
+	ENTERCriticalSection;
+	char path[128];
+	char tmpBase[128];
+	std::snprintf(path, sizeof(path), "/run/vexostorage/disks/%s/%s", name, key);
+	std::snprintf(tmpBase, sizeof(tmpBase), "/run/vexostorage/disks/%s/%s.tmp", name, key);
+	char tmp[192];
+	std::snprintf(tmp, sizeof(tmp), "%s.%d.%d", tmpBase, static_cast<int>(::getpid()), static_cast<int>(::gettid()));
+	std::FILE *f = vexo::sysroot::fopen(tmp, "w");
+	if (!f)
+		return -1; // no directory for this disk: nothing recorded
+	put(f);
+	int result = vexo::sysroot::rename(tmp, path) == 0 ? 0 : -1;
+	if (result != 0)
+		vexo::sysroot::unlink(tmp);
+	if (std::fclose(f) != 0)
+		vlog(LOG_ERR, "%s:%d Fail to close %s. errno=%m", VEXO_AT, path);
+	return result;
+}
+
+} // namespace
+
+extern "C" {
+
+VEXO_API int VEXODiskUpdateIntValueCacheFile(const char *name, const char *key, int value)
+{
+	return writeValue(name, key, [value](std::FILE *f) { std::fprintf(f, "%d", value); });
+}
+
+VEXO_API int VEXODiskUpdateLLIntValueCacheFile(const char *name, const char *key, long long value)
+{
+	return writeValue(name, key, [value](std::FILE *f) { std::fprintf(f, "%lld", value); });
+}
+
+VEXO_API int VEXODiskUpdateStrValueCacheFile(const char *name, const char *key, const char *value)
+{
+	if (!value) {
+		VEXO_ERR(VEXO_ERR_BAD_PARAM);
+		return -1;
+	}
+	return writeValue(name, key, [value](std::FILE *f) { std::fputs(value, f); });
+}
+
+} // extern "C"
