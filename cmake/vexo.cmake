@@ -40,7 +40,7 @@ function(vexo_add_test_dir dir)
       target_link_libraries(${exe} PRIVATE vexo_test_support vexo_all GTest::gtest_main GTest::gmock)
       target_compile_definitions(${exe} PRIVATE _GNU_SOURCE)
       gtest_discover_tests(${exe} TEST_PREFIX "${dir}." DISCOVERY_TIMEOUT 60
-        PROPERTIES LABELS ${label} ENVIRONMENT "VEXO_BUILD_DIR=${CMAKE_BINARY_DIR};VEXO_SOURCE_DIR=${PROJECT_SOURCE_DIR}")
+        PROPERTIES LABELS ${label} ENVIRONMENT "VEXO_BUILD_DIR=${CMAKE_BINARY_DIR}")
     endif()
   endforeach()
 endfunction()

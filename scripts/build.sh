@@ -1,5 +1,6 @@
 #!/bin/sh
 # build.sh DIR [cmake options...]: configures (once) and builds one tree.
+# VEXO_BUILD_TARGET names one target to build instead of all.
 set -eu
 dir=$1
 shift
@@ -7,4 +8,4 @@ top=$(cd "$(dirname "$0")/.." && pwd)
 if [ ! -f "$dir/build.ninja" ]; then
 	cmake -S "$top" -B "$dir" -G Ninja "$@" >/dev/null
 fi
-cmake --build "$dir" -- -j"$(nproc)"
+cmake --build "$dir" ${VEXO_BUILD_TARGET:+--target "$VEXO_BUILD_TARGET"} -- -j"$(nproc)"

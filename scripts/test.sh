@@ -20,7 +20,7 @@ scripts/build.sh build-asan -DCMAKE_BUILD_TYPE=Debug -DVEXO_SANITIZE=ON -DVEXO_B
 
 if command -v clang++ >/dev/null 2>&1; then
 	echo "== fuzz smoke runs =="
-	CC=clang CXX=clang++ scripts/build.sh build-fuzz -DCMAKE_BUILD_TYPE=Debug -DVEXO_SANITIZE=ON \
+	CC=clang CXX=clang++ VEXO_BUILD_TARGET=fuzzers scripts/build.sh build-fuzz -DCMAKE_BUILD_TYPE=Debug -DVEXO_SANITIZE=ON \
 		-DVEXO_FUZZ=ON -DVEXO_BENCH=OFF
 	(cd build-fuzz && ctest --output-on-failure -j"$jobs" -L fuzz) || status=1
 fi

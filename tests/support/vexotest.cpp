@@ -222,13 +222,13 @@ pid_t startNamedProcess(const std::string &name)
 std::string sourceDir()
 {
 	const char *s = std::getenv("VEXO_SOURCE_DIR");
-	return s ? s : "";
+	return s && *s ? s : VEXO_TEST_SOURCE_DIR;
 }
 
 std::string buildDir()
 {
 	const char *s = std::getenv("VEXO_BUILD_DIR");
-	return s ? s : "";
+	return s && *s ? s : VEXO_TEST_BUILD_DIR;
 }
 
 std::string sharedDataDir()
