@@ -158,12 +158,11 @@ private:
 		tree_.file(sdev + "/scsi_generic/" + sg + "/dev", "21:" + std::to_string(nextSg_) + "\n");
 		tree_.link("/sys/class/scsi_generic/" + sg, sdev + "/scsi_generic/" + sg);
 		++nextSg_;
-		blockDevice(sdev, sdev, d);
+		blockDevice(sdev + "/block/" + d.name, sdev, d);
 	}
 
-	void blockDevice(const std::string &parent, const std::string &deviceLink, const Device &d)
+	void blockDevice(const std::string &blk, const std::string &deviceLink, const Device &d)
 	{
-		std::string blk = parent + "/block/" + d.name;
 		auto [major, minor] = devNumber(d);
 		uint64_t sectors = d.sizeBytes / 512;
 		tree_.file(blk + "/size", std::to_string(sectors) + "\n");
@@ -319,7 +318,7 @@ private:
 		tree_.file(ctrl + "/address", endpoint.substr(endpoint.rfind('/') + 1) + "\n");
 		tree_.link(ctrl + "/device", endpoint);
 		tree_.link("/sys/class/nvme/" + ctrlName, ctrl);
-		blockDevice(ctrl, ctrl, d);
+		blockDevice(ctrl + "/" + d.name, ctrl, d); // NVMe namespaces sit right under their controller
 	}
 
 	void usbDevices()

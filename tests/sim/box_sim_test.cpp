@@ -1,0 +1,294 @@
+// vexosim build and run, end to end through the executable: the root it
+// writes is read back through the sysroot seam as the library reads it.
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <json-c/json.h>
+#include <sstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "frame/sysroot.h"
+#include "frame/unique.h"
+#include "support/vexotest.h"
+
+namespace fs = std::filesystem;
+using vexo::test::ScopedEnv;
+
+namespace {
+
+struct Ran {
+	int status = -1;
+	std::string out; // stdout and stderr together
+};
+
+std::string vexosim()
+{
+	return vexo::test::buildDir() + "/bin/vexosim";
+}
+
+Ran run(const std::vector<std::string> &args)
+{
+	int fds[2];
+	if (::pipe(fds) != 0)
+		return {};
+	pid_t pid = ::fork();
+	if (pid == 0) {
+		::dup2(fds[1], 1);
+		::dup2(fds[1], 2);
+		::close(fds[0]);
+		::close(fds[1]);
+		std::vector<char *> argv;
+		std::string exe = vexosim();
+		argv.push_back(exe.data());
+		for (const auto &a : args)
+			argv.push_back(const_cast<char *>(a.c_str()));
+		argv.push_back(nullptr);
+		::execv(exe.c_str(), argv.data());
+		::_exit(126);
+	}
+	::close(fds[1]);
+	Ran r;
+	char buf[4096];
+	ssize_t n;
+	while ((n = ::read(fds[0], buf, sizeof buf)) > 0)
+		r.out.append(buf, (size_t)n);
+	::close(fds[0]);
+	int st = 0;
+	::waitpid(pid, &st, 0);
+	r.status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+	return r;
+}
+
+struct TempDir {
+	TempDir()
+	{
+		char t[] = "/tmp/vexosim-test.XXXXXX";
+		path = ::mkdtemp(t);
+	}
+	~TempDir() { fs::remove_all(path); }
+	std::string path;
+};
+
+// Through the seam, as the library reads it.
+std::string readApp(const std::string &path)
+{
+	vexo::UniqueFile f(vexo::sysroot::fopen(path.c_str(), "r"));
+	if (!f)
+		return "<missing " + path + ">";
+	std::string s;
+	char buf[512];
+	while (size_t n = std::fread(buf, 1, sizeof buf, f.get()))
+		s.append(buf, n);
+	return s;
+}
+
+std::string firstLine(const std::string &path)
+{
+	std::string s = readApp(path);
+	return s.substr(0, s.find('\n'));
+}
+
+// key="value" files as the appliance keeps them.
+std::string keyValue(const std::string &path, const std::string &key)
+{
+	std::istringstream in(readApp(path));
+	std::string line;
+	while (std::getline(in, line))
+		if (line.compare(0, key.size() + 1, key + "=") == 0) {
+			std::string v = line.substr(key.size() + 1);
+			if (v.size() >= 2 && v.front() == '"' && v.back() == '"')
+				v = v.substr(1, v.size() - 2);
+			return v;
+		}
+	return "<no " + key + ">";
+}
+
+std::string realpathOf(const std::string &path)
+{
+	char out[PATH_MAX];
+	return vexo::sysroot::realpath(path.c_str(), out) ? out : "<unresolved " + path + ">";
+}
+
+std::vector<std::string> globOf(const std::string &pattern)
+{
+	std::vector<std::string> m;
+	EXPECT_EQ(vexo::sysroot::glob(pattern.c_str(), m), 0) << pattern;
+	return m;
+}
+
+struct Json {
+	explicit Json(json_object *o) : obj(o) {}
+	~Json() { json_object_put(obj); }
+	json_object *obj;
+	json_object *at(const char *k) const
+	{
+		json_object *v = nullptr;
+		json_object_object_get_ex(obj, k, &v);
+		return v;
+	}
+	std::string str(const char *k) const
+	{
+		json_object *v = at(k);
+		return v ? json_object_get_string(v) : "<no " + std::string(k) + ">";
+	}
+	int64_t num(const char *k) const { return at(k) ? json_object_get_int64(at(k)) : -1; }
+};
+
+// ctest's environment may lack VEXO_SOURCE_DIR; this file knows where it is.
+std::string sourceTree()
+{
+	std::string s = vexo::test::sourceDir();
+	if (!s.empty())
+		return s;
+	s = __FILE__;
+	return s.substr(0, s.rfind("/tests/sim/"));
+}
+
+std::string example(const std::string &name)
+{
+	return sourceTree() + "/examples/" + name;
+}
+
+} // namespace
+
+class BundledBox : public ::testing::TestWithParam<std::string> {};
+
+// Every bundled description builds, and each of its devices reads back as
+// the library finds it: kernel-shaped links, port numbers, sizes and the
+// drive node's identity.
+TEST_P(BundledBox, DevicesReadBackThroughTheSeam)
+{
+	TempDir tmp;
+	std::string root = tmp.path + "/root";
+	Ran r = run({"build", example(GetParam()), root});
+	ASSERT_EQ(r.status, 0) << r.out;
+	ScopedEnv env("VEXO_SYSROOT", root.c_str());
+
+	Json desc(json_object_from_file(example(GetParam()).c_str()));
+	ASSERT_TRUE(desc.obj);
+	json_object *devs = desc.at("devices");
+	ASSERT_TRUE(devs);
+	std::string partitions = readApp("/proc/partitions");
+	for (size_t i = 0; i < json_object_array_length(devs); ++i) {
+		Json d(json_object_get(json_object_array_get_idx(devs, i)));
+		std::string name = d.str("name");
+		SCOPED_TRACE(name);
+		std::string blk = "/sys/block/" + name;
+		std::string real = realpathOf(blk);
+		EXPECT_EQ(real.rfind("/sys/devices/pci0000:00/", 0), 0u) << real;
+		// NVMe namespaces sit right under their controller, all else in a block/ folder.
+		EXPECT_TRUE(real.ends_with((d.str("protocol") == "nvme" ? "/" : "/block/") + name)) << real;
+
+		uint64_t size = (uint64_t)d.num("size_bytes");
+		EXPECT_EQ(firstLine(blk + "/size"), std::to_string(size / 512));
+		int64_t lbs = d.at("logical_block_size") ? d.num("logical_block_size") : 512;
+		EXPECT_EQ(firstLine(blk + "/queue/logical_block_size"), std::to_string(lbs));
+		bool ssd = d.at("rotational") ? !json_object_get_boolean(d.at("rotational"))
+					      : d.num("rotation_rate") == 1;
+		EXPECT_EQ(firstLine(blk + "/queue/rotational"), ssd ? "0" : "1");
+		EXPECT_NE(partitions.find(" " + std::to_string(size / 1024) + " " + name + "\n"), std::string::npos);
+		EXPECT_EQ(vexo::sysroot::access(("/run/vexostorage/disks/" + name).c_str(), F_OK), 0);
+
+		Json node(json_tokener_parse(readApp("/dev/" + name).c_str()));
+		ASSERT_TRUE(node.obj) << readApp("/dev/" + name);
+		for (const char *k : {"protocol", "model", "serial", "firmware"})
+			EXPECT_EQ(node.str(k), d.str(k)) << k;
+		EXPECT_EQ((uint64_t)node.num("size_bytes"), size);
+		EXPECT_EQ(node.num("logical_block_size"), lbs);
+		EXPECT_EQ(node.num("rotation_rate") == 1, ssd);
+
+		std::string where = d.str("where");
+		if (d.str("protocol") == "nvme") {
+			std::string slotKey = "pci" + std::to_string(d.num("slot"));
+			std::string ports = readApp("/etc.defaults/extensionPorts");
+			EXPECT_EQ(ports.rfind("[pci]\n", 0), 0u);
+			std::string id = keyValue("/etc.defaults/extensionPorts", slotKey);
+			EXPECT_NE(real.find("/" + id + "/"), std::string::npos) << real;
+			EXPECT_NE(real.find("/nvme/nvme"), std::string::npos) << real;
+			continue;
+		}
+		// SATA and USB disks: a SCSI device with its generic node and host.
+		EXPECT_EQ(globOf(blk + "/device/scsi_generic/sg*").size(), 1u);
+		EXPECT_EQ(firstLine(blk + "/device/model"), d.str("model"));
+		auto procNames = globOf(blk + "/device/../../scsi_host/host*/proc_name");
+		ASSERT_EQ(procNames.size(), 1u);
+		EXPECT_EQ(firstLine(procNames[0]), where == "usb" ? "usb-storage" : "ahci");
+		auto portNo = globOf(blk + "/../../../../../ata_port/ata*/port_no");
+		if (where == "usb") {
+			EXPECT_TRUE(portNo.empty());
+			EXPECT_NE(real.find("/usb"), std::string::npos) << real;
+		} else {
+			ASSERT_EQ(portNo.size(), 1u);
+			int64_t expect = where == "bay" ? d.num("bay") : where == "esata" || where == "unit" ? d.num("port") : d.num("position");
+			EXPECT_EQ(firstLine(portNo[0]), std::to_string(expect));
+		}
+	}
+
+	// No link points outside the root or by an absolute path.
+	for (auto it = fs::recursive_directory_iterator(root); it != fs::recursive_directory_iterator(); ++it) {
+		if (!it->is_symlink())
+			continue;
+		std::string text = fs::read_symlink(it->path());
+		EXPECT_NE(text[0], '/') << it->path();
+		std::string target = fs::canonical(it->path()).string();
+		EXPECT_EQ(target.rfind(fs::canonical(root).string() + "/", 0), 0u) << it->path();
+	}
+}
+
+INSTANTIATE_TEST_SUITE_P(Examples, BundledBox, ::testing::Values("box12.json"),
+			 [](const auto &info) { return info.param.substr(0, info.param.find('.')); });
+
+// The demo box in detail: port maps, the product files, the unit's host and
+// the kernel's exact paths.
+TEST(Box12, ProductFilesAndKernelPaths)
+{
+	TempDir tmp;
+	std::string root = tmp.path + "/root";
+	Ran r = run({"build", example("box12.json"), root});
+	ASSERT_EQ(r.status, 0) << r.out;
+	ScopedEnv env("VEXO_SYSROOT", root.c_str());
+
+	const std::string info = "/etc.defaults/vexoinfo.conf";
+	EXPECT_EQ(keyValue(info, "upnpmodelname"), "VX1222");
+	EXPECT_EQ(keyValue(info, "maxdisks"), "12");
+	EXPECT_EQ(keyValue(info, "internalportcfg"), "0xfff");
+	EXPECT_EQ(keyValue(info, "esataportcfg"), "0x1000"); // sdm
+	EXPECT_EQ(keyValue(info, "usbportcfg"), "0x6000");   // sdn, sdo
+	EXPECT_EQ(keyValue(info, "cacheportcfg"), "0x0");
+	EXPECT_EQ(std::strtoull(keyValue(info, "internalportcfg").c_str(), nullptr, 16), 0xfffULL);
+	EXPECT_EQ(readApp("/etc/vexoinfo.conf"), "");
+	EXPECT_EQ(keyValue("/etc.defaults/VERSION", "base"), "72806");
+	EXPECT_EQ(keyValue("/etc.defaults/VERSION", "nano"), "3");
+	EXPECT_EQ(keyValue("/usr/vexo/vexoman/webman/texts/enu/strings", "volume_disk_info"), "Drive");
+	EXPECT_EQ(keyValue("/usr/vexo/vexoman/webman/texts/enu/strings", "dedicated_ssd_cache"), "Cache device");
+
+	EXPECT_EQ(realpathOf("/sys/block/sda"), "/sys/devices/pci0000:00/0000:00:17.0/ata1/host0/target0:0:0/0:0:0:0/block/sda");
+	EXPECT_EQ(firstLine("/sys/devices/pci0000:00/0000:00:17.0/ata1/ata_port/ata1/port_no"), "1");
+	EXPECT_EQ(firstLine("/sys/devices/pci0000:00/0000:00:17.0/ata1/host0/scsi_host/host0/proc_name"), "ahci");
+	EXPECT_EQ(readApp("/sys/block/sda/device/vendor"), "ATA     \n");
+	// Bay 7 is empty: its port and host exist, its disk does not.
+	EXPECT_EQ(firstLine("/sys/class/scsi_host/host6/vexo_diskname_trans"), "sdg");
+	EXPECT_NE(vexo::sysroot::access("/sys/block/sdg", F_OK), 0);
+	EXPECT_NE(vexo::sysroot::access("/dev/sdg", F_OK), 0);
+
+	// The expansion unit hangs off host12 (ata13), one link per bay.
+	const std::string host = "/sys/class/scsi_host/host12";
+	EXPECT_EQ(firstLine(host + "/vexo_diskname_trans"), "sdm");
+	EXPECT_EQ(keyValue(host + "/vexo_pm_info", "vexo_device_list"), "/dev/sdma /dev/sdmb /dev/sdmc /dev/sdme");
+	EXPECT_EQ(keyValue(host + "/vexo_pm_info", "Unique"), "XU05");
+	EXPECT_EQ(keyValue(host + "/vexo_pm_info", "deviceid"), "0x3726");
+	EXPECT_EQ(keyValue(host + "/vexo_pm_info", "EMID"), "0");
+	EXPECT_EQ(keyValue("/sys/class/scsi_host/host0/vexo_pm_info", "vexo_device_list"), "");
+	EXPECT_TRUE(realpathOf("/sys/block/sdme").ends_with("/ata13/host12/target12:4:0/12:4:0:0/block/sdme"));
+
+	EXPECT_EQ(realpathOf("/sys/block/nvme1n1"),
+		  "/sys/devices/pci0000:00/0000:00:01.0/0000:01:00.0/0000:02:01.0/0000:04:00.0/nvme/nvme1/nvme1n1");
+	EXPECT_EQ(realpathOf("/sys/block/nvme1n1/device"),
+		  "/sys/devices/pci0000:00/0000:00:01.0/0000:01:00.0/0000:02:01.0/0000:04:00.0/nvme/nvme1");
+
+	// The USB disk's partition, in sysfs and in the kernel's table.
+	EXPECT_EQ(firstLine("/sys/block/sdn/sdn1/partition"), "1");
+	EXPECT_EQ(firstLine("/sys/block/sdn/sdn1/start"), "2048");
+	EXPECT_NE(readApp("/proc/partitions").find("   8      209 1953479680 sdn1\n"), std::string::npos);
+}
