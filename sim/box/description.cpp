@@ -446,9 +446,9 @@ Box parse(const std::string &file)
 		json_object *j = json_object_array_get_idx(devs, i);
 		Device d = parseDevice(file, at, j);
 		Obj o(file, at, j);
-		checkPlace(box, o, d);
 		if (auto [it, fresh] = names.emplace(d.name, at); !fresh)
 			o.fail("name", "duplicate name \"" + d.name + "\" (also " + it->second + ")");
+		checkPlace(box, o, d);
 		if (auto [it, fresh] = places.emplace(placeKey(d), at); !fresh)
 			o.fail("where", placeKey(d) + " is taken by " + it->second);
 		box.devices.push_back(std::move(d));

@@ -89,19 +89,23 @@ std::string firstLine(const std::string &path)
 	return s.substr(0, s.find('\n'));
 }
 
-// key="value" files as the appliance keeps them.
+// Configuration values through the core library, as the library reads them.
 std::string keyValue(const std::string &path, const std::string &key)
 {
-	std::istringstream in(readApp(path));
-	std::string line;
-	while (std::getline(in, line))
-		if (line.compare(0, key.size() + 1, key + "=") == 0) {
-			std::string v = line.substr(key.size() + 1);
-			if (v.size() >= 2 && v.front() == '"' && v.back() == '"')
-				v = v.substr(1, v.size() - 2);
-			return v;
-		}
-	return "<no " + key + ">";
+	char out[512];
+	int n = VLIBCFileGetKeyValue(path.c_str(), key.c_str(), out, sizeof out, 0);
+	return n > 0 ? out : n == 0 ? "" : "<no " + key + " in " + path + ">";
+}
+
+std::string sectionValue(const std::string &path, const std::string &section, const std::string &key)
+{
+	PVLIBSZHASH hash = VLIBCSzHashAlloc(16);
+	std::string v = "<no " + section + "." + key + ">";
+	if (VLIBCFileGetSection(path.c_str(), section.c_str(), &hash) >= 0)
+		if (const char *s = VLIBCSzHashGetValue(hash, key.c_str()))
+			v = s;
+	VLIBCSzHashFree(hash);
+	return v;
 }
 
 std::string realpathOf(const std::string &path)
@@ -201,9 +205,7 @@ TEST_P(BundledBox, DevicesReadBackThroughTheSeam)
 		std::string where = d.str("where");
 		if (d.str("protocol") == "nvme") {
 			std::string slotKey = "pci" + std::to_string(d.num("slot"));
-			std::string ports = readApp("/etc.defaults/extensionPorts");
-			EXPECT_EQ(ports.rfind("[pci]\n", 0), 0u);
-			std::string id = keyValue("/etc.defaults/extensionPorts", slotKey);
+			std::string id = sectionValue("/etc.defaults/extensionPorts", "pci", slotKey);
 			EXPECT_NE(real.find("/" + id + "/"), std::string::npos) << real;
 			EXPECT_NE(real.find("/nvme/nvme"), std::string::npos) << real;
 			continue;
@@ -258,6 +260,11 @@ TEST(Box12, ProductFilesAndKernelPaths)
 	EXPECT_EQ(keyValue(info, "cacheportcfg"), "0x0");
 	EXPECT_EQ(std::strtoull(keyValue(info, "internalportcfg").c_str(), nullptr, 16), 0xfffULL);
 	EXPECT_EQ(readApp("/etc/vexoinfo.conf"), "");
+	char bays[16];
+	EXPECT_EQ(VLIBCINFOGetKeyValue("maxdisks", bays, sizeof bays), 2);
+	EXPECT_EQ(VLIBCMaxDiskGet(), 12);
+	EXPECT_EQ(VLIBCSupportNVMe(), 1);
+	EXPECT_EQ(VLIBCSupportSAS(), 0);
 	EXPECT_EQ(keyValue("/etc.defaults/VERSION", "base"), "72806");
 	EXPECT_EQ(keyValue("/etc.defaults/VERSION", "nano"), "3");
 	EXPECT_EQ(keyValue("/usr/vexo/vexoman/webman/texts/enu/strings", "volume_disk_info"), "Drive");
@@ -291,4 +298,191 @@ TEST(Box12, ProductFilesAndKernelPaths)
 	EXPECT_EQ(firstLine("/sys/block/sdn/sdn1/partition"), "1");
 	EXPECT_EQ(firstLine("/sys/block/sdn/sdn1/start"), "2048");
 	EXPECT_NE(readApp("/proc/partitions").find("   8      209 1953479680 sdn1\n"), std::string::npos);
+}
+
+// A bad description is refused with the place of the fault, and nothing is
+// written.
+TEST(Describe, RefusesBadDescriptions)
+{
+	const std::string good = R"({"model": "VX0200", "version": {"base": 1, "nano": 0},
+		"ports": {"internal": 2},
+		"devices": [{"name": "sda", "where": "bay", "bay": 1, "protocol": "ata", "model": "M",
+			     "serial": "S1", "firmware": "F", "size_bytes": 1048576, "rotational": true}]})";
+	struct Case {
+		std::string from, to, message;
+	};
+	const std::vector<Case> cases = {
+		{"", "", ""}, // the unchanged description builds
+		{R"("bay": 1,)", R"("bay": 3,)", "devices[0].bay: 3 out of range: the box has 2 internal bays"},
+		{R"("bay": 1,)", R"("bay": 0,)", "devices[0].bay: out of range: 0 (1 to 26)"},
+		{R"("protocol": "ata")", R"("protocol": "sas")", "devices[0].protocol: unknown protocol \"sas\""},
+		{R"("serial": "S1", )", "", "devices[0].serial: missing"},
+		{R"("serial": "S1")", R"("serial": "")", "devices[0].serial: must not be empty"},
+		{R"("serial": "S1")", R"("serail": "S1")", "devices[0].serial: missing"},
+		{R"("rotational": true)", R"("rotational": true, "colour": "red")", "devices[0].colour: unknown key"},
+		{R"("rotational": true)", "", "devices[0].rotational: missing"},
+		{R"("size_bytes": 1048576)", R"("size_bytes": 1048577)",
+		 "devices[0].size_bytes: must be a multiple of logical_block_size"},
+		{R"("name": "sda")", R"("name": "sdb")", "devices[0].name: \"sdb\" cannot sit there: that place is \"sda\""},
+		{R"("where": "bay")", R"("where": "attic")", "devices[0].where: unknown place \"attic\""},
+		{R"("nano": 0)", R"("nano": -1)", "version.nano: out of range"},
+		{R"("base": 1, )", "", "version.base: missing"},
+		{R"("model": "VX0200", )", "", "model: missing"},
+		{R"("internal": 2)", R"("internal": 20, "usb": 7)", "ports: more than 26 ports"},
+		{R"("ports")", R"("vexoinfo": {"maxdisks": 3}, "ports")", "vexoinfo.maxdisks: set from model"},
+		{R"("rotational": true}])",
+		 R"("rotational": true}, {"name": "sda", "where": "bay", "bay": 2, "protocol": "ata", "model": "M",
+		    "serial": "S2", "firmware": "F", "size_bytes": 1048576, "rotational": true}])",
+		 "devices[1].name: duplicate name \"sda\" (also devices[0])"},
+		{R"("rotational": true)", R"("rotational": true, "partitions": [{"size_bytes": 1048576}])",
+		 "devices[0].partitions[0].size_bytes: partition ends beyond the end of the disk"},
+		{R"("where": "bay", "bay": 1)", R"("where": "unit", "port": 1, "bay": 1)",
+		 "devices[0].port: no expansion unit on eSATA port 1"},
+		{R"("where": "bay", "bay": 1)", R"("where": "pci", "slot": 1, "position": 1)",
+		 "devices[0].slot: no PCI slot 1 in pci_slots"},
+		{"]}", "]", "not JSON"},
+	};
+	TempDir tmp;
+	for (size_t i = 0; i < cases.size(); ++i) {
+		const Case &c = cases[i];
+		SCOPED_TRACE(c.message.empty() ? "the good one" : c.message);
+		std::string text = good;
+		if (!c.from.empty()) {
+			size_t at = text.find(c.from);
+			ASSERT_NE(at, std::string::npos) << c.from;
+			text.replace(at, c.from.size(), c.to);
+		}
+		std::string file = tmp.path + "/box" + std::to_string(i) + ".json";
+		std::ofstream(file) << text;
+		std::string root = tmp.path + "/root" + std::to_string(i);
+		Ran r = run({"build", file, root});
+		if (c.message.empty()) {
+			EXPECT_EQ(r.status, 0) << r.out;
+			continue;
+		}
+		EXPECT_EQ(r.status, 2) << r.out;
+		EXPECT_EQ(r.out.rfind("vexosim: " + file + ": ", 0), 0u) << r.out;
+		EXPECT_NE(r.out.find(c.message), std::string::npos) << r.out;
+		EXPECT_FALSE(fs::exists(root));
+	}
+	EXPECT_EQ(fs::directory_iterator(tmp.path)->path().filename().string().find(".vexosim-new"),
+		  std::string::npos);
+	Ran missing = run({"build", tmp.path + "/absent.json", tmp.path + "/r"});
+	EXPECT_EQ(missing.status, 2);
+	EXPECT_NE(missing.out.find("absent.json: cannot read: No such file or directory"), std::string::npos);
+}
+
+// A rebuild replaces an earlier root whole; a directory vexosim did not
+// write is never replaced.
+TEST(Describe, ReplacesOnlyItsOwnRoots)
+{
+	TempDir tmp;
+	std::string root = tmp.path + "/root";
+	ASSERT_EQ(run({"build", example("box12.json"), root}).status, 0);
+	std::ofstream(root + "/dev/stale") << "left from before";
+	Ran again = run({"build", example("box12.json"), root});
+	ASSERT_EQ(again.status, 0) << again.out;
+	EXPECT_FALSE(fs::exists(root + "/dev/stale"));
+	EXPECT_TRUE(fs::exists(root + "/dev/sda"));
+	for (const auto &e : fs::directory_iterator(tmp.path))
+		EXPECT_EQ(e.path().filename(), "root") << "left behind: " << e.path();
+
+	std::string foreign = tmp.path + "/home";
+	fs::create_directories(foreign);
+	std::ofstream(foreign + "/notes.txt") << "mine";
+	Ran r = run({"build", example("box12.json"), foreign});
+	EXPECT_EQ(r.status, 1);
+	EXPECT_NE(r.out.find("refusing to replace " + foreign + ": it is not empty and was not written by vexosim"),
+		  std::string::npos)
+		<< r.out;
+	EXPECT_TRUE(fs::exists(foreign + "/notes.txt"));
+	EXPECT_FALSE(fs::exists(foreign + "/dev"));
+
+	std::string empty = tmp.path + "/empty";
+	fs::create_directories(empty);
+	EXPECT_EQ(run({"build", example("box12.json"), empty}).status, 0);
+	EXPECT_TRUE(fs::exists(empty + "/sys/block/sda"));
+}
+
+// System devices, SATA devices on an adapter card, drive pass-through and
+// partitions of the p-style names.
+TEST(Describe, SystemAndCardDevices)
+{
+	TempDir tmp;
+	std::string file = tmp.path + "/box.json";
+	std::ofstream(file) << R"({"model": "VX0400", "version": {"base": 9, "nano": 1},
+		"ports": {"internal": 4},
+		"pci_slots": [{"slot": 2, "pci_id": "0000:00:1c.4", "card": "M2D18", "sockets": 2}],
+		"devices": [
+		  {"name": "sysd1", "where": "sys", "position": 1, "protocol": "ata", "model": "SYS DOM",
+		   "serial": "D1", "firmware": "F1", "size_bytes": 8589934592, "rotational": false},
+		  {"name": "nvc2", "where": "pci", "slot": 2, "position": 2, "protocol": "ata",
+		   "model": "SATA M2", "serial": "N2", "firmware": "F2", "size_bytes": 256060514304,
+		   "logical_block_size": 4096, "rotational": false,
+		   "partitions": [{"size_bytes": 1048576}, {"size_bytes": 2097152}],
+		   "drive": {"temperature": 41, "firmware": "F2-EMU", "smart": {"attributes": [5, 9]}}}]})";
+	std::string root = tmp.path + "/root";
+	Ran r = run({"build", file, root});
+	ASSERT_EQ(r.status, 0) << r.out;
+	ScopedEnv env("VEXO_SYSROOT", root.c_str());
+
+	EXPECT_EQ(realpathOf("/sys/block/sysd1"),
+		  "/sys/devices/pci0000:00/0000:00:12.0/ata5/host4/target4:0:0/4:0:0:0/block/sysd1");
+	std::string nvc = realpathOf("/sys/block/nvc2");
+	EXPECT_EQ(nvc.rfind("/sys/devices/pci0000:00/0000:00:1c.4/", 0), 0u) << nvc;
+	auto port = globOf("/sys/block/nvc2/../../../../../ata_port/ata*/port_no");
+	ASSERT_EQ(port.size(), 1u);
+	EXPECT_EQ(firstLine(port[0]), "2");
+	EXPECT_EQ(sectionValue("/etc.defaults/extensionPorts", "pci", "pci2"), "0000:00:1c.4");
+	EXPECT_EQ(firstLine("/sys/block/nvc2/size"), "500118192");
+	EXPECT_EQ(firstLine("/sys/block/nvc2/queue/logical_block_size"), "4096");
+	EXPECT_EQ(firstLine("/sys/block/nvc2/nvc2p2/start"), "4096");
+	std::string parts = readApp("/proc/partitions");
+	EXPECT_NE(parts.find(" nvc2p1\n"), std::string::npos) << parts;
+	EXPECT_NE(parts.find(" 2048 nvc2p2\n"), std::string::npos) << parts;
+	EXPECT_EQ(keyValue("/etc.defaults/vexoinfo.conf", "esataportcfg"), "0x0");
+
+	// The drive object lands over the identity, key for key, and nothing else.
+	Json node(json_tokener_parse(readApp("/dev/nvc2").c_str()));
+	ASSERT_TRUE(node.obj);
+	EXPECT_EQ(node.str("firmware"), "F2-EMU");
+	EXPECT_EQ(node.num("temperature"), 41);
+	EXPECT_EQ(node.str("vendor"), "ATA");
+	EXPECT_EQ(json_object_array_length(json_object_object_get(node.at("smart"), "attributes")), 2u);
+	EXPECT_EQ(json_object_object_length(node.obj), 10);
+}
+
+// run: the command sees the box as its root and the drive emulator as its
+// device backend, and nothing passes through a shell.
+TEST(Run, SetsTheRootAndBackend)
+{
+	TempDir tmp;
+	std::string root = tmp.path + "/root";
+	ASSERT_EQ(run({"build", example("box12.json"), root}).status, 0);
+	std::string backend = tmp.path + "/libdrive.so";
+	std::ofstream(backend) << "";
+	{
+		ScopedEnv b("VEXOSIM_DRIVE_BACKEND", backend.c_str());
+		Ran r = run({"run", root, "--", "env"});
+		EXPECT_EQ(r.status, 0) << r.out;
+		EXPECT_NE(r.out.find("\nVEXO_SYSROOT=" + fs::canonical(root).string() + "\n"), std::string::npos)
+			<< r.out;
+		EXPECT_NE(r.out.find("\nVEXO_DEVICE_BACKEND=" + backend + "\n"), std::string::npos) << r.out;
+
+		Ran args = run({"run", root, "--", "printf", "%s|", "a b", "$(id)", ";"});
+		EXPECT_EQ(args.out, "a b|$(id)|;|");
+	}
+	{
+		ScopedEnv b("VEXOSIM_DRIVE_BACKEND", (tmp.path + "/absent.so").c_str());
+		Ran r = run({"run", root, "--", "env"});
+		EXPECT_EQ(r.status, 2);
+		EXPECT_NE(r.out.find("VEXOSIM_DRIVE_BACKEND=" + tmp.path + "/absent.so: No such file"),
+			  std::string::npos)
+			<< r.out;
+	}
+	Ran none = run({"run", root, "--", tmp.path + "/no-such-program"});
+	EXPECT_EQ(none.status, 127);
+	EXPECT_NE(none.out.find("cannot run"), std::string::npos);
+	EXPECT_EQ(run({"run", tmp.path + "/nowhere", "--", "env"}).status, 2);
+	EXPECT_EQ(run({"run", root, "env"}).status, 2); // the -- is required
 }
