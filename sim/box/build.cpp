@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <json-c/json.h>
 #include <map>
+#include <vector>
 
 namespace vexosim {
 
@@ -61,6 +62,7 @@ public:
 		pciSlots();
 		usbDevices();
 		tree_.file("/proc/partitions", partitions_);
+		tree_.file("/etc.defaults/vexoplatform.json", platform());
 		for (const auto &d : box_.devices) {
 			tree_.file("/dev/" + d.name, driveNode(d));
 			tree_.dir("/run/vexostorage/disks/" + d.name);
@@ -236,11 +238,14 @@ private:
 			KeyValues info;
 			if (u) {
 				std::string list;
-				for (int bay = 1; bay <= u->bays; ++bay)
-					if (const Device *d = find(Where::Unit, port, bay)) {
-						list += (list.empty() ? "" : " ") + std::string("/dev/") + d->name;
+				// Every bay's node, in bay order, present or not: a reader
+				// takes the place in this list as the bay.
+				for (int bay = 1; bay <= u->bays; ++bay) {
+					list += (list.empty() ? "" : " ") + std::string("/dev/") +
+						unitDiskName(letter, bay);
+					if (const Device *d = find(Where::Unit, port, bay))
 						proc = d->driver;
-					}
+				}
 				info = {{"Unique", u->model}};
 				info.insert(info.end(), u->pmInfo.begin(), u->pmInfo.end());
 				info.emplace_back("vexo_device_list", list);
@@ -287,6 +292,7 @@ private:
 			tree_.dir(up);
 			std::string ahci;
 			for (int pos = 1; pos <= s.sockets; ++pos) {
+				nvmeSockets_.push_back({busAddr(down, pos - 1), s.slot, pos});
 				const Device *d = find(Where::Pci, s.slot, pos);
 				if (!d)
 					continue;
@@ -331,6 +337,61 @@ private:
 			}
 	}
 
+	// The platform description: the hardware model, whether there is an
+	// expansion port, where NVMe sockets and adapter cards sit and what each
+	// card may carry.
+	std::string platform() const
+	{
+		JsonRef o(json_object_new_object());
+		json_object_object_add(o.get(), "model", json_object_new_string(box_.model.c_str()));
+		json_object_object_add(o.get(), "ebox", json_object_new_boolean(box_.esataPorts > 0));
+		json_object *nvme = json_object_new_array();
+		for (const auto &sock : nvmeSockets_) {
+			json_object *e = json_object_new_object();
+			json_object_object_add(e, "pci", json_object_new_string(sock.pci.c_str()));
+			json_object_object_add(e, "slot", json_object_new_int(sock.slot));
+			json_object_object_add(e, "location", json_object_new_int(sock.location));
+			json_object_object_add(e, "type", json_object_new_string("cache"));
+			json_object_array_add(nvme, e);
+		}
+		json_object_object_add(o.get(), "nvme_slots", nvme);
+		json_object *slots = json_object_new_array();
+		json_object *cards = json_object_new_object();
+		for (const auto &s : box_.slots) {
+			json_object *e = json_object_new_object();
+			json_object_object_add(e, "pci", json_object_new_string(s.pciId.c_str()));
+			json_object_object_add(e, "slot", json_object_new_int(s.slot));
+			json_object_object_add(e, "card", json_object_new_string(s.card.c_str()));
+			json_object_array_add(slots, e);
+			bool nvmeCard = false, sataCard = false;
+			for (const auto &d : box_.devices)
+				if (d.where == Where::Pci && d.slot == s.slot)
+					(d.protocol == "nvme" ? nvmeCard : sataCard) = true;
+			json_object *prev = nullptr;
+			if (json_object_object_get_ex(cards, s.card.c_str(), &prev)) {
+				nvmeCard |= json_object_get_boolean(json_object_object_get(prev, "sup_nvme"));
+				sataCard |= json_object_get_boolean(json_object_object_get(prev, "sup_sata"));
+			}
+			// A card model carries what its name says, and whatever the
+			// description puts on it.
+			nvmeCard |= s.card == "M2C-D2" || s.card == "M2C-N4" || s.card == "M2C-X1" ||
+				    s.card == "M2C-X2" || s.card == "M2C-U2";
+			sataCard |= s.card == "M2C-S1" || s.card == "M2C-S2";
+			json_object *c = json_object_new_object();
+			json_object_object_add(c, "sup_nvme", json_object_new_boolean(nvmeCard));
+			json_object_object_add(c, "sup_sata", json_object_new_boolean(sataCard));
+			json_object_object_add(cards, s.card.c_str(), c);
+		}
+		json_object_object_add(o.get(), "adapter_slots", slots);
+		json_object_object_add(o.get(), "adapter_cards", cards);
+		return std::string(json_object_to_json_string_ext(o.get(), JSON_C_TO_STRING_PRETTY)) + "\n";
+	}
+
+	struct Socket {
+		std::string pci;
+		int slot, location;
+	};
+	std::vector<Socket> nvmeSockets_;
 	const Box &box_;
 	Tree &tree_;
 	std::string partitions_ = "major minor  #blocks  name\n\n";

@@ -11,6 +11,9 @@
 #include "frame/sysroot.h"
 #include "frame/unique.h"
 #include "support/vexotest.h"
+#include <vexohw/disk.h>
+#include <vexohw/disk_port.h>
+#include <vexoplatform/nvme_location.h>
 
 namespace fs = std::filesystem;
 using vexo::test::ScopedEnv;
@@ -282,7 +285,7 @@ TEST(Box12, ProductFilesAndKernelPaths)
 	// The expansion unit hangs off host12 (ata13), one link per bay.
 	const std::string host = "/sys/class/scsi_host/host12";
 	EXPECT_EQ(firstLine(host + "/vexo_diskname_trans"), "sdm");
-	EXPECT_EQ(keyValue(host + "/vexo_pm_info", "vexo_device_list"), "/dev/sdma /dev/sdmb /dev/sdmc /dev/sdme");
+	EXPECT_EQ(keyValue(host + "/vexo_pm_info", "vexo_device_list"), "/dev/sdma /dev/sdmb /dev/sdmc /dev/sdmd /dev/sdme");
 	EXPECT_EQ(keyValue(host + "/vexo_pm_info", "Unique"), "XU05");
 	EXPECT_EQ(keyValue(host + "/vexo_pm_info", "deviceid"), "0x3726");
 	EXPECT_EQ(keyValue(host + "/vexo_pm_info", "EMID"), "0");
@@ -485,4 +488,55 @@ TEST(Run, SetsTheRootAndBackend)
 	EXPECT_NE(none.out.find("cannot run"), std::string::npos);
 	EXPECT_EQ(run({"run", tmp.path + "/nowhere", "--", "env"}).status, 2);
 	EXPECT_EQ(run({"run", root, "env"}).status, 2); // the -- is required
+}
+
+// The library itself places every disk of the demo box: port types, ids,
+// NVMe locations and the unit's disks, all from the built root.
+TEST(Box12, TheLibraryPlacesEveryDisk)
+{
+	TempDir tmp;
+	std::string root = tmp.path + "/root";
+	ASSERT_EQ(run({"build", example("box12.json"), root}).status, 0);
+	ScopedEnv env("VEXO_SYSROOT", root.c_str());
+	// The port maps are cached per process: ask in a fresh one.
+	int failed = vexo::test::inChild([] {
+		struct Want {
+			const char *path;
+			int portType, index, container, unit, slot;
+		} wants[] = {
+			{"/dev/sda", 1, 1, 1, 0, -1},     {"sdj", 1, 10, 1, 0, -1},
+			{"/dev/sdn", 4, 0, 4, 0, -1},     {"/dev/nvme0n1", 7, 1, 32, 0, 1},
+			{"/dev/nvme1n1", 7, 2, 32, 0, 1},
+		};
+		int bad = 0;
+		for (const auto &w : wants) {
+			DiskId id{};
+			int type = VEXODiskPortCheck(w.path);
+			int rc = DiskPathParse(w.path, &id);
+			if (type != w.portType || rc != 0 || id.container != w.container || id.unit != w.unit ||
+			    id.slot != w.slot || (w.index && id.index != w.index)) {
+				std::fprintf(stderr, "%s: type %d rc %d index %d container %d unit %d slot %d\n", w.path,
+					     type, rc, id.index, id.container, id.unit, id.slot);
+				++bad;
+			}
+		}
+		int slot = 0, loc = 0;
+		if (VEXONVMeDevLocGet("/dev/nvme1n1", &slot, &loc) != 0 || slot != 1 || loc != 2)
+			++bad;
+		if (VEXOM2CardModelGet("/dev/nvme0n1") != VEXO_M2CARD_D2 || VEXODiskCheckValid("/dev/nvme0n1") != 1)
+			++bad;
+		char names[1024] = "";
+		if (VEXOEnumAllEUnitsDisks(0, names, sizeof names) != 0 || std::string(names).find("sdme") ==
+										   std::string::npos) {
+			std::fprintf(stderr, "unit disks: '%s'\n", names);
+			++bad;
+		}
+		for (const char *unitDisk : {"/dev/sdma", "/dev/sdme"})
+			if (VEXODiskPortCheck(unitDisk) != 3) {
+				std::fprintf(stderr, "%s: type %d\n", unitDisk, VEXODiskPortCheck(unitDisk));
+				++bad;
+			}
+		return bad;
+	});
+	EXPECT_EQ(failed, 0);
 }
