@@ -1,14 +1,29 @@
 #!/bin/sh
-# Builds vexohw and runs it on the bundled simulated appliance.
+# Builds vexohw and the simulated 12-bay appliance, then shows what the box
+# holds through vexohw. An argument names another appliance description.
 set -eu
 top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
 "$top/scripts/deps.sh"
 scripts/build.sh build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-root=${1:-$top/examples/sample-sysroot}
-echo "# vexohw on $root"
+desc=${1:-$top/examples/box12.json}
+root=$top/build/demo-root
+build/bin/vexosim build "$desc" "$root"
+run() {
+	echo "\$ vexohw $*"
+	build/bin/vexosim run "$root" -- build/bin/vexohw "$@"
+	echo
+}
 echo
-echo "\$ vexohw status tables health"
-build/bin/vexohw --sysroot "$root" status tables health
-echo "\$ vexohw cache show"
-build/bin/vexohw --sysroot "$root" cache show
+echo "# the box: $(sed -n 's/^upnpmodelname="\(.*\)"/\1/p' "$root/etc.defaults/vexoinfo.conf")"
+echo
+echo "\$ cat /proc/partitions"
+cat "$root/proc/partitions"
+echo
+echo "# where each disk sits (/sys/block links, as the kernel lays them out)"
+for link in "$root"/sys/block/*; do
+	printf '  %-8s -> %s\n' "${link##*/}" "$(readlink "$link" | sed 's|^\.\./||')"
+done
+echo
+run status tables health
+run cache show

@@ -1,0 +1,542 @@
+// vexosim build and run, end to end through the executable: the root it
+// writes is read back through the sysroot seam as the library reads it.
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <json-c/json.h>
+#include <sstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "frame/sysroot.h"
+#include "frame/unique.h"
+#include "support/vexotest.h"
+#include <vexohw/disk.h>
+#include <vexohw/disk_port.h>
+#include <vexoplatform/nvme_location.h>
+
+namespace fs = std::filesystem;
+using vexo::test::ScopedEnv;
+
+namespace {
+
+struct Ran {
+	int status = -1;
+	std::string out; // stdout and stderr together
+};
+
+std::string vexosim()
+{
+	return vexo::test::buildDir() + "/bin/vexosim";
+}
+
+Ran run(const std::vector<std::string> &args)
+{
+	int fds[2];
+	if (::pipe(fds) != 0)
+		return {};
+	pid_t pid = ::fork();
+	if (pid == 0) {
+		::dup2(fds[1], 1);
+		::dup2(fds[1], 2);
+		::close(fds[0]);
+		::close(fds[1]);
+		std::vector<char *> argv;
+		std::string exe = vexosim();
+		argv.push_back(exe.data());
+		for (const auto &a : args)
+			argv.push_back(const_cast<char *>(a.c_str()));
+		argv.push_back(nullptr);
+		::execv(exe.c_str(), argv.data());
+		::_exit(126);
+	}
+	::close(fds[1]);
+	Ran r;
+	char buf[4096];
+	ssize_t n;
+	while ((n = ::read(fds[0], buf, sizeof buf)) > 0)
+		r.out.append(buf, (size_t)n);
+	::close(fds[0]);
+	int st = 0;
+	::waitpid(pid, &st, 0);
+	r.status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+	return r;
+}
+
+struct TempDir {
+	TempDir()
+	{
+		char t[] = "/tmp/vexosim-test.XXXXXX";
+		path = ::mkdtemp(t);
+	}
+	~TempDir() { fs::remove_all(path); }
+	std::string path;
+};
+
+// Through the seam, as the library reads it.
+std::string readApp(const std::string &path)
+{
+	vexo::UniqueFile f(vexo::sysroot::fopen(path.c_str(), "r"));
+	if (!f)
+		return "<missing " + path + ">";
+	std::string s;
+	char buf[512];
+	while (size_t n = std::fread(buf, 1, sizeof buf, f.get()))
+		s.append(buf, n);
+	return s;
+}
+
+std::string firstLine(const std::string &path)
+{
+	std::string s = readApp(path);
+	return s.substr(0, s.find('\n'));
+}
+
+// Configuration values through the core library, as the library reads them.
+std::string keyValue(const std::string &path, const std::string &key)
+{
+	char out[512];
+	int n = VLIBCFileGetKeyValue(path.c_str(), key.c_str(), out, sizeof out, 0);
+	return n > 0 ? out : n == 0 ? "" : "<no " + key + " in " + path + ">";
+}
+
+std::string sectionValue(const std::string &path, const std::string &section, const std::string &key)
+{
+	PVLIBSZHASH hash = VLIBCSzHashAlloc(16);
+	std::string v = "<no " + section + "." + key + ">";
+	if (VLIBCFileGetSection(path.c_str(), section.c_str(), &hash) >= 0)
+		if (const char *s = VLIBCSzHashGetValue(hash, key.c_str()))
+			v = s;
+	VLIBCSzHashFree(hash);
+	return v;
+}
+
+std::string realpathOf(const std::string &path)
+{
+	char out[PATH_MAX];
+	return vexo::sysroot::realpath(path.c_str(), out) ? out : "<unresolved " + path + ">";
+}
+
+std::vector<std::string> globOf(const std::string &pattern)
+{
+	std::vector<std::string> m;
+	EXPECT_EQ(vexo::sysroot::glob(pattern.c_str(), m), 0) << pattern;
+	return m;
+}
+
+struct Json {
+	explicit Json(json_object *o) : obj(o) {}
+	~Json() { json_object_put(obj); }
+	json_object *obj;
+	json_object *at(const char *k) const
+	{
+		json_object *v = nullptr;
+		json_object_object_get_ex(obj, k, &v);
+		return v;
+	}
+	std::string str(const char *k) const
+	{
+		json_object *v = at(k);
+		return v ? json_object_get_string(v) : "<no " + std::string(k) + ">";
+	}
+	int64_t num(const char *k) const { return at(k) ? json_object_get_int64(at(k)) : -1; }
+};
+
+// ctest's environment may lack VEXO_SOURCE_DIR; this file knows where it is.
+std::string sourceTree()
+{
+	std::string s = vexo::test::sourceDir();
+	if (!s.empty())
+		return s;
+	s = __FILE__;
+	return s.substr(0, s.rfind("/tests/sim/"));
+}
+
+std::string example(const std::string &name)
+{
+	return sourceTree() + "/examples/" + name;
+}
+
+} // namespace
+
+class BundledBox : public ::testing::TestWithParam<std::string> {};
+
+// Every bundled description builds, and each of its devices reads back as
+// the library finds it: kernel-shaped links, port numbers, sizes and the
+// drive node's identity.
+TEST_P(BundledBox, DevicesReadBackThroughTheSeam)
+{
+	TempDir tmp;
+	std::string root = tmp.path + "/root";
+	Ran r = run({"build", example(GetParam()), root});
+	ASSERT_EQ(r.status, 0) << r.out;
+	ScopedEnv env("VEXO_SYSROOT", root.c_str());
+
+	Json desc(json_object_from_file(example(GetParam()).c_str()));
+	ASSERT_TRUE(desc.obj);
+	json_object *devs = desc.at("devices");
+	ASSERT_TRUE(devs);
+	std::string partitions = readApp("/proc/partitions");
+	for (size_t i = 0; i < json_object_array_length(devs); ++i) {
+		Json d(json_object_get(json_object_array_get_idx(devs, i)));
+		std::string name = d.str("name");
+		SCOPED_TRACE(name);
+		std::string blk = "/sys/block/" + name;
+		std::string real = realpathOf(blk);
+		EXPECT_EQ(real.rfind("/sys/devices/pci0000:00/", 0), 0u) << real;
+		// NVMe namespaces sit right under their controller, all else in a block/ folder.
+		EXPECT_TRUE(real.ends_with((d.str("protocol") == "nvme" ? "/" : "/block/") + name)) << real;
+
+		uint64_t size = (uint64_t)d.num("size_bytes");
+		EXPECT_EQ(firstLine(blk + "/size"), std::to_string(size / 512));
+		int64_t lbs = d.at("logical_block_size") ? d.num("logical_block_size") : 512;
+		EXPECT_EQ(firstLine(blk + "/queue/logical_block_size"), std::to_string(lbs));
+		bool ssd = d.at("rotational") ? !json_object_get_boolean(d.at("rotational"))
+					      : d.num("rotation_rate") == 1;
+		EXPECT_EQ(firstLine(blk + "/queue/rotational"), ssd ? "0" : "1");
+		EXPECT_NE(partitions.find(" " + std::to_string(size / 1024) + " " + name + "\n"), std::string::npos);
+		EXPECT_EQ(vexo::sysroot::access(("/run/vexostorage/disks/" + name).c_str(), F_OK), 0);
+
+		Json node(json_tokener_parse(readApp("/dev/" + name).c_str()));
+		ASSERT_TRUE(node.obj) << readApp("/dev/" + name);
+		for (const char *k : {"protocol", "model", "serial", "firmware"})
+			EXPECT_EQ(node.str(k), d.str(k)) << k;
+		EXPECT_EQ((uint64_t)node.num("size_bytes"), size);
+		EXPECT_EQ(node.num("logical_block_size"), lbs);
+		EXPECT_EQ(node.num("rotation_rate") == 1, ssd);
+
+		std::string where = d.str("where");
+		if (d.str("protocol") == "nvme") {
+			std::string slotKey = "pci" + std::to_string(d.num("slot"));
+			std::string id = sectionValue("/etc.defaults/extensionPorts", "pci", slotKey);
+			EXPECT_NE(real.find("/" + id + "/"), std::string::npos) << real;
+			EXPECT_NE(real.find("/nvme/nvme"), std::string::npos) << real;
+			continue;
+		}
+		// SATA and USB disks: a SCSI device with its generic node and host.
+		EXPECT_EQ(globOf(blk + "/device/scsi_generic/sg*").size(), 1u);
+		EXPECT_EQ(firstLine(blk + "/device/model"), d.str("model"));
+		auto procNames = globOf(blk + "/device/../../scsi_host/host*/proc_name");
+		ASSERT_EQ(procNames.size(), 1u);
+		EXPECT_EQ(firstLine(procNames[0]), where == "usb" ? "usb-storage" : "ahci");
+		auto portNo = globOf(blk + "/../../../../../ata_port/ata*/port_no");
+		if (where == "usb") {
+			EXPECT_TRUE(portNo.empty());
+			EXPECT_NE(real.find("/usb"), std::string::npos) << real;
+		} else {
+			ASSERT_EQ(portNo.size(), 1u);
+			int64_t expect = where == "bay" ? d.num("bay") : where == "esata" || where == "unit" ? d.num("port") : d.num("position");
+			EXPECT_EQ(firstLine(portNo[0]), std::to_string(expect));
+		}
+	}
+
+	// No link points outside the root or by an absolute path.
+	for (auto it = fs::recursive_directory_iterator(root); it != fs::recursive_directory_iterator(); ++it) {
+		if (!it->is_symlink())
+			continue;
+		std::string text = fs::read_symlink(it->path());
+		EXPECT_NE(text[0], '/') << it->path();
+		std::string target = fs::canonical(it->path()).string();
+		EXPECT_EQ(target.rfind(fs::canonical(root).string() + "/", 0), 0u) << it->path();
+	}
+}
+
+INSTANTIATE_TEST_SUITE_P(Examples, BundledBox, ::testing::Values("box12.json"),
+			 [](const auto &info) { return info.param.substr(0, info.param.find('.')); });
+
+// The demo box in detail: port maps, the product files, the unit's host and
+// the kernel's exact paths.
+TEST(Box12, ProductFilesAndKernelPaths)
+{
+	TempDir tmp;
+	std::string root = tmp.path + "/root";
+	Ran r = run({"build", example("box12.json"), root});
+	ASSERT_EQ(r.status, 0) << r.out;
+	ScopedEnv env("VEXO_SYSROOT", root.c_str());
+
+	const std::string info = "/etc.defaults/vexoinfo.conf";
+	EXPECT_EQ(keyValue(info, "upnpmodelname"), "VX1222");
+	EXPECT_EQ(keyValue(info, "maxdisks"), "12");
+	EXPECT_EQ(keyValue(info, "internalportcfg"), "0xfff");
+	EXPECT_EQ(keyValue(info, "esataportcfg"), "0x1000"); // sdm
+	EXPECT_EQ(keyValue(info, "usbportcfg"), "0x6000");   // sdn, sdo
+	EXPECT_EQ(keyValue(info, "cacheportcfg"), "0x0");
+	EXPECT_EQ(std::strtoull(keyValue(info, "internalportcfg").c_str(), nullptr, 16), 0xfffULL);
+	EXPECT_EQ(readApp("/etc/vexoinfo.conf"), "");
+	char bays[16];
+	EXPECT_EQ(VLIBCINFOGetKeyValue("maxdisks", bays, sizeof bays), 2);
+	EXPECT_EQ(VLIBCMaxDiskGet(), 12);
+	EXPECT_EQ(VLIBCSupportNVMe(), 1);
+	EXPECT_EQ(VLIBCSupportSAS(), 0);
+	EXPECT_EQ(keyValue("/etc.defaults/VERSION", "base"), "72806");
+	EXPECT_EQ(keyValue("/etc.defaults/VERSION", "nano"), "3");
+	EXPECT_EQ(keyValue("/usr/vexo/vexoman/webman/texts/enu/strings", "volume_disk_info"), "Drive");
+	EXPECT_EQ(keyValue("/usr/vexo/vexoman/webman/texts/enu/strings", "dedicated_ssd_cache"), "Cache device");
+
+	EXPECT_EQ(realpathOf("/sys/block/sda"), "/sys/devices/pci0000:00/0000:00:17.0/ata1/host0/target0:0:0/0:0:0:0/block/sda");
+	EXPECT_EQ(firstLine("/sys/devices/pci0000:00/0000:00:17.0/ata1/ata_port/ata1/port_no"), "1");
+	EXPECT_EQ(firstLine("/sys/devices/pci0000:00/0000:00:17.0/ata1/host0/scsi_host/host0/proc_name"), "ahci");
+	EXPECT_EQ(readApp("/sys/block/sda/device/vendor"), "ATA     \n");
+	// Bay 7 is empty: its port and host exist, its disk does not.
+	EXPECT_EQ(firstLine("/sys/class/scsi_host/host6/vexo_diskname_trans"), "sdg");
+	EXPECT_NE(vexo::sysroot::access("/sys/block/sdg", F_OK), 0);
+	EXPECT_NE(vexo::sysroot::access("/dev/sdg", F_OK), 0);
+
+	// The expansion unit hangs off host12 (ata13), one link per bay.
+	const std::string host = "/sys/class/scsi_host/host12";
+	EXPECT_EQ(firstLine(host + "/vexo_diskname_trans"), "sdm");
+	EXPECT_EQ(keyValue(host + "/vexo_pm_info", "vexo_device_list"), "/dev/sdma /dev/sdmb /dev/sdmc /dev/sdmd /dev/sdme");
+	EXPECT_EQ(keyValue(host + "/vexo_pm_info", "Unique"), "XU05");
+	EXPECT_EQ(keyValue(host + "/vexo_pm_info", "deviceid"), "0x3726");
+	EXPECT_EQ(keyValue(host + "/vexo_pm_info", "EMID"), "0");
+	EXPECT_EQ(keyValue("/sys/class/scsi_host/host0/vexo_pm_info", "vexo_device_list"), "");
+	EXPECT_TRUE(realpathOf("/sys/block/sdme").ends_with("/ata13/host12/target12:4:0/12:4:0:0/block/sdme"));
+
+	EXPECT_EQ(realpathOf("/sys/block/nvme1n1"),
+		  "/sys/devices/pci0000:00/0000:00:01.0/0000:01:00.0/0000:02:01.0/0000:04:00.0/nvme/nvme1/nvme1n1");
+	EXPECT_EQ(realpathOf("/sys/block/nvme1n1/device"),
+		  "/sys/devices/pci0000:00/0000:00:01.0/0000:01:00.0/0000:02:01.0/0000:04:00.0/nvme/nvme1");
+
+	// The USB disk's partition, in sysfs and in the kernel's table.
+	EXPECT_EQ(firstLine("/sys/block/sdn/sdn1/partition"), "1");
+	EXPECT_EQ(firstLine("/sys/block/sdn/sdn1/start"), "2048");
+	EXPECT_NE(readApp("/proc/partitions").find("   8      209 1953479680 sdn1\n"), std::string::npos);
+}
+
+// A bad description is refused with the place of the fault, and nothing is
+// written.
+TEST(Describe, RefusesBadDescriptions)
+{
+	const std::string good = R"({"model": "VX0200", "version": {"base": 1, "nano": 0},
+		"ports": {"internal": 2},
+		"devices": [{"name": "sda", "where": "bay", "bay": 1, "protocol": "ata", "model": "M",
+			     "serial": "S1", "firmware": "F", "size_bytes": 1048576, "rotational": true}]})";
+	struct Case {
+		std::string from, to, message;
+	};
+	const std::vector<Case> cases = {
+		{"", "", ""}, // the unchanged description builds
+		{R"("bay": 1,)", R"("bay": 3,)", "devices[0].bay: 3 out of range: the box has 2 internal bays"},
+		{R"("bay": 1,)", R"("bay": 0,)", "devices[0].bay: out of range: 0 (1 to 26)"},
+		{R"("protocol": "ata")", R"("protocol": "sas")", "devices[0].protocol: unknown protocol \"sas\""},
+		{R"("serial": "S1", )", "", "devices[0].serial: missing"},
+		{R"("serial": "S1")", R"("serial": "")", "devices[0].serial: must not be empty"},
+		{R"("serial": "S1")", R"("serail": "S1")", "devices[0].serial: missing"},
+		{R"("rotational": true)", R"("rotational": true, "colour": "red")", "devices[0].colour: unknown key"},
+		{R"("rotational": true)", "", "devices[0].rotational: missing"},
+		{R"("size_bytes": 1048576)", R"("size_bytes": 1048577)",
+		 "devices[0].size_bytes: must be a multiple of logical_block_size"},
+		{R"("name": "sda")", R"("name": "sdb")", "devices[0].name: \"sdb\" cannot sit there: that place is \"sda\""},
+		{R"("where": "bay")", R"("where": "attic")", "devices[0].where: unknown place \"attic\""},
+		{R"("nano": 0)", R"("nano": -1)", "version.nano: out of range"},
+		{R"("base": 1, )", "", "version.base: missing"},
+		{R"("model": "VX0200", )", "", "model: missing"},
+		{R"("internal": 2)", R"("internal": 20, "usb": 7)", "ports: more than 26 ports"},
+		{R"("ports")", R"("vexoinfo": {"maxdisks": 3}, "ports")", "vexoinfo.maxdisks: set from model"},
+		{R"("rotational": true}])",
+		 R"("rotational": true}, {"name": "sda", "where": "bay", "bay": 2, "protocol": "ata", "model": "M",
+		    "serial": "S2", "firmware": "F", "size_bytes": 1048576, "rotational": true}])",
+		 "devices[1].name: duplicate name \"sda\" (also devices[0])"},
+		{R"("rotational": true)", R"("rotational": true, "partitions": [{"size_bytes": 1048576}])",
+		 "devices[0].partitions[0].size_bytes: partition ends beyond the end of the disk"},
+		{R"("where": "bay", "bay": 1)", R"("where": "unit", "port": 1, "bay": 1)",
+		 "devices[0].port: no expansion unit on eSATA port 1"},
+		{R"("where": "bay", "bay": 1)", R"("where": "pci", "slot": 1, "position": 1)",
+		 "devices[0].slot: no PCI slot 1 in pci_slots"},
+		{"]}", "]", "not JSON"},
+	};
+	TempDir tmp;
+	for (size_t i = 0; i < cases.size(); ++i) {
+		const Case &c = cases[i];
+		SCOPED_TRACE(c.message.empty() ? "the good one" : c.message);
+		std::string text = good;
+		if (!c.from.empty()) {
+			size_t at = text.find(c.from);
+			ASSERT_NE(at, std::string::npos) << c.from;
+			text.replace(at, c.from.size(), c.to);
+		}
+		std::string file = tmp.path + "/box" + std::to_string(i) + ".json";
+		std::ofstream(file) << text;
+		std::string root = tmp.path + "/root" + std::to_string(i);
+		Ran r = run({"build", file, root});
+		if (c.message.empty()) {
+			EXPECT_EQ(r.status, 0) << r.out;
+			continue;
+		}
+		EXPECT_EQ(r.status, 2) << r.out;
+		EXPECT_EQ(r.out.rfind("vexosim: " + file + ": ", 0), 0u) << r.out;
+		EXPECT_NE(r.out.find(c.message), std::string::npos) << r.out;
+		EXPECT_FALSE(fs::exists(root));
+	}
+	EXPECT_EQ(fs::directory_iterator(tmp.path)->path().filename().string().find(".vexosim-new"),
+		  std::string::npos);
+	Ran missing = run({"build", tmp.path + "/absent.json", tmp.path + "/r"});
+	EXPECT_EQ(missing.status, 2);
+	EXPECT_NE(missing.out.find("absent.json: cannot read: No such file or directory"), std::string::npos);
+}
+
+// A rebuild replaces an earlier root whole; a directory vexosim did not
+// write is never replaced.
+TEST(Describe, ReplacesOnlyItsOwnRoots)
+{
+	TempDir tmp;
+	std::string root = tmp.path + "/root";
+	ASSERT_EQ(run({"build", example("box12.json"), root}).status, 0);
+	std::ofstream(root + "/dev/stale") << "left from before";
+	Ran again = run({"build", example("box12.json"), root});
+	ASSERT_EQ(again.status, 0) << again.out;
+	EXPECT_FALSE(fs::exists(root + "/dev/stale"));
+	EXPECT_TRUE(fs::exists(root + "/dev/sda"));
+	for (const auto &e : fs::directory_iterator(tmp.path))
+		EXPECT_EQ(e.path().filename(), "root") << "left behind: " << e.path();
+
+	std::string foreign = tmp.path + "/home";
+	fs::create_directories(foreign);
+	std::ofstream(foreign + "/notes.txt") << "mine";
+	Ran r = run({"build", example("box12.json"), foreign});
+	EXPECT_EQ(r.status, 1);
+	EXPECT_NE(r.out.find("refusing to replace " + foreign + ": it is not empty and was not written by vexosim"),
+		  std::string::npos)
+		<< r.out;
+	EXPECT_TRUE(fs::exists(foreign + "/notes.txt"));
+	EXPECT_FALSE(fs::exists(foreign + "/dev"));
+
+	std::string empty = tmp.path + "/empty";
+	fs::create_directories(empty);
+	EXPECT_EQ(run({"build", example("box12.json"), empty}).status, 0);
+	EXPECT_TRUE(fs::exists(empty + "/sys/block/sda"));
+}
+
+// System devices, SATA devices on an adapter card, drive pass-through and
+// partitions of the p-style names.
+TEST(Describe, SystemAndCardDevices)
+{
+	TempDir tmp;
+	std::string file = tmp.path + "/box.json";
+	std::ofstream(file) << R"({"model": "VX0400", "version": {"base": 9, "nano": 1},
+		"ports": {"internal": 4},
+		"pci_slots": [{"slot": 2, "pci_id": "0000:00:1c.4", "card": "M2D18", "sockets": 2}],
+		"devices": [
+		  {"name": "sysd1", "where": "sys", "position": 1, "protocol": "ata", "model": "SYS DOM",
+		   "serial": "D1", "firmware": "F1", "size_bytes": 8589934592, "rotational": false},
+		  {"name": "nvc2", "where": "pci", "slot": 2, "position": 2, "protocol": "ata",
+		   "model": "SATA M2", "serial": "N2", "firmware": "F2", "size_bytes": 256060514304,
+		   "logical_block_size": 4096, "rotational": false,
+		   "partitions": [{"size_bytes": 1048576}, {"size_bytes": 2097152}],
+		   "drive": {"temperature": 41, "firmware": "F2-EMU", "smart": {"attributes": [5, 9]}}}]})";
+	std::string root = tmp.path + "/root";
+	Ran r = run({"build", file, root});
+	ASSERT_EQ(r.status, 0) << r.out;
+	ScopedEnv env("VEXO_SYSROOT", root.c_str());
+
+	EXPECT_EQ(realpathOf("/sys/block/sysd1"),
+		  "/sys/devices/pci0000:00/0000:00:12.0/ata5/host4/target4:0:0/4:0:0:0/block/sysd1");
+	std::string nvc = realpathOf("/sys/block/nvc2");
+	EXPECT_EQ(nvc.rfind("/sys/devices/pci0000:00/0000:00:1c.4/", 0), 0u) << nvc;
+	auto port = globOf("/sys/block/nvc2/../../../../../ata_port/ata*/port_no");
+	ASSERT_EQ(port.size(), 1u);
+	EXPECT_EQ(firstLine(port[0]), "2");
+	EXPECT_EQ(sectionValue("/etc.defaults/extensionPorts", "pci", "pci2"), "0000:00:1c.4");
+	EXPECT_EQ(firstLine("/sys/block/nvc2/size"), "500118192");
+	EXPECT_EQ(firstLine("/sys/block/nvc2/queue/logical_block_size"), "4096");
+	EXPECT_EQ(firstLine("/sys/block/nvc2/nvc2p2/start"), "4096");
+	std::string parts = readApp("/proc/partitions");
+	EXPECT_NE(parts.find(" nvc2p1\n"), std::string::npos) << parts;
+	EXPECT_NE(parts.find(" 2048 nvc2p2\n"), std::string::npos) << parts;
+	EXPECT_EQ(keyValue("/etc.defaults/vexoinfo.conf", "esataportcfg"), "0x0");
+
+	// The drive object lands over the identity, key for key, and nothing else.
+	Json node(json_tokener_parse(readApp("/dev/nvc2").c_str()));
+	ASSERT_TRUE(node.obj);
+	EXPECT_EQ(node.str("firmware"), "F2-EMU");
+	EXPECT_EQ(node.num("temperature"), 41);
+	EXPECT_EQ(node.str("vendor"), "ATA");
+	EXPECT_EQ(json_object_array_length(json_object_object_get(node.at("smart"), "attributes")), 2u);
+	EXPECT_EQ(json_object_object_length(node.obj), 10);
+}
+
+// run: the command sees the box as its root and the drive emulator as its
+// device backend, and nothing passes through a shell.
+TEST(Run, SetsTheRootAndBackend)
+{
+	TempDir tmp;
+	std::string root = tmp.path + "/root";
+	ASSERT_EQ(run({"build", example("box12.json"), root}).status, 0);
+	std::string backend = tmp.path + "/libdrive.so";
+	std::ofstream(backend) << "";
+	{
+		ScopedEnv b("VEXOSIM_DRIVE_BACKEND", backend.c_str());
+		Ran r = run({"run", root, "--", "env"});
+		EXPECT_EQ(r.status, 0) << r.out;
+		EXPECT_NE(r.out.find("\nVEXO_SYSROOT=" + fs::canonical(root).string() + "\n"), std::string::npos)
+			<< r.out;
+		EXPECT_NE(r.out.find("\nVEXO_DEVICE_BACKEND=" + backend + "\n"), std::string::npos) << r.out;
+
+		Ran args = run({"run", root, "--", "printf", "%s|", "a b", "$(id)", ";"});
+		EXPECT_EQ(args.out, "a b|$(id)|;|");
+	}
+	{
+		ScopedEnv b("VEXOSIM_DRIVE_BACKEND", (tmp.path + "/absent.so").c_str());
+		Ran r = run({"run", root, "--", "env"});
+		EXPECT_EQ(r.status, 2);
+		EXPECT_NE(r.out.find("VEXOSIM_DRIVE_BACKEND=" + tmp.path + "/absent.so: No such file"),
+			  std::string::npos)
+			<< r.out;
+	}
+	Ran none = run({"run", root, "--", tmp.path + "/no-such-program"});
+	EXPECT_EQ(none.status, 127);
+	EXPECT_NE(none.out.find("cannot run"), std::string::npos);
+	EXPECT_EQ(run({"run", tmp.path + "/nowhere", "--", "env"}).status, 2);
+	EXPECT_EQ(run({"run", root, "env"}).status, 2); // the -- is required
+}
+
+// The library itself places every disk of the demo box: port types, ids,
+// NVMe locations and the unit's disks, all from the built root.
+TEST(Box12, TheLibraryPlacesEveryDisk)
+{
+	TempDir tmp;
+	std::string root = tmp.path + "/root";
+	ASSERT_EQ(run({"build", example("box12.json"), root}).status, 0);
+	ScopedEnv env("VEXO_SYSROOT", root.c_str());
+	// The port maps are cached per process: ask in a fresh one.
+	int failed = vexo::test::inChild([] {
+		struct Want {
+			const char *path;
+			int portType, index, container, unit, slot;
+		} wants[] = {
+			{"/dev/sda", 1, 1, 1, 0, -1},     {"sdj", 1, 10, 1, 0, -1},
+			{"/dev/sdn", 4, 0, 4, 0, -1},     {"/dev/nvme0n1", 7, 1, 32, 0, 1},
+			{"/dev/nvme1n1", 7, 2, 32, 0, 1},
+		};
+		int bad = 0;
+		for (const auto &w : wants) {
+			DiskId id{};
+			int type = VEXODiskPortCheck(w.path);
+			int rc = DiskPathParse(w.path, &id);
+			if (type != w.portType || rc != 0 || id.container != w.container || id.unit != w.unit ||
+			    id.slot != w.slot || (w.index && id.index != w.index)) {
+				std::fprintf(stderr, "%s: type %d rc %d index %d container %d unit %d slot %d\n", w.path,
+					     type, rc, id.index, id.container, id.unit, id.slot);
+				++bad;
+			}
+		}
+		int slot = 0, loc = 0;
+		if (VEXONVMeDevLocGet("/dev/nvme1n1", &slot, &loc) != 0 || slot != 1 || loc != 2)
+			++bad;
+		if (VEXOM2CardModelGet("/dev/nvme0n1") != VEXO_M2CARD_D2 || VEXODiskCheckValid("/dev/nvme0n1") != 1)
+			++bad;
+		char names[1024] = "";
+		if (VEXOEnumAllEUnitsDisks(0, names, sizeof names) != 0 || std::string(names).find("sdme") ==
+										   std::string::npos) {
+			std::fprintf(stderr, "unit disks: '%s'\n", names);
+			++bad;
+		}
+		for (const char *unitDisk : {"/dev/sdma", "/dev/sdme"})
+			if (VEXODiskPortCheck(unitDisk) != 3) {
+				std::fprintf(stderr, "%s: type %d\n", unitDisk, VEXODiskPortCheck(unitDisk));
+				++bad;
+			}
+		return bad;
+	});
+	EXPECT_EQ(failed, 0);
+}
