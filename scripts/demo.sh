@@ -26,4 +26,7 @@ for link in "$root"/sys/block/*; do
 done
 echo
 run status tables health
-run cache show
+# Nothing has computed per-disk values on a freshly built box yet; the
+# sample root shows what the cache holds once they have.
+echo "\$ vexohw --sysroot examples/sample-sysroot cache show"
+build/bin/vexohw --sysroot "$top/examples/sample-sysroot" cache show

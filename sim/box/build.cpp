@@ -190,18 +190,15 @@ private:
 		}
 	}
 
-	// The sd driver's numbers for its first 256 disks, and the extended
-	// block major for everything else.
+	// The sd driver's numbers: 16 majors of 16 disks each, and past 256
+	// disks the same majors with the index's high bits in the extended minor.
 	std::pair<int, int> devNumber(const Device &d)
 	{
 		if (d.name.compare(0, 2, "sd") == 0) {
 			int i = sdIndex(d.name);
-			if (i < 16)
-				return {8, i * 16};
-			if (i < 128)
-				return {65 + (i - 16) / 16, (i % 16) * 16};
-			if (i < 256)
-				return {128 + (i - 128) / 16, (i % 16) * 16};
+			int group = (i & 0xf0) >> 4;
+			int major = group == 0 ? 8 : group < 8 ? 64 + group : 128 + group - 8;
+			return {major, ((i & 0xf) << 4) | ((i & 0xfff00) << 12)};
 		}
 		return {259, nextExtMinor_++};
 	}
