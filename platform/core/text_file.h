@@ -10,7 +10,8 @@
 namespace vexo::core {
 
 // Reads an appliance file and splits it at '\n'; a trailing '\r' stays on
-// its line (callers that parse strip it, writers keep lines as they were).
+// its line (callers that parse strip it, writers keep lines as they were);
+// a line ends at its first NUL byte.
 // On failure records 0x0700 (no file), 0x0900 (open) or 0x0A00 (read) and
 // returns false.
 bool readLines(const char *file, std::vector<std::string> &lines);
