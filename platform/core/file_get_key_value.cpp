@@ -25,6 +25,28 @@ int findValue(const char *file, const char *key, std::string &value)
 	return 0;
 }
 
+int pairsToHash(const std::vector<std::string> &lines, size_t begin, size_t end, PVLIBSZHASH *pHash)
+{
+	if (!*pHash && !(*pHash = VLIBCSzHashAlloc(16))) {
+		VEXO_ERR_PASS();
+		return -1;
+	}
+	VLIBCSzHashClear(*pHash);
+	for (size_t i = begin; i < end; ++i) {
+		std::string_view k, v;
+		if (!parsePair(lines[i], k, v))
+			continue;
+		std::string key(k);
+		if (VLIBCSzHashGetValue(*pHash, key.c_str()))
+			continue; // the first line of a key wins, as for single reads
+		if (VLIBCSzHashSetValue(pHash, key.c_str(), std::string(v).c_str()) < 0) {
+			VEXO_ERR_PASS();
+			return -1;
+		}
+	}
+	return (*pHash)->nItem;
+}
+
 int copyOut(std::string_view value, char *out, int size)
 {
 	size_t n = std::min(value.size(), static_cast<size_t>(size - 1));
@@ -69,25 +91,10 @@ VEXOP_API int VLIBCFileGetKeyValueAll(const char *file, PVLIBSZHASH *pHash)
 		VEXO_ERR_PASS();
 		return -1;
 	}
-	if (!*pHash && !(*pHash = VLIBCSzHashAlloc(16))) {
+	int n = vexo::core::pairsToHash(lines, 0, lines.size(), pHash);
+	if (n < 0)
 		VEXO_ERR_PASS();
-		return -1;
-	}
-	VLIBCSzHashClear(*pHash);
-	for (const auto &line : lines) {
-		std::string_view k, v;
-		if (!vexo::core::parsePair(line, k, v))
-			continue;
-		std::string key(k);
-		// The first line that names a key wins, as for single reads.
-		if (VLIBCSzHashGetValue(*pHash, key.c_str()))
-			continue;
-		if (VLIBCSzHashSetValue(pHash, key.c_str(), std::string(v).c_str()) < 0) {
-			VEXO_ERR_PASS();
-			return -1;
-		}
-	}
-	return (*pHash)->nItem;
+	return n;
 }
 
 } // extern "C"

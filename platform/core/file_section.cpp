@@ -79,24 +79,10 @@ VEXOP_API int VLIBCFileGetSection(const char *file, const char *section, PVLIBSZ
 		VEXO_ERR(VEXO_ERR_NOT_FOUND);
 		return -1;
 	}
-	if (!*pHash && !(*pHash = VLIBCSzHashAlloc(16))) {
+	int n = vexo::core::pairsToHash(lines, s.header + 1, s.end, pHash);
+	if (n < 0)
 		VEXO_ERR_PASS();
-		return -1;
-	}
-	VLIBCSzHashClear(*pHash);
-	for (size_t i = s.header + 1; i < s.end; ++i) {
-		std::string_view k, v;
-		if (!vexo::core::parsePair(lines[i], k, v))
-			continue;
-		std::string key(k);
-		if (VLIBCSzHashGetValue(*pHash, key.c_str()))
-			continue; // the first line of a key wins
-		if (VLIBCSzHashSetValue(pHash, key.c_str(), std::string(v).c_str()) < 0) {
-			VEXO_ERR_PASS();
-			return -1;
-		}
-	}
-	return (*pHash)->nItem;
+	return n;
 }
 
 VEXOP_API int VLIBCFileSetSection(const char *file, const char *section, PVLIBSZHASH hash)

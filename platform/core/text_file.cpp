@@ -46,6 +46,13 @@ bool readLines(const char *file, std::vector<std::string> &lines)
 		lines.emplace_back(text.substr(start, nl - start));
 		start = nl + 1;
 	}
+	// Callers name keys and sections with C strings, so a line ends at its
+	// first NUL byte for every reader alike.
+	for (auto &l : lines) {
+		size_t nul = l.find('\0');
+		if (nul != std::string::npos)
+			l.resize(nul);
+	}
 	return true;
 }
 

@@ -6,11 +6,13 @@
 #include <string>
 #include <string_view>
 #include <vector>
+#include <vexoplatform/vexocore.h>
 
 namespace vexo::core {
 
 // Reads an appliance file and splits it at '\n'; a trailing '\r' stays on
-// its line (callers that parse strip it, writers keep lines as they were).
+// its line (callers that parse strip it, writers keep lines as they were);
+// a line ends at its first NUL byte.
 // On failure records 0x0700 (no file), 0x0900 (open) or 0x0A00 (read) and
 // returns false.
 bool readLines(const char *file, std::vector<std::string> &lines);
@@ -47,6 +49,10 @@ bool formatPair(const char *format, const char *key, const char *value, std::str
 // The value of key in a key-value file (the first line that names it wins).
 // 1 found, 0 absent, -1 failure (code recorded by readLines).
 int findValue(const char *file, const char *key, std::string &value);
+
+// The pairs of lines[begin, end) into *pHash (allocated when null, cleared
+// first); the first line of a key wins. The key count, or -1.
+int pairsToHash(const std::vector<std::string> &lines, size_t begin, size_t end, PVLIBSZHASH *pHash);
 
 // Copies value into out (size bytes), cut at size-1. The copied length.
 int copyOut(std::string_view value, char *out, int size);

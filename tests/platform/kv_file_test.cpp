@@ -71,6 +71,10 @@ TEST_F(KvFile, ExactBufferSizes)
 	EXPECT_STREQ(small, "1234567");
 	EXPECT_EQ(VLIBCFileGetKeyValue("/etc/t.conf", "eight", small, sizeof(small), 0), 7);
 	EXPECT_STREQ(small, "1234567");
+	// A NUL byte ends its line for every reader alike.
+	root.write("/etc/nul.conf", std::string("a=1\0tail\nb\0=2\n", 14));
+	EXPECT_EQ(VLIBCFileGetKeyValue("/etc/nul.conf", "a", small, sizeof(small), 0), 1);
+	EXPECT_EQ(VLIBCFileGetKeyValue("/etc/nul.conf", "b", small, sizeof(small), 0), 0);
 	char one[1] = {'X'};
 	EXPECT_EQ(VLIBCFileGetKeyValue("/etc/t.conf", "eight", one, 1, 0), 0);
 	EXPECT_EQ(one[0], '\0');
