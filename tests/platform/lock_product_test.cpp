@@ -1,0 +1,161 @@
+// Lock files, numbered locks and product questions.
+#include <chrono>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "support/vexotest.h"
+
+using vexo::test::inChild;
+using vexo::test::Sysroot;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double secondsSince(Clock::time_point t) { return std::chrono::duration<double>(Clock::now() - t).count(); }
+
+class Locks : public ::testing::Test {
+protected:
+	void SetUp() override
+	{
+		VLIBCErrClear();
+		root.mkdirs("/run/lock");
+	}
+	Sysroot root;
+};
+
+TEST_F(Locks, TimedLockWaitsThenFailsAndSucceedsOnceFree)
+{
+	int fd = -1;
+	ASSERT_NE(VLIBCFileLockTimeByFile("/run/lock/t.lock", 1, 0, &fd), 0);
+	EXPECT_EQ(root.mode("/run/lock/t.lock"), 0644u);
+	// Another process must wait its full second and then fail with 0x0400.
+	EXPECT_EQ(inChild([] {
+		  int cfd = -1;
+		  auto t0 = Clock::now();
+		  if (VLIBCFileLockTimeByFile("/run/lock/t.lock", 1, 1, &cfd))
+			  return 1;
+		  double s = secondsSince(t0);
+		  if (s < 0.95 || s > 1.8)
+			  return 2;
+		  if (VLIBCErrGet() != 0x0400)
+			  return 3;
+		  // Shared fails too against an exclusive holder; try once is immediate.
+		  t0 = Clock::now();
+		  if (VLIBCFileLockTimeByFile("/run/lock/t.lock", 0, 0, &cfd) || secondsSince(t0) > 0.2)
+			  return 4;
+		  return 0;
+	  }),
+		  0);
+	ASSERT_NE(VLIBCFileUnlockByFile(fd), 0);
+	EXPECT_EQ(inChild([] {
+		  int cfd = -1;
+		  return VLIBCFileLockTimeByFile("/run/lock/t.lock", 1, 1, &cfd) && VLIBCFileUnlockByFile(cfd) ? 0 : 1;
+	  }),
+		  0);
+	EXPECT_EQ(VLIBCFileUnlockByFile(-1), 0);
+	EXPECT_ERR(0x0D00); // a bad descriptor is a bad argument
+}
+
+TEST_F(Locks, WaiterGetsTheLockWhenTheHolderLetsGo)
+{
+	int fd = -1;
+	ASSERT_NE(VLIBCFileLockByFile("/run/lock/w.lock", 1, &fd), 0);
+	pid_t pid = fork();
+	if (pid == 0) {
+		int cfd = -1;
+		_exit(VLIBCFileLockTimeByFile("/run/lock/w.lock", 1, 5, &cfd) ? 0 : 1);
+	}
+	usleep(300 * 1000);
+	VLIBCFileUnlockByFile(fd);
+	int st = 0;
+	waitpid(pid, &st, 0);
+	EXPECT_EQ(WEXITSTATUS(st), 0);
+	// Shared holders do not exclude each other.
+	int a = -1;
+	ASSERT_NE(VLIBCFileLockTimeByFile("/run/lock/w.lock", 0, 0, &a), 0);
+	EXPECT_EQ(inChild([] {
+		  int c = -1;
+		  return VLIBCFileLockTimeByFile("/run/lock/w.lock", 0, 0, &c) ? 0 : 1;
+	  }),
+		  0);
+	VLIBCFileUnlockByFile(a);
+	EXPECT_EQ(VLIBCFileLockTimeByFile("/nodir/x.lock", 1, 0, &a), 0);
+	EXPECT_ERR(0x0400);
+}
+
+TEST_F(Locks, NumberedLockClassRule)
+{
+	ASSERT_EQ(VLIBCFileLock(0x806, 5), 0);
+	EXPECT_TRUE(root.exists("/run/lock/vexocore/0x800.lock"));
+	// Any id of the same class is the same lock, for other processes...
+	EXPECT_EQ(inChild([] { return VLIBCFileLock(0x801, 1) == -1 && VLIBCErrGet() == 0x0400 ? 0 : 1; }), 0);
+	// ...and this thread may not take it twice.
+	EXPECT_EQ(VLIBCFileLock(0x8FF, 5), -1);
+	EXPECT_ERR(0x0400);
+	// Another class is free.
+	EXPECT_EQ(inChild([] { return VLIBCFileLock(0x20006, 1) == 0 && VLIBCFileUnlock(0x20000) == 0 ? 0 : 1; }), 0);
+	// A forked child does not inherit the lock, and cannot release it.
+	EXPECT_EQ(inChild([] { return VLIBCFileUnlock(0x800) == -1 && VLIBCErrGet() == 0x0500 ? 0 : 1; }), 0);
+	ASSERT_EQ(VLIBCFileUnlock(0x800), 0); // released by class
+	EXPECT_EQ(VLIBCFileUnlock(0x800), -1);
+	EXPECT_ERR(0x0500);
+	EXPECT_EQ(inChild([] { return VLIBCFileLock(0x806, 1) == 0 ? 0 : 1; }), 0);
+
+	// The 0x20006 class waits for its holder in another process.
+	ASSERT_EQ(VLIBCFileLock(0x20006, 5), 0);
+	pid_t pid = fork();
+	if (pid == 0) {
+		auto t0 = Clock::now();
+		int r = VLIBCFileLock(0x20006, 5);
+		_exit(r == 0 && secondsSince(t0) > 0.25 ? 0 : 1);
+	}
+	usleep(400 * 1000);
+	ASSERT_EQ(VLIBCFileUnlock(0x20000), 0);
+	int st = 0;
+	waitpid(pid, &st, 0);
+	EXPECT_EQ(WEXITSTATUS(st), 0);
+
+	EXPECT_EQ(VLIBCFileLock(0, 5), -1);
+	EXPECT_ERR(0x0D00);
+	EXPECT_EQ(VLIBCFileLock(0x806, 0x10), -1);
+}
+
+TEST(Product, QuestionsReadTheDefaultsEveryTime)
+{
+	Sysroot root;
+	root.conf("/etc.defaults/vexoinfo.conf", {{"support_sas", "yes"},
+						  {"support_nvme", "YES"},
+						  {"vvos", "no"},
+						  {"support_vexology_drive_only", "yes"},
+						  {"maxdisks", "12"},
+						  {"usbstation", "yes"}});
+	// /etc does not count for product facts.
+	root.conf("/etc/vexoinfo.conf", {{"support_raid", "yes"}});
+	EXPECT_EQ(VLIBCSupportSAS(), 1);
+	EXPECT_EQ(VLIBCSupportNVMe(), 1);
+	EXPECT_EQ(VLIBCIsVVOS(), 0);
+	EXPECT_EQ(VLIBCSupportRAID(), 0);
+	EXPECT_EQ(VLIBCVexologyDriveOnly(), 1);
+	EXPECT_EQ(VLIBCSataDeepSleepEn(), 0);
+	EXPECT_EQ(VLIBCMaxDiskGet(), 12);
+	EXPECT_EQ(VLIBCSupportGet("usbstation"), 1);
+	EXPECT_EQ(VLIBCSupportGet("support_sas"), 1);
+	EXPECT_EQ(VLIBCSupportGet("nokey"), 0);
+	// A question leaves the error record alone.
+	VLIBCErrSetEx(0x0900, "x", 1);
+	EXPECT_EQ(VLIBCSupportDualhead(), 0);
+	EXPECT_ERR(0x0900);
+
+	root.conf("/etc.defaults/vexoinfo.conf", {{"maxdisks", "x12"}, {"support_sata_deep_sleep", "yes"}});
+	EXPECT_EQ(VLIBCMaxDiskGet(), 0);
+	EXPECT_EQ(VLIBCSataDeepSleepEn(), 1);
+	EXPECT_EQ(VLIBCSupportSAS(), 0);
+	{
+		Sysroot other; // no description at all
+		EXPECT_EQ(VLIBCSupportSAS(), 0);
+		EXPECT_EQ(VLIBCMaxDiskGet(), 0);
+	}
+}
+
+} // namespace
