@@ -179,7 +179,7 @@ std::string describe(const Outcome &o)
 	char b[64];
 	switch (o.kind) {
 	case Outcome::Ok:
-		return "ok";
+		return "ok" + o.note;
 	case Outcome::Abort:
 		return "abort: " + o.note;
 	case Outcome::CheckCondition:
