@@ -1,0 +1,151 @@
+// Process liveness and pid files. Liveness is always asked of the real
+// /proc: a process is the host's, whatever root the files live under.
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <dirent.h>
+#include <string>
+#include <unistd.h>
+#include <vexoplatform/vexocore.h>
+
+#include "frame/err.h"
+#include "frame/sysroot.h"
+#include "frame/unique.h"
+#include "text_file.h"
+
+namespace {
+
+// The state letter of /proc/<pid>/stat, or 0 when the process is gone.
+char procState(pid_t pid)
+{
+	char path[64];
+	std::snprintf(path, sizeof(path), "/proc/%d/stat", static_cast<int>(pid));
+	vexo::UniqueFile f(std::fopen(path, "re"));
+	if (!f)
+		return 0;
+	char line[512];
+	if (!std::fgets(line, sizeof(line), f.get()))
+		return 0;
+	// The name in parentheses may hold anything, so look after the last ')'.
+	const char *close = std::strrchr(line, ')');
+	return close && close[1] == ' ' ? close[2] : 0;
+}
+
+// Alive means running in any state but a zombie or dead one.
+bool pidAlive(pid_t pid)
+{
+	if (::kill(pid, 0) != 0 && errno != EPERM)
+		return false;
+	char s = procState(pid);
+	return s != 0 && s != 'Z' && s != 'X' && s != 'x';
+}
+
+bool nameAlive(const char *name)
+{
+	// comm holds at most 15 characters of the name.
+	std::string want(name, strnlen(name, 15));
+	DIR *d = ::opendir("/proc");
+	if (!d)
+		return false;
+	bool found = false;
+	while (struct dirent *e = ::readdir(d)) {
+		char *end = nullptr;
+		long pid = std::strtol(e->d_name, &end, 10);
+		if (pid <= 0 || *end)
+			continue;
+		std::string path = std::string("/proc/") + e->d_name + "/comm";
+		vexo::UniqueFile f(std::fopen(path.c_str(), "re"));
+		char comm[64];
+		if (!f || !std::fgets(comm, sizeof(comm), f.get()))
+			continue;
+		comm[strcspn(comm, "\n")] = '\0';
+		if (want == comm && pidAlive(static_cast<pid_t>(pid))) {
+			found = true;
+			break;
+		}
+	}
+	::closedir(d);
+	return found;
+}
+
+} // namespace
+
+extern "C" {
+
+VEXOP_API int VLIBCIsProcAlive(const char *name, pid_t pid)
+{
+	if (pid > 0)
+		return pidAlive(pid) ? 1 : 0;
+	if (!name || !*name) {
+		VEXO_ERR(VEXO_ERR_BAD_PARAM);
+		return 0;
+	}
+	return nameAlive(name) ? 1 : 0;
+}
+
+VEXOP_API pid_t VLIBCReadPidFile(const char *path)
+{
+	if (!path) {
+		VEXO_ERR(VEXO_ERR_BAD_PARAM);
+		return -1;
+	}
+	vexo::UniqueFile f(vexo::sysroot::fopen(path, "re"));
+	if (!f) {
+		VEXO_ERR(errno == ENOENT ? VEXO_ERR_NOENT : VEXO_ERR_READ);
+		return -1;
+	}
+	long pid = 0;
+	char extra;
+	// One number, optionally followed by white space.
+	int n = std::fscanf(f.get(), "%ld", &pid);
+	if (n != 1 || pid <= 0 || pid > 0x7fffffffL || (std::fscanf(f.get(), " %c", &extra) == 1)) {
+		VEXO_ERR(VEXO_ERR_READ);
+		return -1;
+	}
+	return static_cast<pid_t>(pid);
+}
+
+VEXOP_API int VLIBCProcAliveByPidFile(const char *path)
+{
+	if (!path) {
+		VEXO_ERR(VEXO_ERR_BAD_PARAM);
+		return -1;
+	}
+	pid_t pid = VLIBCReadPidFile(path);
+	if (pid < 0) {
+		// A pid file that is gone reads as "could not open" to callers.
+		if (VLIBCErrGet() == VEXO_ERR_NOENT)
+			VEXO_ERR(VEXO_ERR_FOPEN);
+		else
+			VEXO_ERR_PASS();
+		return -1;
+	}
+	return pidAlive(pid) ? 1 : 0;
+}
+
+VEXOP_API int VLIBCProcPidFileCreate(const char *path)
+{
+	if (!path) {
+		VEXO_ERR(VEXO_ERR_BAD_PARAM);
+		return -1;
+	}
+	// Whole or not at all: a reader never sees a half-written pid.
+	if (!vexo::core::replaceFile(path, std::to_string(::getpid()) + "\n")) {
+		VEXO_ERR_PASS();
+		return -1;
+	}
+	return 0;
+}
+
+VEXOP_API pid_t VLIBCProcFork(void)
+{
+	pid_t pid = ::fork();
+	if (pid == 0)
+		VLIBCErrClear();
+	else if (pid < 0)
+		VEXO_ERR(VEXO_ERR_NOMEM);
+	return pid;
+}
+
+} // extern "C"
