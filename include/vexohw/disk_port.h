@@ -69,6 +69,12 @@ VEXO_API int VEXODiskDevicePartitionPathGet(const char *path, int partition, cha
 /* Glob pattern of the partitions of path ("sda*", "nvme0n1p*"). 0, or -1. */
 VEXO_API int VEXODiskDevicePartitionEnumStringGet(const char *path, char *pattern, int size);
 
+/*
+ * The command family of the drive: "scsi", "nvme", "sat" (SAT protocol, USB
+ * disks, mv14xx hosts), "marvell" (mvSata hosts) or "ata". 0, or -1.
+ */
+VEXO_API int VEXODiskDeviceTypeGet(const char *path, char *type, int size);
+
 /* First data partition ("/dev/md2", or bay 1 partition 3). 0, or -1. */
 VEXO_API int VEXODiskFirstDataDevicePathGet(char *path, int size);
 /* System partition ("/dev/md0", "/dev/sda1", "/dev/sda5"). 0, or -1. */

@@ -363,3 +363,32 @@ TEST_F(PortEnum, UnitsAndHosts)
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(PortEnum, CommandFamily)
+{
+	auto family = [](const char *path) {
+		char type[16] = "untouched";
+		return VEXODiskDeviceTypeGet(path, type, sizeof(type)) == 0 ? std::string(type) : "fail";
+	};
+	disks.sata("sda", 1);
+	disks.sata("sdb", 2);
+	disks.sata("sdc", 3);
+	disks.sata("sdd", 4);
+	disks.nvme("nvme0n1", "0000:00:01.2/0000:01:00.0");
+	root.write("/sys/devices/pci0000:00/0000:00:17.0/ata2/host1/scsi_host/host1/proc_name", "mv14xx\n");
+	root.write("/sys/devices/pci0000:00/0000:00:17.0/ata3/host2/scsi_host/host2/proc_name", "mvSata\n");
+	EXPECT_EQ(family("/dev/sda"), "ata");
+	EXPECT_EQ(family("/dev/sdb"), "sat");
+	EXPECT_EQ(family("/dev/sdc"), "marvell");
+	EXPECT_EQ(family("/dev/sdd"), "sat"); // a USB port
+	EXPECT_EQ(family("/dev/nvme0n1"), "nvme");
+	char tiny[3];
+	EXPECT_EQ(VEXODiskDeviceTypeGet("/dev/sda", tiny, sizeof(tiny)), -1);
+	EXPECT_EQ(VEXODiskDeviceTypeGet(nullptr, tiny, sizeof(tiny)), -1);
+	maps({{"vvos", "yes"}});
+	EXPECT_EQ(family("/dev/sda"), "scsi");
+}
+
+} // namespace
