@@ -49,8 +49,6 @@ VEXO_API int VEXOExternalEsataPortGet(int index, char *name, int size);
 /* The index (from 1) of an external SATA port's name or path, or -1. */
 VEXO_API int VEXOExternalEsataPortIndexGet(const char *path);
 
-/* The path of the present disk equal in index, container and unit. 0, or -1. */
-VEXO_API int VEXODiskDevPathGetById(const DiskId *id, char *path, int size);
 /* "/dev/<name>", or the name itself when it begins with "/dev/". 0, or -1. */
 VEXO_API int VEXODiskDevPathGetByName(const char *name, char *path, int size);
 /* Device path of an encoded index (1..26 sdX, 27..799 sdXY, 800.. nvc, 900..910 sysd, 1000.. nvme). 0, or -1. */
@@ -71,6 +69,12 @@ VEXO_API int VEXODiskDevicePartitionPathGet(const char *path, int partition, cha
 /* Glob pattern of the partitions of path ("sda*", "nvme0n1p*"). 0, or -1. */
 VEXO_API int VEXODiskDevicePartitionEnumStringGet(const char *path, char *pattern, int size);
 
+/*
+ * The command family of the drive: "scsi", "nvme", "sat" (SAT protocol, USB
+ * disks, mv14xx hosts), "marvell" (mvSata hosts) or "ata". 0, or -1.
+ */
+VEXO_API int VEXODiskDeviceTypeGet(const char *path, char *type, int size);
+
 /* First data partition ("/dev/md2", or bay 1 partition 3). 0, or -1. */
 VEXO_API int VEXODiskFirstDataDevicePathGet(char *path, int size);
 /* System partition ("/dev/md0", "/dev/sda1", "/dev/sda5"). 0, or -1. */
@@ -78,7 +82,13 @@ VEXO_API int VEXODiskSysDevicePathGet(char *path, int size);
 /* "/dev/system-root" when it exists, else VEXODiskSysDevicePathGet. 0, or -1. */
 VEXO_API int VEXOSystemDeviceMountPathGet(char *path, int size);
 
-/* Device name from a kernel ATA link text "ata<n>.<m>" or "<n>.<m>". 0, or -1. */
+/*
+ * Device name from a kernel ATA link text "ata<n>", "ata<n>.<m>" or "<n>.<m>":
+ * the base name in /sys/class/scsi_host/host<n-1>/vexo_diskname_trans, and
+ * with <m> the bay letter, 'a' + m, or "dcba"[m] when that host's
+ * vexo_pm_info names a unit XU02 or XU03 (wired in reverse). 0, or -1
+ * (0x0D00 bad text, 0x0900 no file, 0x0A00 unreadable).
+ */
 VEXO_API int VEXODiskGetDevnamebyAtaPort(char *name, int size, const char *hostText);
 /*
  * Text of what holds the disk: the unit's unique text for an expansion
@@ -88,10 +98,6 @@ VEXO_API int VEXODiskGetDevnamebyAtaPort(char *name, int size, const char *hostT
 VEXO_API int VEXODiskLocateHostGet(const char *path, char *text, int size, int inUpdater);
 /* For the updater, where no unit driver answers: "Enclosure-<unit>" or the product name. 0, or -1. */
 VEXO_API int VEXODiskLocateHostGetInUpdater(const char *path, char *text, int size);
-/* Location text without the disk's index: host text, for internal disks just the product name. 0, or -1. */
-VEXO_API int VEXODiskLocateGetWithoutIndex(const char *path, char *text, int size);
-/* "<host text> Disk <n>" style location of an id in its unit (see VEXODiskLocateHostGet). 0, or -1. */
-VEXO_API int DiskGetLocation(const DiskId *id, const char *path, char *text, int size);
 /* Text for the network management agent: "I3", "C1", "E2-3", or the plain index. 0, or -1. */
 VEXO_API int VEXODiskPathMibFormatGet(const char *path, char *text, int size);
 

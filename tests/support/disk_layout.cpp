@@ -15,7 +15,8 @@ int DiskLayout::sata(const std::string &name, int ataPort, const std::string &pc
 	root_.write("/sys/" + ata + "/host" + h + "/scsi_host/host" + h + "/proc_name", "ahci\n");
 	root_.write("/sys/" + block + "/size", std::to_string(sectors) + "\n");
 	root_.write("/sys/" + block + "/queue/logical_block_size", "512\n");
-	root_.mkdirs("/sys/" + dev + "/device");
+	// The block directory's device link leads back to the SCSI device.
+	root_.symlink("../../../" + h + ":0:0:0", "/sys/" + block + "/device");
 	root_.mkdirs("/sys/block");
 	root_.symlink("../" + block, "/sys/block/" + name);
 	root_.mkdirs("/sys/class/scsi_host");

@@ -1,0 +1,81 @@
+// The emulated drive: its state (the node file's JSON object) and the
+// answers of an ATA or SCSI drive built from it.
+#pragma once
+
+#include <cstdint>
+#include <json-c/json.h>
+#include <string>
+#include <vector>
+
+namespace vexosim::drive {
+
+// What a command did, as the transport reports it.
+struct Outcome {
+	enum Kind { Ok, Abort, CheckCondition, Errno } kind = Ok;
+	int err = 0;                 // Errno: the errno of the ioctl
+	uint8_t senseKey = 0, asc = 0, ascq = 0;
+	uint8_t ataError = 0;
+	uint8_t count = 0;           // ATA sector count register on return
+	bool noSense = false;        // a bridge that drops the return descriptor
+	std::string note;            // why it was refused, for the command log
+};
+
+// The ATA taskfile of a command.
+struct Taskfile {
+	uint8_t command = 0, features = 0, count = 0, lbaLow = 0, lbaMid = 0, lbaHigh = 0;
+};
+
+class Drive {
+public:
+	// Takes ownership of the parsed node object.
+	explicit Drive(json_object *node);
+	~Drive();
+	Drive(const Drive &) = delete;
+	Drive &operator=(const Drive &) = delete;
+
+	std::string protocol() const;
+	bool changed() const { return changed_; }
+	json_object *node() const { return node_; }
+
+	uint64_t sizeBytes() const;
+	int logicalBlockSize() const;
+
+	// The 512-byte IDENTIFY (or IDENTIFY PACKET) page.
+	std::vector<uint8_t> identify(bool packetPage) const;
+	bool isPacket() const;
+
+	// Runs an ATA command. `out` receives data-in (count x 512 bytes);
+	// `in` is the data-out sector.
+	Outcome ata(const Taskfile &tf, std::vector<uint8_t> &out, const std::vector<uint8_t> &in);
+	// Runs a SCSI command: `out` gets data-in, `in` is data-out.
+	Outcome scsi(const uint8_t *cdb, unsigned cdbLen, std::vector<uint8_t> &out, const std::vector<uint8_t> &in);
+
+	// The injected fault for an operation, consumed once when it has a
+	// count. Null when none applies.
+	json_object *fault(const char *op);
+
+private:
+	json_object *obj(const char *key) const;
+	std::string str(const char *key, const char *fallback) const;
+	int64_t num(const char *key, int64_t fallback) const;
+	json_object *section(const char *key); // created on demand
+	void setPower(int state);
+	int power() const;
+	bool smartEnabled() const;
+
+	std::vector<uint8_t> smartValues() const;
+	std::vector<uint8_t> smartThresholds() const;
+	bool smartLog(unsigned addr, bool gpl, std::vector<uint8_t> &pages) const;
+	bool scsiLogPage(unsigned page, std::vector<uint8_t> &out) const;
+	std::vector<uint8_t> ieBytes(const char *key, const char *fallback) const;
+
+	json_object *node_;
+	bool changed_ = false;
+};
+
+// Fills the last byte so that the 512 bytes sum to 0 (or to 1 when `bad`).
+void sealPage(uint8_t *page, bool bad = false);
+std::vector<uint8_t> fromHex(const char *hex);
+std::string toHex(const uint8_t *p, std::size_t n);
+
+} // namespace vexosim::drive

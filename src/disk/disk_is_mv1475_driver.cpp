@@ -1,0 +1,10 @@
+// Is the disk behind the Marvell 1475 host driver.
+#include <vexohw/disk_probe.h>
+
+#include "disk/disk_host_driver_match.h"
+#include "frame/log.h"
+
+extern "C" VEXO_API int VEXODiskIsMv1475Driver(const char *path)
+{
+	return vexo::disk::hostDriverMatch(path, "mv14xx\n", VEXO_AT);
+}

@@ -1,0 +1,73 @@
+// Which kernel driver serves the SCSI host of a disk.
+#include <climits>
+#include <cstring>
+#include <string>
+#include <vexohw/disk_probe.h>
+
+#include "disk/disk_probe_name.h"
+#include "frame/err.h"
+#include "frame/sysroot.h"
+#include "frame/unique.h"
+
+namespace {
+
+// Table order is the driver number.
+constexpr const char *kDrivers[] = {"ahci", "mpt2sas", "mpt3sas", "mv14xx"};
+
+std::string trimmed(const char *s)
+{
+	std::string t = s;
+	std::size_t b = t.find_first_not_of(" \t\r\n");
+	if (b == std::string::npos)
+		return {};
+	std::size_t e = t.find_last_not_of(" \t\r\n");
+	return t.substr(b, e - b + 1);
+}
+
+} // namespace
+
+extern "C" {
+
+VEXO_API int VEXOGetDiskDriver(const char *path)
+{
+	std::string disk = vexo::disk::physicalName(vexo::disk::shortName(path));
+	if (disk.empty()) {
+		vlog(LOG_ERR, "%s:%d Failed to get phyical disk of device %s", VEXO_AT, path ? path : "(null)");
+		return VEXO_DISK_DRIVER_OTHER;
+	}
+	char real[PATH_MAX];
+	std::string block = "/sys/block/" + disk;
+	if (!vexo::sysroot::realpath(block.c_str(), real))
+		return VEXO_DISK_DRIVER_OTHER;
+
+	// ".../ata1/host0/target0:0:0/..." -> ".../ata1", "host0"
+	std::string rp = real;
+	std::size_t pos = 0, host = std::string::npos;
+	while ((pos = rp.find('/', pos)) != std::string::npos) {
+		++pos;
+		if (rp.compare(pos, 4, "host") == 0) {
+			host = pos;
+			break;
+		}
+	}
+	if (host == std::string::npos)
+		return VEXO_DISK_DRIVER_OTHER;
+	std::size_t end = rp.find('/', host);
+	std::string hostName = rp.substr(host, end == std::string::npos ? std::string::npos : end - host);
+	std::string file = rp.substr(0, host - 1) + "/" + hostName + "/scsi_host/" + hostName + "/proc_name";
+
+	vexo::UniqueFile f(vexo::sysroot::fopen(file.c_str(), "r"));
+	char line[64] = {};
+	if (!f || !std::fgets(line, sizeof(line), f.get()))
+		return VEXO_DISK_DRIVER_OTHER;
+	std::string name = trimmed(line);
+	if (name.empty())
+		return VEXO_DISK_DRIVER_OTHER;
+	// Over the text's own length: a name cut short still matches.
+	for (int i = 0; i < static_cast<int>(sizeof(kDrivers) / sizeof(kDrivers[0])); ++i)
+		if (std::strncmp(name.c_str(), kDrivers[i], name.size()) == 0)
+			return i;
+	return VEXO_DISK_DRIVER_OTHER;
+}
+
+} // extern "C"

@@ -1,0 +1,33 @@
+// The command family of a drive, as the drive command interfaces name it.
+#include <vexohw/disk.h>
+#include <vexohw/disk_port.h>
+#include <vexohw/disk_probe.h>
+
+#include "external/text_out.h"
+#include "frame/err.h"
+
+extern "C" {
+
+VEXO_API int VEXODiskDeviceTypeGet(const char *path, char *type, int size)
+{
+	if (!path || !type || size <= 0) {
+		VEXO_ERR(VEXO_ERR_BAD_PARAM);
+		return -1;
+	}
+	int protocol = VEXODiskScsiProtocolGet(path);
+	int container = 0;
+	const char *family = "ata";
+	if (protocol == 2)
+		family = "scsi";
+	else if (protocol == 3)
+		family = "nvme";
+	else if (protocol == 1 || (DiskContainerGet(path, &container) == 0 && container == DISK_CONTAINER_USB))
+		family = "sat";
+	else if (VEXODiskIsMv1475Driver(path) == 1)
+		family = "sat";
+	else if (VEXODiskIsMvSocDriver(path) == 1)
+		family = "marvell";
+	return VEXO_PUT_TEXT(type, size, "%s", family);
+}
+
+} // extern "C"

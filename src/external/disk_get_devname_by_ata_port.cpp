@@ -1,0 +1,90 @@
+// The device name behind a kernel ATA link text ("ata5", "ata5.01", "5.01").
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include <vexohw/disk_port.h>
+#include <vexoplatform/ebox_info.h>
+
+#include "frame/err.h"
+#include "frame/sysroot.h"
+#include "frame/unique.h"
+
+namespace {
+
+// Units whose bays are wired in reverse order of their port numbers.
+constexpr const char *kReversedBayUnits[] = {"XU02", "XU03"};
+constexpr const char kReversedBays[] = "dcba";
+
+} // namespace
+
+extern "C" {
+
+VEXO_API int VEXODiskGetDevnamebyAtaPort(char *name, int size, const char *hostText)
+{
+	if (!name || size <= 0 || !hostText) {
+		VEXO_ERR(VEXO_ERR_BAD_PARAM);
+		return -1;
+	}
+	const char *text = std::strncmp(hostText, "ata", 3) == 0 ? hostText + 3 : hostText;
+	char hostPart[16] = {};
+	char portPart[16] = {};
+	int fields = std::sscanf(text, "%15[^.].%15s", hostPart, portPart);
+	int ata = 0;
+	if (fields < 1 || std::sscanf(hostPart, "%d", &ata) != 1 || ata <= 0) {
+		VEXO_ERR(VEXO_ERR_BAD_PARAM);
+		return -1;
+	}
+	std::string host = "host" + std::to_string(ata - 1);
+	std::string trans = "/sys/class/scsi_host/" + host + "/vexo_diskname_trans";
+	vexo::UniqueFile f(vexo::sysroot::fopen(trans.c_str(), "r"));
+	if (!f) {
+		VEXO_ERR(VEXO_ERR_FOPEN);
+		return -1;
+	}
+	char base[32] = {};
+	if (!VLIBCFgets(base, sizeof(base), f.get()) || !base[0]) {
+		VEXO_ERR(VEXO_ERR_READ);
+		return -1;
+	}
+	std::string result = base;
+	if (fields == 2) {
+		int port = -1;
+		if (std::sscanf(portPart, "%d", &port) != 1 || port < 0 || port > 25) {
+			VEXO_ERR(VEXO_ERR_BAD_PARAM);
+			return -1;
+		}
+		// The whole info text names the unit model.
+		std::string infoPath = "/sys/class/scsi_host/" + host + "/vexo_pm_info";
+		vexo::UniqueFile info(vexo::sysroot::fopen(infoPath.c_str(), "r"));
+		if (!info) {
+			VEXO_ERR(VEXO_ERR_FOPEN);
+			return -1;
+		}
+		std::string body;
+		char buf[1024];
+		size_t n;
+		while ((n = std::fread(buf, 1, sizeof(buf), info.get())) > 0)
+			body.append(buf, n);
+		bool reversed = false;
+		for (const char *unit : kReversedBayUnits)
+			reversed = reversed || body.find(unit) != std::string::npos;
+		if (reversed) {
+			if (port >= static_cast<int>(sizeof(kReversedBays) - 1)) {
+				VEXO_ERR(VEXO_ERR_READ);
+				return -1;
+			}
+			result += kReversedBays[port];
+		} else {
+			result += static_cast<char>('a' + port);
+		}
+	}
+	if (result.size() + 1 > static_cast<size_t>(size)) {
+		VEXO_ERR(VEXO_ERR_BAD_PARAM);
+		return -1;
+	}
+	std::memcpy(name, result.c_str(), result.size() + 1);
+	return 0;
+}
+
+} // extern "C"

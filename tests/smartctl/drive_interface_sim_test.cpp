@@ -1,0 +1,416 @@
+// The four drive command interfaces against the drive emulator: the exact
+// bytes each command puts on the wire, the sg_io_hdr around them, what
+// comes back, and which refusals are logged.
+#include <cstring>
+#include <syslog.h>
+#include <vexohw/smartctl.h>
+
+#include "smartctl/drive_sim.h"
+
+using namespace vexo::test;
+
+namespace {
+
+const bool kBackend = installDriveEmulator();
+
+std::string ataStr(const unsigned char *page, int word, int words)
+{
+	std::string s;
+	for (int i = 0; i < words * 2; ++i)
+		s += static_cast<char>(page[word * 2 + (i ^ 1)]);
+	return s.substr(0, s.find_last_not_of(' ') + 1);
+}
+
+class AtaPath : public DriveSim {
+protected:
+	void SetUp() override
+	{
+		DriveSim::SetUp();
+		node("sda", kAtaNode);
+		fd = open("sda");
+		ASSERT_GE(fd, 0);
+	}
+	int fd = -1;
+};
+
+TEST_F(AtaPath, HeaderBytesPerCommand)
+{
+	ASSERT_TRUE(kBackend);
+	// command, sector number, features, sector count
+	const std::pair<unsigned, const char *> rows[] = {
+		{CMD_SMART_ENABLE, "b001d800"},	     {CMD_SMART_READ_VALUES, "b000d001"},
+		{CMD_SMART_READ_THRESHOLDS, "b001d101"}, {CMD_SMART_READ_SELFTEST_LOG, "b006d501"},
+		{CMD_CHECK_POWER_MODE, "e5000000"},  {CMD_IDENTIFY, "ec000001"},
+		{CMD_SMART_READ_LOG_DIRECTORY, "b000d501"}, {CMD_STANDBY_IMMEDIATE, "e0000000"},
+	};
+	for (auto [cmd, hdr] : rows) {
+		unsigned char page[512];
+		std::memset(page, 0xEE, sizeof(page));
+		EXPECT_EQ(ata_command_interface(fd, cmd, page), 0) << cmd;
+		EXPECT_EQ(last("sda"), std::string("HDIO_DRIVE_CMD args=") + hdr + " -> ok") << cmd;
+		if (cmd == CMD_SMART_READ_VALUES || cmd == CMD_SMART_READ_THRESHOLDS || cmd == CMD_IDENTIFY ||
+		    cmd == CMD_SMART_READ_SELFTEST_LOG) {
+			EXPECT_EQ(VEXOSmartChecksum(page), 0) << cmd;
+		}
+		if (cmd == CMD_IDENTIFY) {
+			EXPECT_EQ(ataStr(page, 27, 20), "VEXO HAT5300-8T");
+			EXPECT_EQ(ataStr(page, 10, 10), "ZL2K4T7C");
+			EXPECT_EQ(page[510], 0xA5);
+		}
+		if (cmd == CMD_CHECK_POWER_MODE) {
+			EXPECT_EQ(page[0], 0xFF); // active; only one byte written
+		}
+		if (cmd == CMD_CHECK_POWER_MODE || cmd == CMD_SMART_ENABLE) {
+			EXPECT_EQ(page[1], 0xEE);
+		}
+	}
+	// IDENTIFY also asked the kernel's cached identity first.
+	auto all = commands("sda");
+	int identities = 0;
+	for (auto &l : all)
+		identities += l.rfind("HDIO_GET_IDENTITY", 0) == 0;
+	EXPECT_EQ(identities, 1);
+}
+
+TEST_F(AtaPath, StandbyThenCheckPowerMode)
+{
+	unsigned char b = 0x11;
+	ASSERT_EQ(ata_command_interface(fd, CMD_STANDBY_IMMEDIATE, nullptr), 0);
+	ASSERT_EQ(ata_command_interface(fd, CMD_CHECK_POWER_MODE, &b), 0);
+	EXPECT_EQ(b, 0x00);
+	// The state lives in the node: a second descriptor sees the same drive.
+	int other = open("sda");
+	b = 0x11;
+	ASSERT_EQ(ata_command_interface(other, CMD_CHECK_POWER_MODE, &b), 0);
+	EXPECT_EQ(b, 0x00);
+	EXPECT_NE(root.read("/dev/sda").find("\"standby\""), std::string::npos);
+}
+
+TEST_F(AtaPath, UnknownNumbersAreRefusedSilently)
+{
+	LogCapture log;
+	unsigned char page[512] = {};
+	for (unsigned cmd : {5u, 10u, 27u, 29u, 1000u})
+		EXPECT_EQ(ata_command_interface(fd, cmd, page), -1) << cmd;
+	EXPECT_TRUE(commands("sda").empty());
+	EXPECT_EQ(log.count(-1), 0) << log.dump();
+}
+
+TEST_F(AtaPath, FlushCountsEinvalAsSuccess)
+{
+	// The emulated libata refuses the null form with EINVAL.
+	EXPECT_EQ(ata_command_interface(fd, CMD_DRIVE_FLUSH, nullptr), 0);
+	EXPECT_EQ(last("sda"), "HDIO_DRIVE_CMD args=null -> errno 22: refused: null argument");
+	node("sda", R"({"protocol":"ata","faults":{"flush":{"errno":"EIO"}}})");
+	EXPECT_EQ(ata_command_interface(fd, CMD_DRIVE_FLUSH, nullptr), -1);
+	EXPECT_ERR(0x6C00);
+}
+
+TEST_F(AtaPath, IoctlFailureRecordsDeviceError)
+{
+	node("sda", R"({"protocol":"ata","faults":{"smart_read_values":{"abort":true}}})");
+	unsigned char page[512];
+	std::memset(page, 0x33, sizeof(page));
+	EXPECT_EQ(ata_command_interface(fd, CMD_SMART_READ_VALUES, page), -1);
+	EXPECT_ERR(0x6C00);
+	EXPECT_STREQ(VLIBCErrFileGet(), "smartctl/ata_command_interface");
+	EXPECT_EQ(page[0], 0x33); // nothing copied on failure
+}
+
+TEST_F(AtaPath, PacketDeviceSwapsTheIdentifyCommands)
+{
+	node("sda", R"({"protocol":"ata","model":"VEXO OPTICAL","packet":true})");
+	unsigned char page[512];
+	EXPECT_EQ(ata_command_interface(fd, CMD_IDENTIFY, page), 0);
+	EXPECT_EQ(last("sda"), "HDIO_DRIVE_CMD args=a1000001 -> ok");
+	EXPECT_EQ(page[1] & 0x80, 0x80);
+	EXPECT_EQ(ataStr(page, 27, 20), "VEXO OPTICAL");
+	// 8 on a packet device goes out as plain IDENTIFY, which it aborts.
+	EXPECT_EQ(ata_command_interface(fd, CMD_PACKET_IDENTIFY, page), -1);
+	EXPECT_EQ(last("sda").rfind("HDIO_DRIVE_CMD args=ec000001 -> errno 5", 0), 0u) << last("sda");
+}
+
+TEST_F(AtaPath, FailedIdentityQuerySendsTheRequestedCommand)
+{
+	node("sda", R"({"protocol":"ata","packet":true,"faults":{"get_identity":{"errno":"EIO"}}})");
+	unsigned char page[512];
+	EXPECT_EQ(ata_command_interface(fd, CMD_PACKET_IDENTIFY, page), 0);
+	EXPECT_EQ(last("sda"), "HDIO_DRIVE_CMD args=a1000001 -> ok");
+}
+
+class SatPath : public AtaPath {};
+
+TEST_F(SatPath, PassThroughCdbsAndHeader)
+{
+	const std::pair<unsigned, const char *> rows[] = {
+		{CMD_SMART_ENABLE, "dxfer_direction=-1 cmd_len=16 mx_sb_len=32 dxfer_len=0 timeout=20000 "
+				   "cdb=85060c00d800000001004f00c200b000"},
+		{CMD_SMART_READ_VALUES, "dxfer_direction=-3 cmd_len=16 mx_sb_len=32 dxfer_len=512 timeout=20000 "
+					"cdb=85080e00d000010000004f00c200b000"},
+		{CMD_SMART_READ_THRESHOLDS, "dxfer_direction=-3 cmd_len=16 mx_sb_len=32 dxfer_len=512 timeout=20000 "
+					    "cdb=85080e00d100010001004f00c200b000"},
+		{CMD_SMART_READ_SELFTEST_LOG, "dxfer_direction=-3 cmd_len=16 mx_sb_len=32 dxfer_len=512 timeout=20000 "
+					      "cdb=85080e00d500010006004f00c200b000"},
+		{CMD_CHECK_POWER_MODE, "dxfer_direction=-1 cmd_len=16 mx_sb_len=32 dxfer_len=0 timeout=20000 "
+				       "cdb=85062c0000000000000000000000e500"},
+		{CMD_IDENTIFY, "dxfer_direction=-3 cmd_len=16 mx_sb_len=32 dxfer_len=512 timeout=20000 "
+			       "cdb=85080e0000000100000000000000ec00"},
+		{CMD_SMART_READ_LOG_DIRECTORY, "dxfer_direction=-3 cmd_len=16 mx_sb_len=32 dxfer_len=512 timeout=20000 "
+					       "cdb=85080e00d500010000004f00c200b000"},
+		{CMD_STANDBY_IMMEDIATE, "dxfer_direction=-1 cmd_len=16 mx_sb_len=32 dxfer_len=0 timeout=20000 "
+					"cdb=85060c0000000000000000000000e000"},
+	};
+	for (auto [cmd, wire] : rows) {
+		unsigned char page[512];
+		std::memset(page, 0xEE, sizeof(page));
+		EXPECT_EQ(sat_command_interface(fd, cmd, page), 0) << cmd;
+		std::string l = last("sda");
+		EXPECT_EQ(l.rfind(std::string("SG_IO interface_id=S ") + wire + " -> ok", 0), 0u) << l;
+		if (cmd == CMD_SMART_READ_VALUES || cmd == CMD_IDENTIFY || cmd == CMD_SMART_READ_SELFTEST_LOG) {
+			EXPECT_EQ(VEXOSmartChecksum(page), 0) << cmd;
+		}
+	}
+	// The packet variant is its own row: a non-packet drive aborts it with sense.
+	unsigned char page[512];
+	EXPECT_EQ(sat_command_interface(fd, CMD_PACKET_IDENTIFY, page), 0); // CHECK CONDITION is not a failure
+	EXPECT_NE(last("sda").find("cdb=85080e0000000100000000000000a100 -> abort"), std::string::npos);
+}
+
+TEST_F(SatPath, DataInBufferIsClearedFirst)
+{
+	node("sda", R"({"protocol":"ata","faults":{"smart_read_values":{"abort":true}}})");
+	unsigned char page[512];
+	std::memset(page, 0x77, sizeof(page));
+	EXPECT_EQ(sat_command_interface(fd, CMD_SMART_READ_VALUES, page), 0);
+	for (unsigned char c : page)
+		ASSERT_EQ(c, 0);
+}
+
+TEST_F(SatPath, CheckPowerModeFromSenseOnlyWhenWritten)
+{
+	unsigned char b = 0x42;
+	ASSERT_EQ(sat_command_interface(fd, CMD_STANDBY_IMMEDIATE, nullptr), 0);
+	ASSERT_EQ(sat_command_interface(fd, CMD_CHECK_POWER_MODE, &b), 0);
+	EXPECT_EQ(b, 0x00);
+	EXPECT_NE(last("sda").find("sb_len_wr=22"), std::string::npos);
+	// A bridge that drops the return descriptor: the byte keeps its value.
+	node("sda", R"({"protocol":"ata","power_state":"idle","faults":{"check_power_mode":{"no_sense":true}}})");
+	b = 0x42;
+	ASSERT_EQ(sat_command_interface(fd, CMD_CHECK_POWER_MODE, &b), 0);
+	EXPECT_EQ(b, 0x42);
+	EXPECT_NE(last("sda").find("sb_len_wr=0"), std::string::npos);
+}
+
+TEST_F(SatPath, FlushIsImmediateAndUnknownNumbersAreLogged)
+{
+	LogCapture log;
+	EXPECT_EQ(sat_command_interface(fd, CMD_DRIVE_FLUSH, nullptr), 0);
+	EXPECT_TRUE(commands("sda").empty());
+	unsigned char b = 0;
+	EXPECT_EQ(sat_command_interface(fd, CMD_IDLE, &b), -1);
+	EXPECT_EQ(sat_command_interface(fd, SCSI_INQUIRY, &b), -1);
+	EXPECT_TRUE(commands("sda").empty());
+	EXPECT_EQ(log.count(LOG_ERR, "smartctl/sat_command_interface:"), 2);
+	EXPECT_TRUE(log.has(LOG_ERR, " unknown command:5 ")) << log.dump();
+	EXPECT_TRUE(log.has(LOG_ERR, " unknown command:10 "));
+}
+
+TEST_F(SatPath, IoctlFailureIsLoggedWithItsOldWording)
+{
+	LogCapture log;
+	node("sda", R"({"protocol":"ata","faults":{"standby":{"errno":"EIO"}}})");
+	EXPECT_EQ(sat_command_interface(fd, CMD_STANDBY_IMMEDIATE, nullptr), -1);
+	EXPECT_TRUE(log.has(LOG_ERR, " sat ioctl HDIO_DRIVE_CMD error ")) << log.dump();
+}
+
+TEST_F(SatPath, RawLogWriteThenRead)
+{
+	unsigned char sector[512];
+	for (int i = 0; i < 512; ++i)
+		sector[i] = static_cast<unsigned char>(i * 7);
+	EXPECT_EQ(SMARTWriteLog(fd, 0xD6, 0x80, sector, 513), -1);
+	EXPECT_TRUE(commands("sda").empty());
+	EXPECT_EQ(SMARTWriteLog(fd, 0xD6, 0x80, sector, 512), 0);
+	std::string l = last("sda");
+	EXPECT_EQ(l.rfind("SG_IO interface_id=S dxfer_direction=-2 cmd_len=16 mx_sb_len=32 dxfer_len=512 "
+			  "timeout=20000 cdb=850a0600d600010080004f00c200b000 data=00070e15",
+			  0),
+		  0u)
+		<< l;
+	EXPECT_NE(l.find(" -> ok"), std::string::npos);
+
+	// A short write is zero-padded to a whole sector.
+	EXPECT_EQ(SMARTWriteLog(fd, 0xD6, 0x81, "abc", 3), 0);
+
+	unsigned char back[1024];
+	std::memset(back, 0xEE, sizeof(back));
+	EXPECT_EQ(SMARTReadLogExt(fd, 0, 1, 0x80, 0, back), 0);
+	EXPECT_EQ(last("sda").rfind("SG_IO interface_id=S dxfer_direction=-3 cmd_len=16 mx_sb_len=32 dxfer_len=512 "
+				    "timeout=20000 cdb=85080e00000001008000000000002f00 -> ok",
+				    0),
+		  0u)
+		<< last("sda");
+	EXPECT_EQ(std::memcmp(back, sector, 512), 0);
+	EXPECT_EQ(back[512], 0xEE);
+	EXPECT_EQ(SMARTReadLogExt(fd, 0, 1, 0x81, 0, back), 0);
+	EXPECT_EQ(std::memcmp(back, "abc\0\0", 5), 0);
+	EXPECT_EQ(back[511], 0);
+
+	EXPECT_EQ(SMARTReadLogExt(fd, 0, 1, 0x80, 0, nullptr), -1);
+}
+
+TEST_F(SatPath, RawLogFailuresAreLogged)
+{
+	LogCapture log;
+	node("sda", R"({"protocol":"ata","faults":{"read_log_ext":{"errno":"EIO"},"smart_write_log":{"errno":"EIO"}}})");
+	unsigned char buf[512];
+	EXPECT_EQ(SMARTReadLogExt(fd, 0, 1, 7, 0, buf), -1);
+	EXPECT_EQ(SMARTWriteLog(fd, 0xD6, 0x80, buf, 1), -1);
+	EXPECT_TRUE(log.has(LOG_ERR, " sat read log ext failed"));
+	EXPECT_TRUE(log.has(LOG_ERR, " sat smart write log failed"));
+}
+
+class ScsiPath : public DriveSim {
+protected:
+	void SetUp() override
+	{
+		DriveSim::SetUp();
+		node("sdb", kScsiNode);
+		fd = open("sdb");
+		ASSERT_GE(fd, 0);
+	}
+	int fd = -1;
+};
+
+TEST_F(ScsiPath, CdbsDirectionsAndLengths)
+{
+	struct Row {
+		unsigned cmd;
+		const char *dirLen;
+		const char *cdb;
+	};
+	const Row rows[] = {
+		{10, "-3 cmd_len=10 mx_sb_len=32 dxfer_len=36", "12000000240000000000"},
+		{11, "-3 cmd_len=10 mx_sb_len=32 dxfer_len=252", "12018000fc0000000000"},
+		{12, "-3 cmd_len=10 mx_sb_len=32 dxfer_len=512", "4d004300000000004000"},
+		{13, "-3 cmd_len=10 mx_sb_len=32 dxfer_len=512", "4d004200000000003800"},
+		{14, "-3 cmd_len=10 mx_sb_len=32 dxfer_len=512", "4d004500000000004000"},
+		{15, "-3 cmd_len=10 mx_sb_len=32 dxfer_len=512", "4d004d00000000001000"},
+		{16, "-3 cmd_len=10 mx_sb_len=32 dxfer_len=512", "4d005500000000001400"},
+		{17, "-3 cmd_len=10 mx_sb_len=32 dxfer_len=512", "4d005000000000019400"},
+		{18, "-3 cmd_len=10 mx_sb_len=32 dxfer_len=260", "4d004f00000000010400"},
+		{21, "-3 cmd_len=10 mx_sb_len=32 dxfer_len=512", "1a001c00400000000000"},
+		{22, "-3 cmd_len=10 mx_sb_len=32 dxfer_len=512", "1a005c00400000000000"},
+		{23, "-3 cmd_len=10 mx_sb_len=32 dxfer_len=512", "1a000a00400000000000"},
+		{24, "-3 cmd_len=10 mx_sb_len=32 dxfer_len=512", "03000000120000000000"},
+		{26, "-1 cmd_len=10 mx_sb_len=32 dxfer_len=0", "35000000000000000000"},
+		{27, "-1 cmd_len=10 mx_sb_len=32 dxfer_len=0", "00000000000000000000"},
+	};
+	for (const Row &r : rows) {
+		unsigned char buf[512] = {};
+		EXPECT_EQ(sas_command_interface(fd, r.cmd, buf), 0) << r.cmd;
+		std::string want = std::string("SG_IO interface_id=S dxfer_direction=") + r.dirLen +
+				   " timeout=30000 cdb=" + r.cdb + " -> ok status=0x00";
+		EXPECT_EQ(last("sdb").rfind(want, 0), 0u) << last("sdb");
+	}
+}
+
+TEST_F(ScsiPath, DataOutCommandsAndStartStop)
+{
+	unsigned char page[260] = {0x0F, 0, 0x01, 0x00, 0x00, 0x00, 0x03, 0xFC, 'h', 'i'};
+	EXPECT_EQ(sas_command_interface(fd, SCSI_LOG_SELECT_APPLICATION_CLIENT, page), 0);
+	EXPECT_EQ(last("sdb").rfind("SG_IO interface_id=S dxfer_direction=-2 cmd_len=10 mx_sb_len=32 dxfer_len=260 "
+				    "timeout=30000 cdb=4c014000000000010400 data=0f000100000003fc6869",
+				    0),
+		  0u)
+		<< last("sdb");
+	EXPECT_NE(last("sdb").find("-> ok"), std::string::npos);
+	unsigned char back[260] = {};
+	EXPECT_EQ(sas_command_interface(fd, SCSI_LOG_APPLICATION_CLIENT, back), 0);
+	EXPECT_EQ(back[8], 'h');
+	EXPECT_EQ(back[9], 'i');
+
+	unsigned char start = 0xFE; // only bit 0 goes out
+	EXPECT_EQ(sas_command_interface(fd, SCSI_START_STOP, &start), 0);
+	EXPECT_NE(last("sdb").find("cdb=1b010000000000000000"), std::string::npos);
+	unsigned char status = 0x55;
+	EXPECT_EQ(sas_command_interface(fd, SCSI_TEST_UNIT_READY, &status), 0);
+	EXPECT_EQ(status, 0x02); // stopped: CHECK CONDITION, still success
+	start = 0x01;
+	EXPECT_EQ(sas_command_interface(fd, SCSI_START_STOP, &start), 0);
+	EXPECT_NE(last("sdb").find("cdb=1b010000010000000000"), std::string::npos);
+	EXPECT_EQ(sas_command_interface(fd, SCSI_START_STOP, nullptr), 0);
+	EXPECT_NE(last("sdb").find("cdb=1b010000000000000000"), std::string::npos);
+	EXPECT_EQ(sas_command_interface(fd, SCSI_TEST_UNIT_READY, nullptr), 0);
+}
+
+TEST_F(ScsiPath, SerialPageLengthClearedBeforeTheCall)
+{
+	unsigned char vpd[252];
+	std::memset(vpd, 0x99, sizeof(vpd));
+	EXPECT_EQ(sas_command_interface(fd, SCSI_INQUIRY_SERIAL, vpd), 0);
+	EXPECT_EQ(vpd[1], 0x80);
+	EXPECT_EQ(std::string(reinterpret_cast<char *>(vpd) + 4, vpd[3]), "SX00001234");
+	node("sdb", R"({"protocol":"scsi","faults":{"inquiry":{"errno":"EIO"}}})");
+	std::memset(vpd, 0x99, sizeof(vpd));
+	EXPECT_EQ(sas_command_interface(fd, SCSI_INQUIRY_SERIAL, vpd), -1);
+	EXPECT_EQ(vpd[1], 0);
+}
+
+TEST_F(ScsiPath, RefusalsAreLogged)
+{
+	LogCapture log;
+	unsigned char buf[512];
+	for (unsigned cmd : {0u, 9u, 28u, 29u})
+		EXPECT_EQ(sas_command_interface(fd, cmd, buf), -1);
+	EXPECT_TRUE(commands("sdb").empty());
+	EXPECT_TRUE(log.has(LOG_ERR, " sas_command_interface unknown command:9"));
+	EXPECT_EQ(log.count(LOG_ERR, "sas_command_interface unknown command:"), 4);
+	node("sdb", R"({"protocol":"scsi","faults":{"log_sense":{"errno":"EIO"}}})");
+	EXPECT_EQ(sas_command_interface(fd, SCSI_LOG_TEMPERATURE, buf), -1);
+	EXPECT_TRUE(log.has(LOG_ERR, " ioctl SG_IO failed. command:15"));
+	// An unsupported page is a CHECK CONDITION, which the interface doesn't judge.
+	node("sdb", R"({"protocol":"scsi","scsi":{"log_pages":{}}})");
+	EXPECT_EQ(sas_command_interface(fd, SCSI_LOG_TEMPERATURE, buf), 0);
+}
+
+class MarvellPath : public AtaPath {};
+
+TEST_F(MarvellPath, RecordBytesAndAnswers)
+{
+	unsigned char page[512];
+	EXPECT_EQ(marvell_command_interface(fd, CMD_IDENTIFY, page), 0);
+	EXPECT_EQ(last("sda"), "SCSI_IOCTL_SEND_COMMAND inlen=540 outlen=540 area=0c0000000600ec000001000000000000 -> ok");
+	EXPECT_EQ(ataStr(page, 27, 20), "VEXO HAT5300-8T");
+	EXPECT_EQ(VEXOSmartChecksum(page), 0);
+	EXPECT_EQ(marvell_command_interface(fd, CMD_SMART_READ_THRESHOLDS, page), 0);
+	EXPECT_NE(last("sda").find("area=0c0000000600b001d101000000000000 -> ok"), std::string::npos) << last("sda");
+
+	unsigned char idle = 0x2A;
+	EXPECT_EQ(marvell_command_interface(fd, CMD_IDLE, &idle), 0);
+	EXPECT_NE(last("sda").find("area=0c0000000600e300002a000000000000"), std::string::npos) << last("sda");
+	unsigned char b = 0x11;
+	EXPECT_EQ(marvell_command_interface(fd, CMD_CHECK_POWER_MODE, &b), 0);
+	EXPECT_EQ(b, 0x80);
+	EXPECT_EQ(marvell_command_interface(fd, CMD_STANDBY_IMMEDIATE, nullptr), 0);
+	EXPECT_EQ(marvell_command_interface(fd, CMD_CHECK_POWER_MODE, &b), 0);
+	EXPECT_EQ(b, 0x00);
+}
+
+TEST_F(MarvellPath, RefusalsAndFlush)
+{
+	LogCapture log;
+	unsigned char page[512];
+	size_t before = commands("sda").size();
+	EXPECT_EQ(marvell_command_interface(fd, CMD_SMART_READ_LOG_DIRECTORY, page), -1);
+	EXPECT_EQ(marvell_command_interface(fd, SCSI_INQUIRY, page), -1);
+	EXPECT_EQ(commands("sda").size(), before);
+	EXPECT_EQ(log.count(-1), 0);
+	EXPECT_EQ(marvell_command_interface(fd, CMD_DRIVE_FLUSH, nullptr), 0); // EINVAL
+	node("sda", R"({"protocol":"ata","faults":{"flush":{"errno":"EBUSY"},"identify":{"abort":true}}})");
+	EXPECT_EQ(marvell_command_interface(fd, CMD_DRIVE_FLUSH, nullptr), -1);
+	EXPECT_EQ(marvell_command_interface(fd, CMD_IDENTIFY, page), -1);
+	EXPECT_EQ(log.count(LOG_ERR, " marvell ioctl SCSI_IOCTL_SEND_COMMAND error "), 2) << log.dump();
+}
+
+} // namespace
