@@ -192,13 +192,32 @@ Result run(const std::vector<std::string> &argv, const Options &opts)
 				src.reset();
 		}
 	}
+	inW.reset();
+	outR.reset();
+	errR.reset();
+	// A child may close its output and still run: the limit holds for the
+	// whole run, not only while it writes.
+	while (!res.timedOut && opts.timeoutMs >= 0) {
+		int st = 0;
+		pid_t r = ::waitpid(s.pid, &st, WNOHANG);
+		if (r == s.pid) {
+			if (WIFEXITED(st))
+				res.exitStatus = WEXITSTATUS(st);
+			else if (WIFSIGNALED(st))
+				res.termSignal = WTERMSIG(st);
+			return res;
+		}
+		if (r < 0 && errno != EINTR)
+			break;
+		if (clock::now() >= deadline)
+			res.timedOut = true;
+		else
+			::usleep(2000);
+	}
 	if (res.timedOut) {
 		::kill(-s.pid, SIGKILL);
 		::kill(s.pid, SIGKILL);
 	}
-	inW.reset();
-	outR.reset();
-	errR.reset();
 	res.exitStatus = reap(s.pid, &res.termSignal);
 	return res;
 }

@@ -162,6 +162,22 @@ TEST(ExecSeam, TimeoutKillsTheWholeGroup)
 	EXPECT_FALSE(root.exists("/tmp/late")) << "the grandchild outlived the timeout";
 }
 
+TEST(ExecSeam, TimeoutHoldsAfterOutputCloses)
+{
+	Sysroot root;
+	program(root, "/bin/quiet", "exec >/dev/null 2>&1 </dev/null; sleep 30\n");
+	vexo::exec::Options o;
+	o.timeoutMs = 300;
+	auto start = std::chrono::steady_clock::now();
+	auto r = vexo::exec::run({"/bin/quiet"}, o);
+	EXPECT_TRUE(r.timedOut);
+	EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+	program(root, "/bin/quick", "exec >/dev/null; exit 4\n");
+	r = vexo::exec::run({"/bin/quick"}, o);
+	EXPECT_FALSE(r.timedOut);
+	EXPECT_EQ(r.status(), 4);
+}
+
 TEST(ExecSeam, ChildStreamsAndReaps)
 {
 	Sysroot root;
