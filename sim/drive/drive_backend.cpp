@@ -240,7 +240,8 @@ Outcome hdioDriveCmd(Drive &d, uint8_t *args, std::string &line)
 		std::size_t room = static_cast<std::size_t>(args[3]) * 512;
 		if (out.size() != room && !(tf.command == 0xB0 && tf.features == 0xD5 && out.size() >= room))
 			return refuse(EIO, "sector count differs from the command's data");
-		std::memcpy(args + 4, out.data(), room);
+		if (room)
+			std::memcpy(args + 4, out.data(), room);
 		args[0] = 0x50;
 		args[1] = 0;
 		args[2] = o.count;

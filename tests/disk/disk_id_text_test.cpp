@@ -127,7 +127,9 @@ TEST(DiskIdText, IdentifiersAndKeys)
 TEST(DiskLists, PushRemoveSort)
 {
 	DiskListNode *head = nullptr;
-	DiskListPush(nullptr, record(1, 1, 0)); // dropped: no list
+	DiskInfo *orphan = record(1, 1, 0);
+	DiskListPush(nullptr, orphan); // no list: the caller keeps the record
+	std::free(orphan);
 	DiskListPush(&head, nullptr);
 	EXPECT_EQ(head, nullptr);
 	// Unit 1 disks, unit 0 cache devices and unit 0 data disks, mixed.
