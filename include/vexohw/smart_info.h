@@ -1,0 +1,48 @@
+/*
+ * SMART attribute lists of ATA disks, as the attribute table of
+ * /usr/bin/smartctl prints them, and their short-lived per-disk cache.
+ * Pure C.
+ */
+#ifndef VEXOHW_SMART_INFO_H
+#define VEXOHW_SMART_INFO_H
+
+#include <stdint.h>
+#include <vexohw/vexo_export.h>
+
+VEXO_BEGIN_DECLS
+
+/* status of an entry */
+#define SMART_ATTR_STATUS_GOOD 0
+#define SMART_ATTR_STATUS_FAILED_PAST 1
+#define SMART_ATTR_STATUS_FAILING_NOW 2
+
+/* One attribute, in the order of the tool's output. All strings are heap
+   copies owned by the list. */
+typedef struct SmartInfoEntry {
+	char *name;      /* as printed, e.g. "Reallocated_Sector_Ct" */
+	char *id;        /* decimal id */
+	char *value;     /* normalized current value */
+	char *worst;     /* normalized worst value */
+	char *threshold; /* normalized threshold */
+	char *raw;       /* first word of the raw column */
+	uint32_t status; /* SMART_ATTR_STATUS_* */
+	struct SmartInfoEntry *next;
+} SmartInfoEntry;
+
+/* Frees a list and its strings; null is allowed. */
+VEXO_API void VEXODiskSmartInfoFree(SmartInfoEntry *list);
+/* The attribute list of a disk, from the cache when fresh. 0, or -1. */
+VEXO_API int VEXODiskAtaSmartInfoParse(const char *path, SmartInfoEntry **list);
+/* Forces a fresh read into the cache; 0 and nothing done for "scsi" and
+   "nvme" disks. 0, or -1. */
+VEXO_API int VEXODiskAtaSmartInfoUpdate(const char *path);
+/* type is the -d keyword of VEXODiskDeviceTypeGet. 0, or -1. */
+VEXO_API int SmartInfoGet(const char *path, const char *type, SmartInfoEntry **list, int force);
+VEXO_API int AtaSmartInfoGet(const char *path, const char *type, SmartInfoEntry **list);
+/* name is the device name without "/dev/". 0, or -1. */
+VEXO_API int SmartInfoCacheUpdate(const char *name, const SmartInfoEntry *list);
+VEXO_API int SmartInfoCacheGet(const char *name, SmartInfoEntry **list);
+
+VEXO_END_DECLS
+
+#endif
