@@ -117,7 +117,7 @@ int64_t now() { return static_cast<int64_t>(std::time(nullptr)); }
 
 // ---- Identity ---------------------------------------------------------------
 
-std::string model(const Drive &d) { return text(d.node(), "model", "VEXO SNV3410-400G"); }
+std::string model(const Drive &d) { return text(d.node(), "model", "VEXO NM410 400GB"); }
 std::string firmware(const Drive &d) { return text(d.node(), "firmware", "VN01"); }
 
 int kelvin(int64_t celsius) { return static_cast<int>(std::clamp<int64_t>(celsius + kKelvin, 0, 0xFFFF)); }

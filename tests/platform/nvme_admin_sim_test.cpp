@@ -19,7 +19,7 @@ namespace {
 const bool kBackend = installDriveEmulator();
 
 // The identity of the first M.2 drive of the demo box.
-const char *kNvmeNode = R"({"protocol":"nvme","model":"WD Red SN700 500GB","serial":"22514D800394",
+const char *kNvmeNode = R"({"protocol":"nvme","model":"WD NV700 500GB","serial":"22514D800394",
  "firmware":"111150WD","size_bytes":500107862016,"logical_block_size":512,"temperature":38,
  "nvme":{"vid":5559,"ssvid":5559}})";
 
@@ -51,7 +51,7 @@ protected:
 	// The node with its "nvme" object replaced.
 	void nvmeKeys(const std::string &keys, const std::string &extra = "")
 	{
-		node("nvme0n1", R"({"protocol":"nvme","model":"WD Red SN700 500GB","serial":"22514D800394",
+		node("nvme0n1", R"({"protocol":"nvme","model":"WD NV700 500GB","serial":"22514D800394",
  "firmware":"111150WD","size_bytes":500107862016,"temperature":38,"nvme":)" +
 					keys + extra + "}");
 	}
@@ -77,7 +77,7 @@ TEST_F(NvmeAdmin, IdentityFromIdentifyController)
 	ASSERT_TRUE(kBackend);
 	char model[41], fw[9], sn[21], vendor[32];
 	ASSERT_EQ(VEXONVMeDiskModelGet("/dev/nvme0n1", model, sizeof(model)), 0);
-	EXPECT_STREQ(model, "WD Red SN700 500GB");
+	EXPECT_STREQ(model, "WD NV700 500GB");
 	ASSERT_EQ(VEXONVMeFirmAndSerialRead("nvme0n1", fw, sizeof(fw), sn, sizeof(sn)), 0);
 	EXPECT_STREQ(fw, "111150WD");
 	EXPECT_STREQ(sn, "22514D800394");
@@ -147,13 +147,13 @@ TEST_F(NvmeAdmin, ControllerStatusIsAFailure)
 TEST_F(NvmeAdmin, PaddingTrimmedInnerSpacesKept)
 {
 	// A 40-character model and an 8-character firmware fill their fields.
-	std::string model40 = "VEXO SNV3410-400G M.2 2280 PCIe NVMe 400";
+	std::string model40 = "VEXO NM410 400GB M.2 2280 PCIe NVMe 400G";
 	ASSERT_EQ(model40.size(), 40u);
-	node("nvme0n1", R"({"protocol":"nvme","model":"  )" + model40.substr(0, 36) +
+	node("nvme0n1", R"({"protocol":"nvme","model":"  )" + model40.substr(0, 35) +
 				R"(","serial":"  S1 X 9  ","firmware":"FW 1"})");
 	char model[41], fw[9], sn[21];
 	ASSERT_EQ(VEXONVMeDiskModelGet("nvme0n1", model, sizeof(model)), 0);
-	EXPECT_EQ(std::string(model), model40.substr(0, 36));
+	EXPECT_EQ(std::string(model), model40.substr(0, 35));
 	ASSERT_EQ(VEXONVMeFirmAndSerialRead("nvme0n1", fw, sizeof(fw), sn, sizeof(sn)), 0);
 	EXPECT_STREQ(sn, "S1 X 9");
 	EXPECT_STREQ(fw, "FW 1");
@@ -309,7 +309,7 @@ TEST_F(NvmeAdmin, VendorTableAndFallbacks)
 	struct {
 		const char *keys, *model, *vendor;
 	} cases[] = {
-		{R"({"vid":5559,"ssvid":5559})", "WD Red SN700 500GB", "Western Digital"},
+		{R"({"vid":5559,"ssvid":5559})", "WD NV700 500GB", "Western Digital"},
 		{R"({"vid":7089})", "Some Drive", "Seagate"},       // 0x1BB1
 		{R"({"vid":43981,"ssvid":7545})", "X", "Transcend"}, // unknown id, subsystem 0x1D79
 		{R"({"vid":43981,"ssvid":43981})", "  Acme X1 512GB", "Acme"},
