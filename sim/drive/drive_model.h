@@ -11,8 +11,8 @@ namespace vexosim::drive {
 
 // What a command did, as the transport reports it.
 struct Outcome {
-	enum Kind { Ok, Abort, CheckCondition, Errno } kind = Ok;
-	int err = 0;                 // Errno: the errno of the ioctl
+	enum Kind { Ok, Abort, CheckCondition, Errno, Status } kind = Ok;
+	int err = 0;                 // Errno: the errno of the ioctl; Status: the NVMe status it returns
 	uint8_t senseKey = 0, asc = 0, ascq = 0;
 	uint8_t ataError = 0;
 	uint8_t count = 0;           // ATA sector count register on return
@@ -35,6 +35,7 @@ public:
 
 	std::string protocol() const;
 	bool changed() const { return changed_; }
+	void markChanged() { changed_ = true; }
 	json_object *node() const { return node_; }
 
 	uint64_t sizeBytes() const;
