@@ -127,7 +127,7 @@ VEXO_API int DiskGetLocation(const DiskId *id, char *text, int size)
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
-	char place[64];
+	char place[64] = {}; // a cache id with a slot below -1 writes nothing
 	switch (id->container) {
 	case DISK_CONTAINER_INTERNAL:
 	case DISK_CONTAINER_EBOX:
