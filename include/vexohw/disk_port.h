@@ -92,8 +92,11 @@ VEXO_API int VEXOSystemDeviceMountPathGet(char *path, int size);
 VEXO_API int VEXODiskGetDevnamebyAtaPort(char *name, int size, const char *hostText);
 /*
  * Text of what holds the disk: the unit's unique text for an expansion
- * unit disk, else the product name (upnpmodelname). `inUpdater` non-zero
- * answers as VEXODiskLocateHostGetInUpdater. 0, or -1.
+ * unit disk (from the unit driver's device lists, or where
+ * VLIBCSupportNvmeEunit holds from the PCIe port the unit hangs off, see
+ * VEXOPcieEunitUniqueGetByDevPath), "Enclosure-<unit>" when that fails,
+ * else the product name (upnpmodelname). `inUpdater` non-zero answers as
+ * VEXODiskLocateHostGetInUpdater. 0, or -1.
  */
 VEXO_API int VEXODiskLocateHostGet(const char *path, char *text, int size, int inUpdater);
 /* For the updater, where no unit driver answers: "Enclosure-<unit>" or the product name. 0, or -1. */

@@ -80,9 +80,10 @@ VEXOP_API int VEXOEBoxUnitUniqueGetByDevPath(const char *diskPath, char *unique,
  * The 0-based bay of diskPath (a device path or name; a partition is
  * ignored) in its PCIe-attached unit, with the unit's "unique" into
  * unique. -1 with 0x0D00 on bad arguments or a unique text that does not
- * fit, 0x0700 when the disk has no /sys/block entry, 0x2A00 when no unit's
- * port is on its path, 0x0A00 when the description is broken or the bay
- * cannot be read (logged).
+ * fit, 0x0700 when the description is missing or the disk has no
+ * /sys/block entry, 0x2A00 when no unit's port is on its path, 0x0A00 when
+ * the description is broken, or the entry has no "unique", or the bay
+ * cannot be read (the last two logged).
  */
 VEXOP_API int VEXOPcieEunitUniqueGetByDevPath(const char *diskPath, char *unique, int size);
 /*

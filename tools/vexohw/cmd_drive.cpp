@@ -1,5 +1,6 @@
 // What a drive says about itself through the library's command interfaces:
 // its IDENTIFY page, its SMART data page and its power mode.
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
