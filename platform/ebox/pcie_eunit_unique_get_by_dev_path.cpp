@@ -82,7 +82,12 @@ VEXOP_API int VEXOPcieEunitUniqueGetByDevPath(const char *diskPath, char *unique
 		const PciEntry *slot = vexo::platform::deepestMatch(d.nvmeSlots, components);
 		bay = slot && componentOf(components, *slot) > at ? slot->location : -1;
 	}
-	if (bay <= 0 || unit->unique.empty()) {
+	if (unit->unique.empty()) {
+		vlog(LOG_ERR, "%s:%d No unique text for the expansion unit at %s", VEXO_AT, unit->pci.c_str());
+		VEXO_ERR(VEXO_ERR_READ);
+		return -1;
+	}
+	if (bay <= 0) {
 		vlog(LOG_ERR, "%s:%d Failed to place %s in the expansion unit at %s", VEXO_AT, name.c_str(),
 		     unit->pci.c_str());
 		VEXO_ERR(VEXO_ERR_READ);

@@ -175,6 +175,7 @@ TEST_F(Location, PcieUnitPlacesItsDisks)
 	platform(R"("pcie_eunits": [{"pci": "0000:00:1c.0"}])");
 	EXPECT_EQ(VEXOPcieEunitUniqueGetByDevPath("/dev/sdcb", unique, sizeof(unique)), -1);
 	EXPECT_ERR(0x0A00);
+	EXPECT_TRUE(log.has(LOG_ERR, "No unique text for the expansion unit at 0000:00:1c.0"));
 	platform(R"("pcie_eunits": {"pci": "0000:00:1c.0"})");
 	EXPECT_EQ(VEXOPcieEunitUniqueGetByDevPath("/dev/sdcb", unique, sizeof(unique)), -1);
 	EXPECT_ERR(0x0A00);
