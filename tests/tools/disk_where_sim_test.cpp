@@ -84,6 +84,9 @@ void expectWhere(json_object *r, const std::string &name, const Where &w, const 
 	EXPECT_EQ(text(r, "identifier"), w.identifier);
 	EXPECT_EQ(text(r, "serialized"), w.serialized);
 	EXPECT_EQ(text(r, "location"), w.location);
+	// What holds it, without and with the unit's number.
+	EXPECT_EQ(text(r, "host"), w.container == 2 ? "XU05" : "VX1222");
+	EXPECT_EQ(text(r, "holder"), w.container == 2 ? "XU05-13" : "VX1222");
 	EXPECT_EQ(text(r, "disk"), name);
 }
 

@@ -63,6 +63,8 @@ bool where(const std::string &path, Value &r, std::string &why)
 	r.set("identifier", textOf([&](char *o, int n) { return VEXODiskInfoToString(&info, o, n); }));
 	r.set("serialized", textOf([&](char *o, int n) { return VEXODiskIdSerialize(&id, o, n); }));
 	r.set("location", textOf([&](char *o, int n) { return DiskGetLocation(&id, o, n); }));
+	r.set("host", textOf([&](char *o, int n) { return VEXODiskLocateHostGet(path.c_str(), o, n, 0); }));
+	r.set("holder", textOf([&](char *o, int n) { return VEXODiskLocateGetWithoutIndex(path.c_str(), o, n); }));
 	r.set("disk", disk);
 	r.set("partition", partition);
 	VLIBCErrClear();
