@@ -55,6 +55,10 @@ public:
 	// count. Null when none applies.
 	json_object *fault(const char *op);
 
+	// Moves a running self-test on to the time of this command (the clock
+	// read when the Drive was made): its remaining percentage, or its end.
+	void advanceSelfTest();
+
 private:
 	json_object *obj(const char *key) const;
 	std::string str(const char *key, const char *fallback) const;
@@ -69,9 +73,16 @@ private:
 	bool smartLog(unsigned addr, bool gpl, std::vector<uint8_t> &pages) const;
 	bool scsiLogPage(unsigned page, std::vector<uint8_t> &out) const;
 	std::vector<uint8_t> ieBytes(const char *key, const char *fallback) const;
+	Outcome executeOffline(uint8_t subcommand);
+	int64_t selfTestMinutes(uint8_t subcommand) const;
+	int64_t powerOnHours() const;
+	void setSelfTestStatus(unsigned status);
+	void endSelfTest(unsigned code, unsigned tenths);
+	void logSelfTest(uint8_t subcommand, unsigned status);
 
 	json_object *node_;
 	bool changed_ = false;
+	int64_t now_; // seconds since the epoch
 };
 
 // Fills the last byte so that the 512 bytes sum to 0 (or to 1 when `bad`).
