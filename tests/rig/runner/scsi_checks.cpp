@@ -1,0 +1,94 @@
+// SCSI disks on virtio-scsi and on the LSI parallel SCSI driver: plain SCSI
+// through SG_IO, against sysfs and the real sg3 tools.
+#include <cstring>
+#include <unistd.h>
+#include <vexohw/smartctl.h>
+
+#include "rig.h"
+
+namespace {
+
+std::vector<rig::Disk *> scsiDisks(rig::Guest &g)
+{
+	std::vector<rig::Disk *> out;
+	for (auto &d : g.disks)
+		if ((d.bus == "virtio" || d.bus == "lsi") && d.when == "boot")
+			out.push_back(&d);
+	return out;
+}
+
+std::string field(const unsigned char *p, int from, int len)
+{
+	return rig::trim(std::string(reinterpret_cast<const char *>(p) + from, static_cast<size_t>(len)));
+}
+
+} // namespace
+
+// INQUIRY and the unit serial number page through sas_command_interface.
+RIG_CHECK(main, scsi_inquiry)
+{
+	for (rig::Disk *d : scsiDisks(g)) {
+		int fd = rig::openDisk(c, *d);
+		if (fd < 0)
+			continue;
+		unsigned char inq[512];
+		std::memset(inq, 0, sizeof(inq));
+		if (c.expect(sas_command_interface(fd, SCSI_INQUIRY, inq) == 0, "%s: INQUIRY failed", d->name.c_str())) {
+			c.eqInt(d->role + " peripheral device type", inq[0] & 0x1F, 0);
+			c.eqStr(d->role + " INQUIRY vendor", field(inq, 8, 8), d->vendor);
+			c.eqStr(d->role + " INQUIRY product", field(inq, 16, 16), d->product);
+			std::string sys = "/sys/block/" + d->name + "/device/";
+			c.eqStr(d->role + " sysfs vendor", rig::trim(rig::readFile(sys + "vendor")), field(inq, 8, 8));
+			c.eqStr(d->role + " sysfs model", rig::trim(rig::readFile(sys + "model")), field(inq, 16, 16));
+			c.eqStr(d->role + " sysfs rev", rig::trim(rig::readFile(sys + "rev")), field(inq, 32, 4));
+		}
+		unsigned char vpd[512];
+		std::memset(vpd, 0xEE, sizeof(vpd));
+		if (c.expect(sas_command_interface(fd, SCSI_INQUIRY_SERIAL, vpd) == 0, "%s: INQUIRY page 0x80 failed",
+			     d->name.c_str())) {
+			c.eqInt(d->role + " VPD page code", vpd[1], 0x80);
+			c.eqStr(d->role + " VPD serial", field(vpd, 4, vpd[3]), d->serial);
+			std::string sysPage = rig::readFile("/sys/block/" + d->name + "/device/vpd_pg80");
+			c.eqStr(d->role + " sysfs vpd_pg80", rig::hexBytes(reinterpret_cast<const unsigned char *>(sysPage.data()),
+									  sysPage.size()),
+				rig::hexBytes(vpd, 4u + vpd[3]));
+		}
+		unsigned char status = 0x55;
+		c.expect(sas_command_interface(fd, SCSI_TEST_UNIT_READY, &status) == 0, "%s: TEST UNIT READY failed",
+			 d->name.c_str());
+		c.eqInt(d->role + " TEST UNIT READY status", status, 0);
+		close(fd);
+	}
+}
+
+// A log page the drive does not have: the drive answers CHECK CONDITION,
+// the real sg_logs reports it, and the interface still returns 0 with no
+// page in the buffer (sense data is not interpreted).
+RIG_CHECK(main, scsi_log_sense_missing)
+{
+	struct Page {
+		unsigned cmd;
+		int code;
+	};
+	constexpr Page kPages[] = {{SCSI_LOG_READ_ERRORS, 0x03},   {SCSI_LOG_WRITE_ERRORS, 0x02},
+				   {SCSI_LOG_VERIFY_ERRORS, 0x05}, {SCSI_LOG_TEMPERATURE, 0x0D},
+				   {SCSI_LOG_BACKGROUND_SCAN, 0x15}, {SCSI_LOG_SELF_TEST, 0x10}};
+	for (rig::Disk *d : scsiDisks(g)) {
+		int status = 0;
+		rig::run({"/usr/vexo/sbin/sg_logs", "--page=0x0d", d->path()}, &status);
+		c.expect(status != 0, "%s: sg_logs reads a temperature page; the drive is expected to have none",
+			 d->name.c_str());
+		c.note("%s: sg_logs --page=0x0d exit %d", d->role.c_str(), status);
+		int fd = rig::openDisk(c, *d);
+		if (fd < 0)
+			continue;
+		for (const Page &p : kPages) {
+			unsigned char buf[512] = {};
+			c.eqInt(d->role + " LOG SENSE page " + rig::fmt("0x%02x", p.code) + " result",
+				sas_command_interface(fd, p.cmd, buf), 0);
+			c.expect((buf[0] & 0x3F) != p.code || buf[3] == 0, "%s: page 0x%02x came back (%s)", d->name.c_str(),
+				 p.code, rig::hexBytes(buf, 8).c_str());
+		}
+		close(fd);
+	}
+}
