@@ -83,11 +83,13 @@ RIG_CHECK(main, scsi_log_sense_missing)
 		if (fd < 0)
 			continue;
 		for (const Page &p : kPages) {
-			unsigned char buf[512] = {};
+			// Nothing comes back: the caller's bytes stay as they were.
+			unsigned char buf[512];
+			std::memset(buf, 0xEE, sizeof(buf));
 			c.eqInt(d->role + " LOG SENSE page " + rig::fmt("0x%02x", p.code) + " result",
 				sas_command_interface(fd, p.cmd, buf), 0);
-			c.expect((buf[0] & 0x3F) != p.code || buf[3] == 0, "%s: page 0x%02x came back (%s)", d->name.c_str(),
-				 p.code, rig::hexBytes(buf, 8).c_str());
+			c.eqStr(d->role + " LOG SENSE page " + rig::fmt("0x%02x", p.code) + " buffer", rig::hexBytes(buf, 8),
+				"eeeeeeeeeeeeeeee");
 		}
 		close(fd);
 	}
