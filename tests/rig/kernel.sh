@@ -27,7 +27,7 @@ fi
 
 tmp=$(mktemp -d "$dir/.fetch.XXXXXX")
 trap 'rm -rf "$tmp"' EXIT INT TERM
-(cd "$tmp" && timeout 600 apt-get download -q "$pkg" >&2)
+(cd "$tmp" && timeout 600 apt-get download -q -o APT::Sandbox::User=root "$pkg" >&2)
 deb=$(ls "$tmp"/*.deb)
 dpkg-deb -x "$deb" "$tmp/root"
 [ -f "$tmp/root/boot/vmlinuz-$ver" ] || { echo "kernel.sh: $pkg has no /boot/vmlinuz-$ver" >&2; exit 1; }

@@ -350,6 +350,19 @@ RIG_CHECK(main, ata_check_power_mode)
 		c.eqInt(d->role + " power mode (sat)", mode[1], 0xFF);
 		std::string out = rig::run({"/usr/bin/hdparm", "-C", d->path()});
 		c.eqStr(d->role + " hdparm -C", rig::field(out, "drive state is"), "active/idle");
+
+		// STANDBY IMMEDIATE is accepted on both paths. QEMU's drive keeps
+		// answering 0xFF afterwards: power states are not modelled.
+		fd = rig::openDisk(c, *d);
+		if (fd < 0)
+			continue;
+		for (const Iface &f : kAtaIfaces) {
+			c.eqInt(d->role + " " + f.name + " STANDBY IMMEDIATE", f.fn(fd, CMD_STANDBY_IMMEDIATE, nullptr), 0);
+			unsigned char after = 0x42;
+			f.fn(fd, CMD_CHECK_POWER_MODE, &after);
+			c.note("%s %s: power mode after standby 0x%02x", d->role.c_str(), f.name, after);
+		}
+		close(fd);
 	}
 }
 

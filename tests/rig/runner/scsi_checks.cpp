@@ -94,3 +94,33 @@ RIG_CHECK(main, scsi_log_sense_missing)
 		close(fd);
 	}
 }
+
+// The other SCSI commands of the interface as QEMU's disk answers them. It
+// has neither the control nor the informational exceptions mode page: the
+// CHECK CONDITION is taken as success and the buffer is left alone.
+RIG_CHECK(main, scsi_misc)
+{
+	for (rig::Disk *d : scsiDisks(g)) {
+		int fd = rig::openDisk(c, *d);
+		if (fd < 0)
+			continue;
+		unsigned char sense[512];
+		std::memset(sense, 0xEE, sizeof(sense));
+		c.eqInt(d->role + " REQUEST SENSE", sas_command_interface(fd, SCSI_REQUEST_SENSE, sense), 0);
+		c.note("%s REQUEST SENSE %s", d->role.c_str(), rig::hexBytes(sense, 18).c_str());
+		c.eqInt(d->role + " REQUEST SENSE response code", sense[0] & 0x7F, 0x70);
+		unsigned char control[512];
+		std::memset(control, 0xEE, sizeof(control));
+		c.eqInt(d->role + " MODE SENSE control", sas_command_interface(fd, SCSI_MODE_SENSE_CONTROL, control), 0);
+		c.eqStr(d->role + " MODE SENSE control buffer", rig::hexBytes(control, 8), "eeeeeeeeeeeeeeee");
+		unsigned char ie[512];
+		std::memset(ie, 0xEE, sizeof(ie));
+		c.eqInt(d->role + " MODE SENSE IE", sas_command_interface(fd, SCSI_MOD_SENSE_CURRENT, ie), 0);
+		c.eqStr(d->role + " MODE SENSE IE buffer", rig::hexBytes(ie, 8), "eeeeeeeeeeeeeeee");
+		c.eqInt(d->role + " SYNCHRONIZE CACHE", sas_command_interface(fd, SCSI_SYNC_CACHE, nullptr), 0);
+		unsigned char start = 1;
+		c.eqInt(d->role + " START STOP UNIT (start)", sas_command_interface(fd, SCSI_START_STOP, &start), 0);
+		c.eqInt(d->role + " ATA command on the SCSI interface", sas_command_interface(fd, CMD_IDENTIFY, sense), -1);
+		close(fd);
+	}
+}
