@@ -8,6 +8,10 @@
 //   vexorig --port-enum TYPE
 //       prints VEXODiskPortEnum(TYPE) one name a line, from a fresh process
 //       (the port maps are read once per process).
+//   vexorig --sysroot DIR --call iface|firm-serial PATH
+//       one library call under another appliance root, in a fresh process:
+//       the interface name, or "ok<TAB>firmware<TAB>serial" / "fail 0x...."
+//       / "missing" (the call is not in the library yet).
 //   vexorig --disk-enum
 //       prints DiskInfoEnum(all) as "name<TAB>path<TAB>container<TAB>model
 //       <TAB>size<TAB>logical block size" lines, from a fresh process.
@@ -20,6 +24,7 @@
 #include <termios.h>
 #include <unistd.h>
 #include <vexohw/disk_port.h>
+#include <vexohw/smartctl.h>
 #include <vexoplatform/vexocore.h>
 
 #include "landing.h"
@@ -61,6 +66,38 @@ int portEnum(int type)
 	return 0;
 }
 
+const char *ifaceName(DriveCommandInterface f)
+{
+	return f == ata_command_interface	    ? "ata"
+	       : f == sat_command_interface	    ? "sat"
+	       : f == sas_command_interface	    ? "sas"
+	       : f == marvell_command_interface ? "marvell"
+						    : "?";
+}
+
+int call(const std::string &root, const std::string &what, const char *path)
+{
+	setenv("VEXO_SYSROOT", root.c_str(), 1);
+	if (what == "iface") {
+		std::printf("%s\n", ifaceName(VEXOSmartctlCommandInterfaceGet(path)));
+		return 0;
+	}
+	if (what == "firm-serial") {
+		if (!SmartFirmAndSerialRead) {
+			std::printf("missing\n");
+			return 0;
+		}
+		char fw[64] = {}, serial[64] = {};
+		if (SmartFirmAndSerialRead(path, fw, sizeof(fw), serial, sizeof(serial)) != 0)
+			std::printf("fail 0x%04X\n", VLIBCErrGet());
+		else
+			std::printf("ok\t%s\t%s\n", fw, serial);
+		return 0;
+	}
+	std::fprintf(stderr, "vexorig: unknown call %s\n", what.c_str());
+	return 2;
+}
+
 int diskEnum()
 {
 	if (!DiskInfoEnum) {
@@ -87,6 +124,13 @@ void emit(const std::string &line)
 {
 	emitRaw(line);
 }
+
+std::string callIn(const std::string &sysroot, const std::string &what, const std::string &path)
+{
+	int status = 0;
+	std::string out = run({"/proc/self/exe", "--sysroot", sysroot, "--call", what, path}, &status);
+	return status == 0 ? trim(out) : fmt("exit %d", status);
+}
 } // namespace rig
 
 int main(int argc, char **argv)
@@ -98,6 +142,8 @@ int main(int argc, char **argv)
 			return portEnum(std::atoi(argv[++i]));
 		if (a == "--disk-enum")
 			return diskEnum();
+		if (a == "--sysroot" && i + 4 < argc && std::string(argv[i + 2]) == "--call")
+			return call(argv[i + 1], argv[i + 3], argv[i + 4]);
 		if (i + 1 >= argc) {
 			std::fprintf(stderr, "vexorig: %s needs a value\n", a.c_str());
 			return 2;

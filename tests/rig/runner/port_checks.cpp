@@ -128,3 +128,14 @@ RIG_CHECK(main, port_enum)
 		VLIBCSzListFree(list);
 	}
 }
+
+// The virtual edition: every disk but NVMe is SCSI there, so the SCSI
+// interface serves AHCI (libata translates), virtio and LSI disks; USB
+// stays SAT because the container is tested first.
+RIG_CHECK(main, vvos_interfaces)
+{
+	for (rig::Disk *d : g.present()) {
+		const char *want = d->bus == "usb" ? "sat" : d->bus == "nvme" ? "ata" : "sas";
+		c.eqStr(d->role + " interface on the virtual edition", rig::callIn(rig::kVvosRoot, "iface", d->path()), want);
+	}
+}

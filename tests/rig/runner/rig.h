@@ -85,6 +85,10 @@ struct Registrar {
 
 // ---- Guest setup (setup.cpp) ----
 
+// A second appliance root for the virtual edition (vvos="yes"), sharing
+// the kernel's /sys, /dev and /proc.
+inline constexpr const char *kVvosRoot = "/rig-vvos";
+
 // Reads the host's description of the guest's disks.
 bool loadGuest(const std::string &file, const std::string &name, Guest &g, std::string &err);
 // Finds each disk under /sys/block by bus, serial and model; absent disks
@@ -114,5 +118,8 @@ std::string field(const std::string &text, const std::string &key);
 int openDisk(Check &c, const Disk &d);
 // Sets the marker the host waits for, on the result channel.
 void emit(const std::string &line);
+// Runs one library call in a fresh process under the appliance root
+// `sysroot` (see main.cpp's --call) and returns its output line.
+std::string callIn(const std::string &sysroot, const std::string &call, const std::string &path);
 
 } // namespace rig

@@ -24,10 +24,17 @@ std::string field(const unsigned char *p, int from, int len)
 
 } // namespace
 
-// INQUIRY and the unit serial number page through sas_command_interface.
+// INQUIRY and the unit serial number page through sas_command_interface,
+// on the SCSI disks and on the AHCI disks through libata's translation
+// (the path they take on the virtual edition).
 RIG_CHECK(main, scsi_inquiry)
 {
-	for (rig::Disk *d : scsiDisks(g)) {
+	std::vector<rig::Disk *> disks = scsiDisks(g);
+	for (auto &d : g.disks)
+		if (d.bus == "ata" && !d.name.empty())
+			disks.push_back(&d);
+	for (rig::Disk *d : disks) {
+		bool ata = d->bus == "ata";
 		int fd = rig::openDisk(c, *d);
 		if (fd < 0)
 			continue;
@@ -35,8 +42,8 @@ RIG_CHECK(main, scsi_inquiry)
 		std::memset(inq, 0, sizeof(inq));
 		if (c.expect(sas_command_interface(fd, SCSI_INQUIRY, inq) == 0, "%s: INQUIRY failed", d->name.c_str())) {
 			c.eqInt(d->role + " peripheral device type", inq[0] & 0x1F, 0);
-			c.eqStr(d->role + " INQUIRY vendor", field(inq, 8, 8), d->vendor);
-			c.eqStr(d->role + " INQUIRY product", field(inq, 16, 16), d->product);
+			c.eqStr(d->role + " INQUIRY vendor", field(inq, 8, 8), ata ? "ATA" : d->vendor);
+			c.eqStr(d->role + " INQUIRY product", field(inq, 16, 16), ata ? d->model.substr(0, 16) : d->product);
 			std::string sys = "/sys/block/" + d->name + "/device/";
 			c.eqStr(d->role + " sysfs vendor", rig::trim(rig::readFile(sys + "vendor")), field(inq, 8, 8));
 			c.eqStr(d->role + " sysfs model", rig::trim(rig::readFile(sys + "model")), field(inq, 16, 16));

@@ -1,12 +1,14 @@
 // Finding the guest's disks and describing the appliance around them. The
 // kernel names disks in the order their drivers probe, which changes from
 // boot to boot: a disk is known by its bus (sysfs path) and its serial.
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <dirent.h>
 #include <fstream>
 #include <sstream>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "rig.h"
 
@@ -215,9 +217,25 @@ bool writeAppliance(Guest &g, std::string &err)
 	std::string platform = "{\"model\":\"VQRIG\",\"nvme_slots\":[" + slots + "]}\n";
 	std::string version = "majorversion=\"7\"\nminorversion=\"2\"\nbuildnumber=\"64570\"\nbase=\"64570\"\nnano=\"1\"\n";
 	mkdir("/etc.defaults", 0755);
-	return writeText("/etc.defaults/vexoinfo.conf", conf, err) &&
-	       writeText("/etc.defaults/vexoplatform.json", platform, err) &&
-	       writeText("/etc.defaults/VERSION", version, err);
+	if (!writeText("/etc.defaults/vexoinfo.conf", conf, err) ||
+	    !writeText("/etc.defaults/vexoplatform.json", platform, err) ||
+	    !writeText("/etc.defaults/VERSION", version, err))
+		return false;
+
+	// The same box as the virtual edition, under a second root that shares
+	// the kernel's /sys, /dev and /proc: there every non-NVMe disk is SCSI.
+	std::string v = kVvosRoot;
+	mkdir(v.c_str(), 0755);
+	for (const char *d : {"/tmp", "/run", "/var", "/etc"})
+		mkdir((v + d).c_str(), 0755);
+	for (const char *d : {"sys", "dev", "proc"})
+		if (symlink((std::string("/") + d).c_str(), (v + "/" + d).c_str()) != 0 && errno != EEXIST) {
+			err = "cannot link " + v + "/" + d;
+			return false;
+		}
+	return writeText(v + "/etc.defaults/vexoinfo.conf", conf + "vvos=\"yes\"\n", err) &&
+	       writeText(v + "/etc.defaults/vexoplatform.json", platform, err) &&
+	       writeText(v + "/etc.defaults/VERSION", version, err);
 }
 
 } // namespace rig
