@@ -14,7 +14,9 @@ import json
 import lzma
 import os
 import re
+import ctypes
 import shutil
+import signal
 import socket
 import subprocess
 import sys
@@ -378,9 +380,21 @@ def parse_results(text):
     return checks, results, end
 
 
+def die_with_parent():
+    """In the QEMU child: killed when the rig process goes, whatever ends it."""
+    PR_SET_PDEATHSIG = 1
+    ctypes.CDLL(None, use_errno=True).prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
+
+
+def on_term(signum, frame):
+    raise SystemExit(f"rig: stopped by signal {signum}")
+
+
 def cmd_boot(args):
     if skipped():
         return SKIP
+    signal.signal(signal.SIGTERM, on_term)
+    signal.signal(signal.SIGINT, on_term)
     with open(os.path.join(args.work, "kernel.json")) as f:
         info = json.load(f)
     disks = GUESTS[args.guest]
@@ -395,8 +409,9 @@ def cmd_boot(args):
 
     results_path = os.path.join(gdir, "results.txt")
     t0 = time.monotonic()
-    proc = subprocess.Popen(argv, stdin=subprocess.DEVNULL, stdout=open(os.path.join(gdir, "qemu.out"), "w"),
-                            stderr=subprocess.STDOUT)
+    with open(os.path.join(gdir, "qemu.out"), "w") as qemu_out:
+        proc = subprocess.Popen(argv, stdin=subprocess.DEVNULL, stdout=qemu_out, stderr=subprocess.STDOUT,
+                                preexec_fn=die_with_parent)
     qmp, plugged, timed_out, error = None, None, False, None
     try:
         qmp = Qmp(qmp_path, proc)
@@ -411,7 +426,7 @@ def cmd_boot(args):
             time.sleep(0.1)
     except Exception as e:  # report, then clean up the guest
         error = f"{type(e).__name__}: {e}"
-    finally:
+    finally:  # also on SystemExit from a signal
         if proc.poll() is None:
             proc.kill()
         proc.wait()
