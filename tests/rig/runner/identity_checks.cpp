@@ -38,6 +38,9 @@ RIG_CHECK(main, disk_identity)
 	if (!RIG_LANDED(c, VEXOLnxDiskGetModel) || !RIG_LANDED(c, VEXOLnxDiskGetVendor) || !RIG_LANDED(c, VEXODiskIsSSD))
 		return;
 	for (rig::Disk *d : g.present()) {
+		// An NVMe model comes from the controller, through the platform.
+		if (d->bus == "nvme" && !RIG_LANDED(c, VEXONVMeDiskModelGet))
+			continue;
 		std::string sys = "/sys/block/" + d->name + "/device/";
 		char model[128] = {}, vendor[64] = {};
 		if (c.expect(VEXOLnxDiskGetModel(d->path().c_str(), model, sizeof(model)) == 0,
@@ -66,6 +69,8 @@ RIG_CHECK(main, firm_and_serial)
 	for (rig::Disk *d : g.present()) {
 		if (d->bus == "usb")
 			continue; // QEMU's USB disk has no ATA pass-through and its serial is the bridge's
+		if (d->bus == "nvme" && !RIG_LANDED(c, VEXONVMeFirmAndSerialRead))
+			continue;
 		std::string sys = "/sys/block/" + d->name + "/device/";
 		std::string sysFw = rig::trim(rig::readFile(sys + (d->bus == "nvme" ? "firmware_rev" : "rev")));
 		char fw[64] = {}, serial[64] = {};
@@ -147,7 +152,8 @@ RIG_CHECK(main, disk_info_enum)
 		std::string sys = "/sys/block/" + d->name;
 		c.eqStr(d->role + " name", info->name, d->name);
 		c.eqInt(d->role + " container", info->id.container, kContainer.at(d->port));
-		c.eqStr(d->role + " model", info->model, rig::trim(rig::readFile(sys + "/device/model")));
+		if (d->bus != "nvme" || RIG_LANDED(c, VEXONVMeDiskModelGet))
+			c.eqStr(d->role + " model", info->model, rig::trim(rig::readFile(sys + "/device/model")));
 		c.eqInt(d->role + " size", static_cast<long long>(info->sizeBytes), static_cast<long long>(d->sizeBytes));
 		c.eqInt(d->role + " logical block size", info->logicalBlockSize,
 			std::atoi(rig::readFile(sys + "/queue/logical_block_size").c_str()));

@@ -216,6 +216,11 @@ bool writeAppliance(Guest &g, std::string &err)
 		    internal, esata, usb, cache);
 	std::string platform = "{\"model\":\"VQRIG\",\"nvme_slots\":[" + slots + "]}\n";
 	std::string version = "majorversion=\"7\"\nminorversion=\"2\"\nbuildnumber=\"64570\"\nbase=\"64570\"\nnano=\"1\"\n";
+	// The per-disk cache folders the appliance keeps for every disk.
+	for (const char *d : {"/run/vexostorage", "/run/vexostorage/disks"})
+		mkdir(d, 0755);
+	for (auto *d : g.present())
+		mkdir(("/run/vexostorage/disks/" + d->name).c_str(), 0755);
 	mkdir("/etc.defaults", 0755);
 	if (!writeText("/etc.defaults/vexoinfo.conf", conf, err) ||
 	    !writeText("/etc.defaults/vexoplatform.json", platform, err) ||
