@@ -111,8 +111,12 @@ RIG_CHECK(main, ata_identify_hdio)
 		unsigned perPhysical = (w106 & 0xC000) == 0x4000 && (w106 & 0x2000) ? 1u << (w106 & 0xF) : 1u;
 		c.eqInt(d->role + " physical block (word 106)", perPhysical * 512, d->physicalBlock);
 
-		std::string sysModel = rig::trim(rig::readFile("/sys/block/" + d->name + "/device/model"));
-		c.eqStr(d->role + " sysfs model", sysModel, d->model.substr(0, 16));
+		// The kernel keeps 16 characters of the model, space-padded, and
+		// "ATA" padded to 8 as the vendor.
+		std::string padded = d->model.substr(0, 16);
+		padded.resize(16, ' ');
+		c.eqStr(d->role + " sysfs model", rig::readFile("/sys/block/" + d->name + "/device/model"), padded + "\n");
+		c.eqStr(d->role + " sysfs vendor", rig::readFile("/sys/block/" + d->name + "/device/vendor"), "ATA     \n");
 		c.eqStr(d->role + " sysfs rev", rig::trim(rig::readFile("/sys/block/" + d->name + "/device/rev")),
 			d->firmware.substr(0, 4));
 		c.eqInt(d->role + " sysfs rotational",

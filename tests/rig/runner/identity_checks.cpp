@@ -46,9 +46,12 @@ RIG_CHECK(main, disk_identity)
 		if (c.expect(VEXOLnxDiskGetModel(d->path().c_str(), model, sizeof(model)) == 0,
 			     "VEXOLnxDiskGetModel(%s) failed", d->path().c_str()))
 			c.eqStr(d->role + " model", model, rig::trim(rig::readFile(sys + "model")));
-		std::string sysVendor = rig::trim(rig::readFile(sys + "vendor"));
-		// "ATA" means the kernel does not know; the model table then has no row for these names.
-		std::string wantVendor = d->bus == "nvme" || sysVendor == "ATA" ? "Unknown" : sysVendor;
+		// The kernel's text up to its newline, padding and all ("RIGVEND ");
+		// "ATA" means the kernel does not know, and the model table has no
+		// row for these names.
+		std::string sysVendor = rig::readFile(sys + "vendor");
+		sysVendor = sysVendor.substr(0, sysVendor.find('\n'));
+		std::string wantVendor = sysVendor.rfind("ATA", 0) == 0 ? "Unknown" : sysVendor;
 		if (d->bus != "nvme" &&
 		    c.expect(VEXOLnxDiskGetVendor(d->path().c_str(), vendor, sizeof(vendor)) == 0,
 			     "VEXOLnxDiskGetVendor(%s) failed", d->path().c_str()))

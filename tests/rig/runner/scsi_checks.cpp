@@ -45,8 +45,11 @@ RIG_CHECK(main, scsi_inquiry)
 			c.eqStr(d->role + " INQUIRY vendor", field(inq, 8, 8), ata ? "ATA" : d->vendor);
 			c.eqStr(d->role + " INQUIRY product", field(inq, 16, 16), ata ? d->model.substr(0, 16) : d->product);
 			std::string sys = "/sys/block/" + d->name + "/device/";
-			c.eqStr(d->role + " sysfs vendor", rig::trim(rig::readFile(sys + "vendor")), field(inq, 8, 8));
-			c.eqStr(d->role + " sysfs model", rig::trim(rig::readFile(sys + "model")), field(inq, 16, 16));
+			// sysfs keeps INQUIRY's fixed-width fields, padding included.
+			c.eqStr(d->role + " sysfs vendor", rig::readFile(sys + "vendor"),
+				std::string(reinterpret_cast<char *>(inq) + 8, 8) + "\n");
+			c.eqStr(d->role + " sysfs model", rig::readFile(sys + "model"),
+				std::string(reinterpret_cast<char *>(inq) + 16, 16) + "\n");
 			c.eqStr(d->role + " sysfs rev", rig::trim(rig::readFile(sys + "rev")), field(inq, 32, 4));
 		}
 		unsigned char vpd[512];
