@@ -64,7 +64,7 @@ GUESTS = {
     "main": [
         disk("sata_hdd", "ata", "internal", 64, "RIGHDD00001", model="RIGHDD 7200 RH4000", firmware="RH01",
              rotation=7200),
-        disk("sata_ssd", "ata", "internal", 48, "RIGSSD00002", model="RIGSSD SV500 S480", firmware="RS02",
+        disk("sata_ssd", "ata", "internal", 48, "RIGSSD00002", model="RIGSSD SV500 S480", firmware="RS0212AB",
              rotation=1, physical_block=4096),
         disk("nvme", "nvme", "cache", 40, "RIGNVME0003", crit_warning=0x04),
         disk("virtio", "virtio", "internal", 36, "RIGVS0004", vendor="RIGVEND", product="RIGVIRT DISK"),

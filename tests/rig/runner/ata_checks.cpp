@@ -117,8 +117,12 @@ RIG_CHECK(main, ata_identify_hdio)
 		padded.resize(16, ' ');
 		c.eqStr(d->role + " sysfs model", rig::readFile("/sys/block/" + d->name + "/device/model"), padded + "\n");
 		c.eqStr(d->role + " sysfs vendor", rig::readFile("/sys/block/" + d->name + "/device/vendor"), "ATA     \n");
-		c.eqStr(d->role + " sysfs rev", rig::trim(rig::readFile("/sys/block/" + d->name + "/device/rev")),
-			d->firmware.substr(0, 4));
+		// libata's INQUIRY revision: the last four of the eight firmware
+		// characters, or the first four when those are blank.
+		std::string fw8 = d->firmware.substr(0, 8);
+		fw8.resize(8, ' ');
+		std::string rev = fw8.substr(4) == "    " ? fw8.substr(0, 4) : fw8.substr(4);
+		c.eqStr(d->role + " sysfs rev", rig::readFile("/sys/block/" + d->name + "/device/rev"), rev + "\n");
 		c.eqInt(d->role + " sysfs rotational",
 			std::atoi(rig::readFile("/sys/block/" + d->name + "/queue/rotational").c_str()),
 			d->rotation == 1 ? 0 : 1);
