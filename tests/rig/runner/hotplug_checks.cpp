@@ -1,6 +1,7 @@
 // Hot-plug: the host removes a disk and adds two over QMP while the guest
 // waits; enumeration in a fresh process must follow the kernel.
 #include <algorithm>
+#include <cstdlib>
 #include <map>
 #include <sstream>
 #include <time.h>
@@ -101,4 +102,18 @@ RIG_CHECK(hotplug, replug_disk_info_enum)
 	std::string out = rig::run({"/proc/self/exe", "--disk-enum"}, &status);
 	c.eqInt("after: disk enumeration exit", status, 0);
 	c.eqStr("after: DiskInfoEnum names", sortedLines(out), want);
+
+	// Each record's container follows the port map written after the events.
+	static const std::map<std::string, int> kContainer = {{"internal", 1}, {"esata", 8}, {"usb", 4}, {"cache", 32}};
+	std::istringstream in(out);
+	for (std::string line; std::getline(in, line);) {
+		std::istringstream f(line);
+		std::string name, path, container;
+		std::getline(f, name, '\t');
+		std::getline(f, path, '\t');
+		std::getline(f, container, '\t');
+		for (auto *d : g.present())
+			if (d->name == name)
+				c.eqInt("after: " + d->role + " container", std::atoi(container.c_str()), kContainer.at(d->port));
+	}
 }
