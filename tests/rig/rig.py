@@ -395,8 +395,12 @@ def cmd_boot(args):
         return SKIP
     signal.signal(signal.SIGTERM, on_term)
     signal.signal(signal.SIGINT, on_term)
-    with open(os.path.join(args.work, "kernel.json")) as f:
-        info = json.load(f)
+    try:
+        with open(os.path.join(args.work, "kernel.json")) as f:
+            info = json.load(f)
+    except OSError:
+        log(f"rig: no kernel in {args.work} (did rig.setup run?)")
+        return 1
     disks = GUESTS[args.guest]
     gdir = os.path.join(args.work, "guests", args.guest)
     shutil.rmtree(gdir, ignore_errors=True)
