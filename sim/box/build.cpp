@@ -151,7 +151,9 @@ private:
 	{
 		std::string addr = std::to_string(hostNo) + ":" + std::to_string(channel) + ":0";
 		std::string sdev = hostDir + "/target" + addr + "/" + addr + ":0";
-		tree_.file(sdev + "/model", d.model + "\n");
+		// The kernel shows the 16-byte product field of INQUIRY, padded;
+		// for an ATA disk that is the start of its model.
+		tree_.file(sdev + "/model", pad(d.model.substr(0, 16), 16) + "\n");
 		tree_.file(sdev + "/vendor", pad(d.vendor, 8) + "\n");
 		tree_.file(sdev + "/rev", scsiRev(d) + "\n");
 		tree_.file(sdev + "/state", "running\n");
@@ -271,8 +273,8 @@ private:
 
 	std::string busAddr(int bus, int dev)
 	{
-		char b[16];
-		std::snprintf(b, sizeof b, "0000:%02x:%02x.0", bus & 0xff, dev);
+		char b[32];
+		std::snprintf(b, sizeof b, "0000:%02x:%02x.0", bus & 0xff, dev & 0xff);
 		return b;
 	}
 
