@@ -1,7 +1,9 @@
 // SMART attribute lists read from the tool's text: captured outputs of real
 // drives, the status rule, the cache decision, the command line the tool
 // gets, and the dispatch by command family.
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <ctime>
 #include <dirent.h>
