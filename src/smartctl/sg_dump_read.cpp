@@ -50,8 +50,10 @@ bool parseLine(std::string_view line, std::size_t digits, std::size_t maxFields,
 			++i;
 			++gap;
 		}
-		if (gap == 0 || gap >= 3 || i >= line.size())
-			break; // end of line, or the ASCII column
+		// The offset stands apart from the data by any gap; within the data
+		// a gap of three or more is where the ASCII column begins.
+		if (gap == 0 || (gap >= 3 && !out.fields.empty()) || i >= line.size())
+			break;
 		std::size_t t = i;
 		while (i < line.size() && line[i] != ' ')
 			++i;
