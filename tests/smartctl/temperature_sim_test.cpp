@@ -3,6 +3,7 @@
 // or is being erased is not touched at all.
 #include <fstream>
 #include <sstream>
+#include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 #include <vexohw/disk_state.h>
@@ -22,6 +23,38 @@ std::string capture(const std::string &name)
 	std::stringstream s;
 	s << in.rdbuf();
 	return s.str();
+}
+
+// bin/vexohw with args, in this process's sysroot and device backend; its
+// standard output.
+std::string cli(const std::vector<std::string> &args)
+{
+	int fds[2];
+	if (::pipe(fds) != 0)
+		return {};
+	std::string exe = buildDir() + "/bin/vexohw";
+	pid_t pid = ::fork();
+	if (pid == 0) {
+		::dup2(fds[1], 1);
+		::close(fds[0]);
+		::close(fds[1]);
+		std::vector<char *> argv{exe.data()};
+		for (const auto &a : args)
+			argv.push_back(const_cast<char *>(a.c_str()));
+		argv.push_back(nullptr);
+		::execv(exe.c_str(), argv.data());
+		::_exit(126);
+	}
+	::close(fds[1]);
+	std::string out;
+	char b[1024];
+	ssize_t n;
+	while ((n = ::read(fds[0], b, sizeof(b))) > 0)
+		out.append(b, static_cast<size_t>(n));
+	::close(fds[0]);
+	int st;
+	::waitpid(pid, &st, 0);
+	return out;
 }
 
 const char *kSmartRead = "args=b000d001"; // SMART READ DATA through HDIO
@@ -152,6 +185,22 @@ TEST_F(Temperature, ScsiLogPage)
 	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 0); // 210
 	node("sda", R"({"protocol":"scsi","faults":{"log_sense":{"errno":"EIO"}}})");
 	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), -1);
+}
+
+TEST_F(Temperature, CliNamesTheSource)
+{
+	EXPECT_NE(cli({"--json", "smart", "temp", "sda"}).find("\"temperature_c\": 41,\n  \"source\": \"smart_data\""),
+		  std::string::npos);
+	sctFlag(1);
+	EXPECT_NE(cli({"smart", "temp", "/dev/sda"}).find("sct_status_log"), std::string::npos);
+	debugTemperature("77");
+	EXPECT_NE(cli({"--json", "smart", "temp", "sda"}).find("\"temperature_c\": 77,\n  \"source\": \"debug_override\""),
+		  std::string::npos);
+	sysfs("sda", "ATA", "VEXO HAT5300-8T", true, "offline");
+	EXPECT_NE(cli({"--json", "smart", "temp", "sda"}).find("\"temperature_c\": null,\n  \"source\": \"not_running\""),
+		  std::string::npos);
+	EXPECT_NE(cli({"--json", "disk", "serial", "sda"}).find("\"serial\": \"ZL2K4T7C\",\n  \"firmware\": \"VX01\""),
+		  std::string::npos);
 }
 
 TEST_F(Temperature, FromCache)
