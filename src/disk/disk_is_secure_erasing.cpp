@@ -16,14 +16,11 @@ extern "C" VEXO_API int VLIBDiskIsSecureErasing(const char *path)
 	std::string name = vexo::disk::physicalName(vexo::disk::shortName(path));
 	std::string marker = "/run/vexostorage/disks/" + name + "/" VEXO_SECURE_ERASE_MARKER;
 	// Asking is not failing: keep the caller's error record as it was.
+	// Places are compile-time strings: the pointer stays good.
 	int code = VLIBCErrGet();
-	std::string file = VLIBCErrFileGet() ? VLIBCErrFileGet() : "";
+	const char *file = VLIBCErrFileGet();
 	int line = VLIBCErrLineGet();
 	int alive = VLIBCProcAliveByPidFile(marker.c_str());
-	if (alive != 1) {
-		VLIBCErrClear();
-		if (code)
-			VLIBCErrSetEx(code, file.c_str(), line);
-	}
+	VLIBCErrSetEx(code, code || line ? file : nullptr, line);
 	return alive == 1 ? 1 : 0;
 }
