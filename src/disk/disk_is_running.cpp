@@ -46,8 +46,10 @@ extern "C" VEXO_API int VEXODiskIsRunning(const char *path)
 		vlog(LOG_ERR, "%s:%d Failed to get physical disk list from %s\n", VEXO_AT, path);
 		return 0;
 	}
-	for (int i = 0; i < disks.p->nItem; ++i)
-		if (stateRunning(VLIBCSzListGet(disks.p, i)))
+	for (int i = 0; i < disks.p->nItem; ++i) {
+		const char *member = VLIBCSzListGet(disks.p, i);
+		if (vexo::disk::isNvmeName(member) || stateRunning(member))
 			return 1;
+	}
 	return 0;
 }

@@ -75,6 +75,11 @@ TEST_F(DiskState, RunningThroughPartitionsAndVolumes)
 	root.remove("/sys/block/sda/device/state");
 	EXPECT_EQ(VEXODiskIsRunning("/dev/sda"), 0);
 	EXPECT_EQ(VEXODiskIsRunning("/dev/nvme0n1"), 1);
+	DiskLayout(root).nvme("nvme0n1", "0000:00:01.0");
+	root.mkdirs("/sys/block/nvme0n1/nvme0n1p3");
+	root.mkdirs("/sys/block/md4/slaves/sda3");
+	root.mkdirs("/sys/block/md4/slaves/nvme0n1p3");
+	EXPECT_EQ(VEXODiskIsRunning("/dev/md4"), 1); // an NVMe member has no such state and is up
 	LogCapture log;
 	EXPECT_EQ(VEXODiskIsRunning("/dev/sdz"), 0);
 	EXPECT_TRUE(log.has(LOG_ERR, "Failed to get physical disk list from /dev/sdz"));
