@@ -90,6 +90,23 @@ TEST_F(Serial, AtaIdentifyStringsSwappedTrimmedAndOneWord)
 	EXPECT_EQ(trueSerial(), "PKT0001/SC60");
 }
 
+TEST_F(Serial, NvmeIdentifyController)
+{
+	DiskLayout(root).nvme("nvme0n1", "0000:00:01.0");
+	node("nvme0n1", R"({"protocol":"nvme","serial":"2251 4D800394","firmware":"111150WD"})");
+	char fw[16], sn[32];
+	ASSERT_EQ(SmartFirmAndSerialRead("/dev/nvme0n1", fw, 8, sn, 20), 0); // the smallest buffers, cut
+	EXPECT_STREQ(fw, "111150W");
+	EXPECT_STREQ(sn, "2251_4D800394");
+	ASSERT_EQ(VEXODiskGetSerialForUi("nvme0n1", sn, sizeof(sn)), 0);
+	EXPECT_STREQ(sn, "2251_4D800394");
+	LogCapture log;
+	node("nvme0n1", R"({"protocol":"nvme","faults":{"nvme_identify":{"errno":"EIO"}}})");
+	EXPECT_EQ(SmartFirmAndSerialRead("/dev/nvme0n1", fw, sizeof(fw), sn, sizeof(sn)), -1);
+	EXPECT_TRUE(log.has(LOG_ERR, "VEXONVMeFirmAndSerialRead"));
+	EXPECT_STREQ(sn, "2251_4D800394");
+}
+
 TEST_F(Serial, BadArgumentsAndUnreadableDrives)
 {
 	LogCapture log;

@@ -187,6 +187,19 @@ TEST_F(Temperature, ScsiLogPage)
 	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), -1);
 }
 
+TEST_F(Temperature, NvmeHealthLog)
+{
+	DiskLayout(root).nvme("nvme0n1", "0000:00:01.0");
+	node("nvme0n1", R"({"protocol":"nvme","serial":"22514D800394","temperature":38})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/nvme0n1"), 38);
+	EXPECT_EQ(countOf("nvme0n1", "opcode=0x02"), 1); // Get Log Page
+	node("nvme0n1", R"({"protocol":"nvme","serial":"22514D800394","temperature":201})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/nvme0n1"), 0);
+	node("nvme0n1", R"({"protocol":"nvme","faults":{"nvme_get_log_page":{"errno":"EIO"}}})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/nvme0n1"), -1);
+	EXPECT_TRUE(runs("sg_raw").empty());
+}
+
 TEST_F(Temperature, CliNamesTheSource)
 {
 	EXPECT_NE(cli({"--json", "smart", "temp", "sda"}).find("\"temperature_c\": 41,\n  \"source\": \"smart_data\""),
@@ -199,6 +212,9 @@ TEST_F(Temperature, CliNamesTheSource)
 	sysfs("sda", "ATA", "VEXO HAT5300-8T", true, "offline");
 	EXPECT_NE(cli({"--json", "smart", "temp", "sda"}).find("\"temperature_c\": null,\n  \"source\": \"not_running\""),
 		  std::string::npos);
+	DiskLayout(root).nvme("nvme0n1", "0000:00:01.0");
+	node("nvme0n1", R"({"protocol":"nvme","temperature":38})");
+	EXPECT_NE(cli({"smart", "temp", "nvme0n1"}).find("nvme_health_log"), std::string::npos);
 	EXPECT_NE(cli({"--json", "disk", "serial", "sda"}).find("\"serial\": \"ZL2K4T7C\",\n  \"firmware\": \"VX01\""),
 		  std::string::npos);
 }
