@@ -4,6 +4,7 @@
 // scripts that record their arguments.
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
