@@ -2,6 +2,7 @@
 #include <cstring>
 #include <string>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <vexohw/disk_probe.h>
 
@@ -32,8 +33,11 @@ protected:
 		EXPECT_EQ(VEXOLnxDiskGetVendor("/dev/sda", v, sizeof(v)), 0) << model;
 		return v;
 	}
-	// Marks an NVMe disk as under secure erase, the way VLIBDiskIsSecureErasing reads it.
-	void markSecureErasing(const std::string &name) { root.write("/run/vexostorage/disks/" + name + "/secure_erasing", ""); }
+	// An eraser at work: its pid (a live one, ours) in the disk's run file.
+	void markSecureErasing(const std::string &name)
+	{
+		root.write("/run/vexostorage/disks/" + name + "/.secure_erase.pid", std::to_string(::getpid()) + "\n");
+	}
 
 	Sysroot root;
 	DiskLayout disks{root};
