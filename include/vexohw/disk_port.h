@@ -61,6 +61,12 @@ VEXO_API int VEXODiskDevicePathGetByIndex(int index, char *path, int size);
 VEXO_API int VEXODiskDevicePathGetByPosition(int position, int iEncodedCnrIdx, char *path, int size);
 /* "/dev/nvc<n>" of the disk at adapter card slot and ATA port. 0, or -1. */
 VEXO_API int DiskDevNameGetByIdxSlot(int slot, int port, char *name, int size);
+/*
+ * Appends to *paths the device path of every disk whose true serial
+ * (DiskSerialGet) equals serial; more than one disk may carry a serial.
+ * A disk whose serial cannot be read is passed over. 0, or -1.
+ */
+VEXO_API int VEXODiskDevPathGetBySerialNumber(const char *serial, PVLIBSZLIST *paths);
 
 /* Partition name ("sda3", "nvme0n1p3") of path; refuses vexoboot. 0, or -1. */
 VEXO_API int VEXODiskDevicePartitionNameGet(const char *path, int partition, char *name, int size);
