@@ -52,7 +52,8 @@ VEXO_BEGIN_DECLS
 	"CREATE INDEX IF NOT EXISTS logs_serial_time ON logs (serial, logtime);"
 
 /* Flags of VEXODBConnect. Without VEXODB_WRITE the file is opened read-only;
-   without VEXODB_CREATE a missing file fails (0x0700). */
+   without VEXODB_CREATE a missing file fails (0x0700). VEXODB_CREATE
+   implies VEXODB_WRITE. */
 #define VEXODB_WRITE  0x1
 #define VEXODB_CREATE 0x2
 

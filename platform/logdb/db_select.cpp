@@ -95,6 +95,8 @@ VEXOP_API VEXODB *VEXODBConnect(const char *path, int flags)
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return nullptr;
 	}
+	if (flags & VEXODB_CREATE)
+		flags |= VEXODB_WRITE; // a file made read-only would stay empty
 	const std::string host = vexo::sysroot::path(path);
 	struct stat st;
 	if (!(flags & VEXODB_CREATE) && ::stat(host.c_str(), &st) != 0) {

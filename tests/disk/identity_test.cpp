@@ -1,8 +1,11 @@
 // Model, vendor and rotation of disks from kernel attributes and the cache.
+#include <atomic>
 #include <cstring>
 #include <string>
 #include <syslog.h>
+#include <thread>
 #include <unistd.h>
+#include <vector>
 
 #include <vexohw/disk_probe.h>
 
@@ -69,6 +72,36 @@ TEST_F(Identity, EveryVendorRowAndItsOrder)
 	};
 	for (const auto &c : cases)
 		EXPECT_EQ(vendorOf(c.model), c.vendor) << c.model;
+}
+
+TEST_F(Identity, VendorLookupsFromManyThreads)
+{
+	// Each thread's disk has a model of another table row; answers must not mix.
+	const std::pair<const char *, const char *> rows[] = {
+		{"ST4000VN000", "Seagate"}, {"HTS541010A9E680", "Hitachi"}, {"MK1059GSM", "Toshiba"},
+		{"SAMSUNG WD-1", "Western Digital"}, {"TS256GSSD370S", "Transcend"}, {"HDS723030", "Unknown"},
+	};
+	constexpr int kThreads = 6;
+	for (int t = 0; t < kThreads; ++t)
+		disk(std::string("sd") + char('a' + t), t + 1, "ATA", rows[t].first);
+	// In a child, so that a crash fails this test alone.
+	int rc = vexo::test::inChild([&] {
+		std::atomic<int> wrong{0};
+		std::vector<std::thread> threads;
+		for (int t = 0; t < kThreads; ++t)
+			threads.emplace_back([&, t] {
+				const std::string dev = std::string("/dev/sd") + char('a' + t);
+				for (int i = 0; i < 200; ++i) {
+					char v[64] = {};
+					if (VEXOLnxDiskGetVendor(dev.c_str(), v, sizeof(v)) != 0 || std::strcmp(v, rows[t].second) != 0)
+						++wrong;
+				}
+			});
+		for (auto &th : threads)
+			th.join();
+		return wrong.load() == 0 ? 0 : 1;
+	});
+	EXPECT_EQ(rc, 0);
 }
 
 TEST_F(Identity, KernelVendorUnlessAta)

@@ -62,7 +62,16 @@ TEST_F(LogDb, Connecting)
 	EXPECT_ERR(0x0300);
 	EXPECT_TRUE(log.has(LOG_ERR, "Failed to open database /var/log/vexolog/junk")) << log.dump();
 
-	VEXODB *db = create(VEXODB_DISK_LOG_PATH, VEXODB_DISK_LOG_SCHEMA);
+	// Creating opens for writing, whatever else was asked.
+	VEXODB *db = VEXODBConnect("/var/log/vexolog/made", VEXODB_CREATE);
+	ASSERT_NE(db, nullptr);
+	EXPECT_EQ(VEXODBExecute(db, "CREATE TABLE t (x INTEGER)"), 0) << VEXODBErrorGet(db);
+	VEXODBClose(db);
+	// No directory to create it in.
+	EXPECT_EQ(VEXODBConnect("/var/log/nosuchdir/db", VEXODB_CREATE), nullptr);
+	EXPECT_ERR(0x0300);
+
+	db = create(VEXODB_DISK_LOG_PATH, VEXODB_DISK_LOG_SCHEMA);
 	ASSERT_NE(db, nullptr);
 	// The schema may be applied again.
 	EXPECT_EQ(VEXODBExecute(db, VEXODB_DISK_LOG_SCHEMA), 0);
