@@ -32,8 +32,12 @@ struct DiskInfo;
 
 /* Model as the kernel (or the NVMe controller) gives it, trimmed. */
 VEXO_API int VEXOLnxDiskGetModel(const char *path, char *model, int size);
-/* Vendor: the kernel's text, or for "ATA" disks a match of the model
-   against the vendor table ("Unknown" when nothing matches). */
+/* Vendor: the kernel's text as read (cut at its newline, the kernel's
+   padding kept), or for "ATA" disks a match of the model against the vendor
+   table ("Unknown" when nothing matches or the model cannot be read). NVMe:
+   the controller's vendor, "Unknown" when it does not answer. -1 only for a
+   bad argument (0x0D00), no vendor file (0x0700) or an unreadable one
+   (0x0A00). */
 VEXO_API int VEXOLnxDiskGetVendor(const char *path, char *vendor, int size);
 /* The same from the per-disk cache value "vendor" first. */
 VEXO_API int VEXOLnxDiskGetVendorCache(const char *path, char *vendor, int size);

@@ -111,6 +111,11 @@ TEST_F(Identity, KernelVendorUnlessAta)
 	char v[64] = {};
 	ASSERT_EQ(VEXOLnxDiskGetVendor("/dev/sda", v, sizeof(v)), 0);
 	EXPECT_STREQ(v, "HGST");
+	// The kernel's padding stays: the text is not the table's.
+	root.write("/sys/block/sda/device/vendor", "SEAGATE \n");
+	ASSERT_EQ(VEXOLnxDiskGetVendor("/dev/sda", v, sizeof(v)), 0);
+	EXPECT_STREQ(v, "SEAGATE ");
+	root.write("/sys/block/sda/device/vendor", "HGST\n");
 	// A partition asks its disk; a short name works as well.
 	ASSERT_EQ(VEXOLnxDiskGetVendor("sda3", v, sizeof(v)), 0);
 	EXPECT_STREQ(v, "HGST");
