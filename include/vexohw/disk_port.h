@@ -49,6 +49,9 @@ VEXO_API int VEXOExternalEsataPortGet(int index, char *name, int size);
 /* The index (from 1) of an external SATA port's name or path, or -1. */
 VEXO_API int VEXOExternalEsataPortIndexGet(const char *path);
 
+/* The device path of the disk at id (index, container and unit compared),
+   among the internal, expansion unit, cache and system disks. 0, or -1. */
+VEXO_API int VEXODiskDevPathGetById(const DiskId *id, char *path, int size);
 /* "/dev/<name>", or the name itself when it begins with "/dev/". 0, or -1. */
 VEXO_API int VEXODiskDevPathGetByName(const char *name, char *path, int size);
 /* Device path of an encoded index (1..26 sdX, 27..799 sdXY, 800.. nvc, 900..910 sysd, 1000.. nvme). 0, or -1. */
