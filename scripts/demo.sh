@@ -25,6 +25,14 @@ for link in "$root"/sys/block/*; do
 	printf '  %-8s -> %s\n' "${link##*/}" "$(readlink "$link" | sed 's|^\.\./||')"
 done
 echo
+# overview: every disk of the box at a glance. No platform daemon runs here,
+# so it walks /sys; a snapshot written as the daemon writes it (with the
+# unit's last disk asleep, so its temperature is not read) is read back.
+echo "## overview"
+run overview
+run snapshot write --hibernating sdme
+run overview --snapshot
+run --json disk list --walk | sed -n '1,30p'
 run status tables health
 # Nothing has computed per-disk values on a freshly built box yet; the
 # sample root shows what the cache holds once they have.

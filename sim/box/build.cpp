@@ -176,6 +176,8 @@ private:
 		tree_.file(blk + "/queue/hw_sector_size", std::to_string(d.logicalBlockSize) + "\n");
 		tree_.link(blk + "/device", deviceLink);
 		tree_.link("/sys/block/" + d.name, blk);
+		// The kernel's index by device number, which lsblk and udev go by.
+		tree_.link("/sys/dev/block/" + std::to_string(major) + ":" + std::to_string(minor), blk);
 		partitionLine(major, minor, sectors / 2, d.name);
 		bool pStyle = d.name.compare(0, 2, "sd") != 0;
 		for (const auto &p : d.partitions) {
@@ -186,6 +188,7 @@ private:
 			tree_.file(pd + "/start", std::to_string(p.startSector) + "\n");
 			tree_.file(pd + "/size", std::to_string(p.sizeBytes / 512) + "\n");
 			tree_.file(pd + "/dev", std::to_string(major) + ":" + std::to_string(pminor) + "\n");
+			tree_.link("/sys/dev/block/" + std::to_string(major) + ":" + std::to_string(pminor), pd);
 			partitionLine(major, pminor, p.sizeBytes / 1024, pname);
 		}
 	}
