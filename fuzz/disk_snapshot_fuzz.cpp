@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <sys/stat.h>
+#include <vector>
 
 #include <vexohw/disk_enum.h>
 
@@ -19,9 +20,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 		return true;
 	}();
 	(void)ready;
-	vexo::fuzz::writeInput(VEXO_DISK_SNAPSHOT, data, size);
-	// The mask comes from the input too, so that every filter is tried.
-	int32_t mask = size >= 4 ? static_cast<int32_t>(data[size - 1]) : -1;
+	if (size < 3)
+		return 0;
+	// The first bytes choose the file's length, in whole entries and a rest,
+	// and the filter; the others are repeated to fill it, so that short
+	// inputs reach past the first entry.
+	const size_t length = (data[0] % 8) * VEXO_DISK_SNAPSHOT_ENTRY_SIZE +
+			      (data[1] * 7u) % VEXO_DISK_SNAPSHOT_ENTRY_SIZE;
+	int32_t mask = data[2] == 0xFF ? -1 : data[2];
+	data += 3;
+	size -= 3;
+	std::vector<uint8_t> file(length);
+	for (size_t i = 0; i < length && size; ++i)
+		file[i] = data[i % size];
+	vexo::fuzz::writeInput(VEXO_DISK_SNAPSHOT, file.data(), file.size());
 	DiskEnumFilter filter{&mask};
 	DiskListNode *list = nullptr;
 	int count = 0;
@@ -33,7 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 			    std::strlen(c->info->model) >= sizeof(c->info->model) || !(c->info->id.container & mask))
 				std::abort();
 		}
-		if (n != count || static_cast<size_t>(n) > size / VEXO_DISK_SNAPSHOT_ENTRY_SIZE)
+		if (n != count || static_cast<size_t>(n) > length / VEXO_DISK_SNAPSHOT_ENTRY_SIZE)
 			std::abort();
 		DiskInfoEnumFree(list);
 	}
