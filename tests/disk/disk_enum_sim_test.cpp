@@ -228,7 +228,7 @@ TEST_F(EnumSim, OverviewWalkAndSnapshotAgree)
 	EXPECT_EQ(json_object_get_type(json_object_object_get(json_object_array_get_idx(disks, 4), "temperature_c")),
 		  json_type_null); // USB: not asked
 	EXPECT_STREQ(json_object_get_string(json_object_object_get(json_object_array_get_idx(disks, 2), "location")),
-		     "Unit 3 bay 1");
+		     "Unit 3 bay 1 (XU05)");
 
 	Ran none = vexohw({"overview", "--snapshot"});
 	EXPECT_EQ(none.status, 1);

@@ -15,6 +15,7 @@
 #include <vexohw/disk_probe.h>
 #include <vexohw/smart_info.h>
 #include <vexohw/smart_serial.h>
+#include <vexoplatform/ebox_info.h>
 #include <vexoplatform/vexocore.h>
 
 #include "cli.h"
@@ -59,9 +60,16 @@ std::string location(const DiskInfo &d)
 	case DISK_CONTAINER_INTERNAL:
 		std::snprintf(b, sizeof(b), "Bay %d", d.id.index);
 		return b;
-	case DISK_CONTAINER_EBOX:
-		std::snprintf(b, sizeof(b), "Unit %d bay %d", d.id.unit, d.id.index);
+	case DISK_CONTAINER_EBOX: {
+		char unique[32] = "";
+		char disk[sizeof(d.path)];
+		if (DiskPartitionNumRemove(d.path, disk, sizeof(disk)) != 0 ||
+		    VEXOEBoxUnitUniqueGetByDevPath(disk, unique, sizeof(unique)) < 0)
+			unique[0] = '\0';
+		std::snprintf(b, sizeof(b), unique[0] ? "Unit %d bay %d (%s)" : "Unit %d bay %d", d.id.unit, d.id.index,
+			      unique);
 		return b;
+	}
 	case DISK_CONTAINER_ESATA: {
 		int port = VEXOExternalEsataPortIndexGet(d.path);
 		if (port > 0) {
@@ -182,6 +190,18 @@ Value row(const DiskInfo &d)
 	return r;
 }
 
+// Why a walk found nothing to list. Without the product's port map no disk
+// has a place, which is what a Linux machine that is no appliance shows.
+int listFailed()
+{
+	int code = VLIBCErrGet();
+	struct stat st {};
+	if (vexo::sysroot::stat("/etc.defaults/vexoinfo.conf", &st) != 0)
+		return fail("no port map in /etc.defaults/vexoinfo.conf: this is not a VOS appliance (or --sysroot names "
+			    "none), so no disk has a place to be listed in");
+	return fail("could not list the disks (error 0x%04X; --verbose tells more)", code);
+}
+
 const char *sourceName(vexo::disk::Source s)
 {
 	return s == vexo::disk::Source::Snapshot ? "snapshot" : "walk";
@@ -199,8 +219,7 @@ int overview(Context &ctx)
 	if (ctx.has("walk")) {
 		n = vexo::disk::walkSystem(&filter, &disks.head);
 		if (n < 0)
-			return fail("could not walk the disks of the system (error 0x%04X; --verbose tells more)",
-				    VLIBCErrGet());
+			return listFailed();
 	} else if (ctx.has("snapshot")) {
 		used = vexo::disk::Source::Snapshot;
 		switch (vexo::disk::readSnapshot(&filter, &disks.head, &n)) {
@@ -219,7 +238,7 @@ int overview(Context &ctx)
 	} else {
 		n = vexo::disk::collect(&filter, &disks.head, &used);
 		if (n < 0)
-			return fail("could not list the disks (error 0x%04X; --verbose tells more)", VLIBCErrGet());
+			return listFailed();
 	}
 	std::vector<const DiskInfo *> sorted;
 	for (const DiskListNode *c = disks.head; c; c = c->next)
@@ -276,8 +295,9 @@ int overview(Context &ctx)
 		    {"temperature", "TEMP"},
 		    {"smart_summary", "SMART"}},
 		   title.c_str());
+	std::printf("\nTEMP \"-\": not read, so as not to wake the disk (asleep, USB) or not told by it.\n");
 	if (tripped)
-		std::printf("\n%d %s a SMART attribute at or below its threshold.\n", tripped,
+		std::printf("%d %s a SMART attribute at or below its threshold.\n", tripped,
 			    tripped == 1 ? "disk has" : "disks have");
 	return 0;
 }
