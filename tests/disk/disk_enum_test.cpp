@@ -488,8 +488,16 @@ TEST_F(DiskEnum, WriterThatCannotWriteReturnsTheCount)
 
 TEST_F(DiskEnum, ReadersNeverSeeAShortSnapshot)
 {
+	// Twelve more bays, so that the file takes more than one write.
+	disks.portMaps("8", "14", "3FFC3", "20");
+	vexo::external::resetPortMaps();
+	for (int i = 6; i < 18; ++i) {
+		std::string n = std::string("sd") + static_cast<char>('a' + i);
+		disks.sata(n, 20 + i);
+	}
 	Vcemd alive(true);
 	ASSERT_EQ(VLIBDiskInfoEnumToCache(nullptr), 0);
+	ASSERT_EQ(root.read(VEXO_DISK_SNAPSHOT).size(), 20u * 320);
 	std::atomic<bool> done{false};
 	std::atomic<int> reads{0}, bad{0};
 	std::thread reader([&] {
@@ -497,15 +505,16 @@ TEST_F(DiskEnum, ReadersNeverSeeAShortSnapshot)
 		DiskEnumFilter f{&mask};
 		while (!done) {
 			DiskListNode *l = nullptr;
-			int n = DiskInfoEnum(&f, &l);
+			vexo::disk::Source used;
+			int n = vexo::disk::collect(&f, &l, &used);
 			DiskInfoEnumFree(l);
-			struct stat st {};
-			if (n != 8 || (::stat(root.host(VEXO_DISK_SNAPSHOT).c_str(), &st) == 0 && st.st_size % 320))
+			// Always the whole snapshot: never a walk for want of one, never part of one.
+			if (n != 20 || used != vexo::disk::Source::Snapshot)
 				++bad;
 			++reads;
 		}
 	});
-	for (int i = 0; i < 200; ++i)
+	for (int i = 0; i < 100; ++i)
 		ASSERT_EQ(VLIBDiskInfoEnumToCache(nullptr), 0);
 	done = true;
 	reader.join();
