@@ -234,11 +234,20 @@ TEST_F(DiskEnum, ErasingDiskIsNotAskedItsBlockSize)
 
 TEST_F(DiskEnum, VirtualEditionReadsNoTemperature)
 {
+	Vcemd none(false);
+	// Here no drive answers, so a disk that is asked reads -1.
+	List asked;
+	ASSERT_EQ(enumerate(DISK_CONTAINER_INTERNAL, asked), 2);
+	EXPECT_EQ(asked.head->info->temperature, -1);
 	maps({{"vvos", "yes"}});
 	DiskInfo *d = nullptr;
 	ASSERT_EQ(DiskInfoGet("sda", &d), 1);
 	EXPECT_EQ(d->temperature, 0);
 	DiskInfoFree(d);
+	List all;
+	ASSERT_EQ(DiskInfoEnum(nullptr, &all.head), 8);
+	for (const DiskListNode *c = all.head; c; c = c->next)
+		EXPECT_EQ(c->info->temperature, 0) << c->info->name;
 }
 
 // ---- the walk -----------------------------------------------------------------
