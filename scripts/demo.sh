@@ -25,10 +25,14 @@ for link in "$root"/sys/block/*; do
 	printf '  %-8s -> %s\n' "${link##*/}" "$(readlink "$link" | sed 's|^\.\./||')"
 done
 echo
+# devices: each device of the box with its port type and disk id, as the
+# library places it from the port maps, the NVMe locations and the unit
+echo "# devices: port type and disk id of every device"
+run disk where --all
 # overview: every disk of the box at a glance. No platform daemon runs here,
 # so it walks /sys; a snapshot written as the daemon writes it (with the
 # unit's last disk asleep, so its temperature is not read) is read back.
-echo "## overview"
+echo "# overview: every disk of the box at a glance"
 run overview
 run snapshot write --hibernating sdme
 run overview --snapshot
