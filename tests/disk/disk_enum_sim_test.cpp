@@ -232,7 +232,8 @@ TEST_F(EnumSim, OverviewWalkAndSnapshotAgree)
 
 	Ran none = vexohw({"overview", "--snapshot"});
 	EXPECT_EQ(none.status, 1);
-	Ran wrote = vexohw({"--json", "snapshot", "write", "--hibernating", "sdcb"});
+	EXPECT_EQ(vexohw({"snapshot", "write", "sdcb"}).status, 1);
+	Ran wrote = vexohw({"--json", "snapshot", "write", "--hibernating", "sdcb", "/dev/sdd"});
 	ASSERT_EQ(wrote.status, 0) << wrote.out;
 	json_object *w = parse(wrote.out);
 	EXPECT_EQ(json_object_get_int(json_object_object_get(w, "disk_count")), 5);

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <string>
 #include <sys/stat.h>
 #include <vector>
@@ -61,13 +62,21 @@ std::string location(const DiskInfo &d)
 		std::snprintf(b, sizeof(b), "Bay %d", d.id.index);
 		return b;
 	case DISK_CONTAINER_EBOX: {
-		char unique[32] = "";
-		char disk[sizeof(d.path)];
-		if (DiskPartitionNumRemove(d.path, disk, sizeof(disk)) != 0 ||
-		    VEXOEBoxUnitUniqueGetByDevPath(disk, unique, sizeof(unique)) < 0)
-			unique[0] = '\0';
-		std::snprintf(b, sizeof(b), unique[0] ? "Unit %d bay %d (%s)" : "Unit %d bay %d", d.id.unit, d.id.index,
-			      unique);
+		// The unit's model, asked once per unit: each question reads every host.
+		static std::map<int, std::string> models;
+		auto it = models.find(d.id.unit);
+		if (it == models.end()) {
+			char unique[32] = "";
+			char disk[sizeof(d.path)];
+			if (DiskPartitionNumRemove(d.path, disk, sizeof(disk)) != 0 ||
+			    VEXOEBoxUnitUniqueGetByDevPath(disk, unique, sizeof(unique)) < 0)
+				unique[0] = '\0';
+			it = models.emplace(d.id.unit, unique).first;
+		}
+		if (it->second.empty())
+			std::snprintf(b, sizeof(b), "Unit %d bay %d", d.id.unit, d.id.index);
+		else
+			std::snprintf(b, sizeof(b), "Unit %d bay %d (%s)", d.id.unit, d.id.index, it->second.c_str());
 		return b;
 	}
 	case DISK_CONTAINER_ESATA: {
@@ -335,20 +344,26 @@ int snapshotWrite(Context &ctx)
 			freeCells(s.usbHibernating);
 		}
 	} cleanup{status};
-	auto it = ctx.options.find("hibernating");
-	if (it != ctx.options.end())
-		for (const auto &p : it->second) {
-			std::string path = p.rfind("/dev/", 0) == 0 ? p : "/dev/" + p;
-			int kind = hibKind(path.c_str());
-			if (!kind)
-				return fail("%s is neither an expansion unit disk nor a USB disk: only those sleep apart",
-					    p.c_str());
-			if (DiskEnumHibDevPush(path.c_str(), &status, kind) != 0)
-				return fail("out of memory");
-		}
+	// "--hibernating a b c" and "--hibernating a --hibernating b" alike.
+	std::vector<std::string> sleeping;
+	if (auto it = ctx.options.find("hibernating"); it != ctx.options.end()) {
+		sleeping = it->second;
+		sleeping.insert(sleeping.end(), ctx.args.begin(), ctx.args.end());
+	} else if (!ctx.args.empty()) {
+		return fail("unexpected '%s' (disks that sleep follow --hibernating)", ctx.args[0].c_str());
+	}
+	for (const auto &p : sleeping) {
+		std::string path = p.rfind("/dev/", 0) == 0 ? p : "/dev/" + p;
+		int kind = hibKind(path.c_str());
+		if (!kind)
+			return fail("%s is neither an expansion unit disk nor a USB disk: only those sleep apart",
+				    p.c_str());
+		if (DiskEnumHibDevPush(path.c_str(), &status, kind) != 0)
+			return fail("out of memory");
+	}
 	int rc = VLIBDiskInfoEnumToCache(&status);
 	if (rc < 0)
-		return fail("could not list the disks; %s is left as it was (--verbose tells more)", VEXO_DISK_SNAPSHOT);
+		return listFailed(); // nothing written: the old snapshot, if any, stays
 	if (rc > 0)
 		return fail("found %d disks but could not write %s; the old snapshot stays", rc, VEXO_DISK_SNAPSHOT);
 	struct stat st {};
