@@ -35,9 +35,9 @@ bool eunitAsleep(const DiskEnumHibStatus *status, const DiskInfo *info)
 
 // Whether the temperature must stay 0: asking would wake a sleeping disk,
 // or the disk cannot tell (virtual edition, USB).
-bool skipTemperature(int portType, const DiskEnumHibStatus *status, const DiskInfo *info)
+bool skipTemperature(bool virtualEdition, int portType, const DiskEnumHibStatus *status, const DiskInfo *info)
 {
-	if (VLIBCIsVVOS())
+	if (virtualEdition)
 		return true;
 	if (portType == DISK_PORT_TYPE_USB || portType == DISK_PORT_TYPE_SD_OTHER)
 		return true;
@@ -74,6 +74,7 @@ int enumPortType(DiskListNode **list, int portType, const DiskEnumHibStatus *sta
 	}
 	if (gAfterNamesHook)
 		gAfterNamesHook(portType, names.p);
+	const bool virtualEdition = VLIBCIsVVOS() != 0; // asked once, not for each disk
 	int count = 0;
 	for (int i = 0; i < names.p->nItem; ++i) {
 		const char *name = VLIBCSzListGet(names.p, i);
@@ -82,7 +83,7 @@ int enumPortType(DiskListNode **list, int portType, const DiskEnumHibStatus *sta
 			vlog(LOG_ERR, "%s:%d Failed to get disk information %s", VEXO_AT, name);
 			continue;
 		}
-		info->temperature = skipTemperature(portType, status, info) ? 0 : VEXODiskTemperatureGet(info->path);
+		info->temperature = skipTemperature(virtualEdition, portType, status, info) ? 0 : VEXODiskTemperatureGet(info->path);
 		DiskListPush(list, info);
 		++count;
 	}

@@ -169,7 +169,9 @@ Value text(Fn get, const char *path)
 	return Value(b);
 }
 
-Value row(const DiskInfo &d)
+// One disk. A table adds texts for people; JSON keeps only numbers with
+// their units in the field names.
+Value row(const DiskInfo &d, bool forTable)
 {
 	Value r = Value::object();
 	r.set("location", location(d));
@@ -185,17 +187,20 @@ Value row(const DiskInfo &d)
 	r.set("serial", text(VEXODiskGetSerialForUi, d.path));
 	r.set("firmware", text(SmartFirmwareGet, d.path));
 	r.set("capacity_bytes", static_cast<unsigned long long>(d.sizeBytes));
-	r.set("capacity", humanBytes(d.sizeBytes));
+	if (forTable)
+		r.set("capacity", humanBytes(d.sizeBytes));
 	r.set("logical_block_size_bytes", d.logicalBlockSize > 0 ? Value(d.logicalBlockSize) : Value());
 	int ssd = VEXODiskIsSSD(d.path);
 	r.set("media", ssd == 1 ? Value("SSD") : ssd == 0 ? Value("HDD") : Value());
 	// 0 is "not read": a sleeping or USB disk is not woken to ask.
 	r.set("temperature_c", d.temperature > 0 ? Value(d.temperature) : Value());
-	r.set("temperature", d.temperature > 0 ? Value(std::to_string(d.temperature) + "°C") : Value());
+	if (forTable)
+		r.set("temperature", d.temperature > 0 ? Value(std::to_string(d.temperature) + "°C") : Value());
 	r.set("secure_erasing", d.secureErasing != 0);
 	std::string smartCell;
 	r.set("smart", smartOf(d, smartCell));
-	r.set("smart_summary", smartCell);
+	if (forTable)
+		r.set("smart_summary", smartCell);
 	return r;
 }
 
@@ -267,7 +272,7 @@ int overview(Context &ctx)
 	unsigned long long total = 0;
 	int tripped = 0;
 	for (const DiskInfo *d : sorted) {
-		Value r = row(*d);
+		Value r = row(*d, !ctx.json);
 		const Value *s = r.get("smart");
 		if (s && s->isObject() && !s->get("at_threshold")->asList().empty())
 			++tripped;
