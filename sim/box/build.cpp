@@ -194,14 +194,16 @@ private:
 	}
 
 	// The sd driver's numbers: 16 majors of 16 disks each, and past 256
-	// disks the same majors with the index's high bits in the extended minor.
+	// disks the same majors with the index's high bits in the extended minor
+	// (minor 256 and up: sdiw is 8:256). The shift by 12 belongs to the
+	// packed device number, not to the minor.
 	std::pair<int, int> devNumber(const Device &d)
 	{
 		if (d.name.compare(0, 2, "sd") == 0) {
 			int i = sdIndex(d.name);
 			int group = (i & 0xf0) >> 4;
 			int major = group == 0 ? 8 : group < 8 ? 64 + group : 128 + group - 8;
-			return {major, ((i & 0xf) << 4) | ((i & 0xfff00) << 12)};
+			return {major, ((i & 0xf) << 4) | (i & 0xfff00)};
 		}
 		return {259, nextExtMinor_++};
 	}
