@@ -11,7 +11,6 @@
 #include <vexohw/smartctl.h>
 #include <vexoplatform/vexocore.h>
 
-#include "landing.h"
 #include "rig.h"
 
 namespace {
@@ -249,11 +248,9 @@ RIG_CHECK(main, ata_temperature)
 		int want194 = s194 ? s194[5] : -1, want190 = s190 ? s190[5] : -1;
 		c.note("%s: attribute 194 %s, 190 %s", d->role.c_str(), s194 ? std::to_string(want194).c_str() : "absent",
 		       s190 ? std::to_string(want190).c_str() : "absent");
-		if (!RIG_LANDED(c, SmartTemperatureGet) || !RIG_LANDED(c, SmartAirflowTempGet))
-			continue;
 		c.eqInt(d->role + " SmartTemperatureGet", SmartTemperatureGet(v), want194);
 		c.eqInt(d->role + " SmartAirflowTempGet", SmartAirflowTempGet(v), want190);
-		if (RIG_LANDED(c, VEXODiskTemperatureGet) && (s194 || s190))
+		if (s194 || s190)
 			c.eqInt(d->role + " VEXODiskTemperatureGet", VEXODiskTemperatureGet(d->path().c_str()),
 				s194 ? want194 : want190);
 	}

@@ -8,7 +8,6 @@
 #include <unistd.h>
 #include <vexohw/disk_port.h>
 
-#include "landing.h"
 #include "rig.h"
 
 namespace rig {
@@ -87,8 +86,6 @@ RIG_CHECK(hotplug, replug_port_enum)
 // exactly the disks the kernel now has.
 RIG_CHECK(hotplug, replug_disk_info_enum)
 {
-	if (!RIG_LANDED(c, DiskInfoEnum))
-		return;
 	if (!c.expect(settled(g), "the hot-plug events did not complete"))
 		return;
 	std::vector<std::string> names;

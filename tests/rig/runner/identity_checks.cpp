@@ -9,14 +9,11 @@
 #include <vexohw/smartctl.h>
 #include <vexoplatform/vexocore.h>
 
-#include "landing.h"
 #include "rig.h"
 
 // Size and logical block size through BLKGETSIZE64 and BLKSSZGET.
 RIG_CHECK(main, disk_size)
 {
-	if (!RIG_LANDED(c, DiskSizeGet) || !RIG_LANDED(c, DiskLogicalBlockSizeGet))
-		return;
 	for (rig::Disk *d : g.present()) {
 		unsigned long long bytes = 0;
 		int lbs = 0;
@@ -35,12 +32,7 @@ RIG_CHECK(main, disk_size)
 // Model, vendor and SSD flag from the kernel's attributes.
 RIG_CHECK(main, disk_identity)
 {
-	if (!RIG_LANDED(c, VEXOLnxDiskGetModel) || !RIG_LANDED(c, VEXOLnxDiskGetVendor) || !RIG_LANDED(c, VEXODiskIsSSD))
-		return;
 	for (rig::Disk *d : g.present()) {
-		// An NVMe model comes from the controller, through the platform.
-		if (d->bus == "nvme" && !RIG_LANDED(c, VEXONVMeDiskModelGet))
-			continue;
 		std::string sys = "/sys/block/" + d->name + "/device/";
 		char model[128] = {}, vendor[64] = {};
 		if (c.expect(VEXOLnxDiskGetModel(d->path().c_str(), model, sizeof(model)) == 0,
@@ -67,13 +59,9 @@ RIG_CHECK(main, disk_identity)
 // so do the AHCI disks through libata's translation.
 RIG_CHECK(main, firm_and_serial)
 {
-	if (!RIG_LANDED(c, SmartFirmAndSerialRead))
-		return;
 	for (rig::Disk *d : g.present()) {
 		if (d->bus == "usb")
 			continue; // QEMU's USB disk has no ATA pass-through and its serial is the bridge's
-		if (d->bus == "nvme" && !RIG_LANDED(c, VEXONVMeFirmAndSerialRead))
-			continue;
 		std::string sys = "/sys/block/" + d->name + "/device/";
 		std::string sysFw = rig::trim(rig::readFile(sys + (d->bus == "nvme" ? "firmware_rev" : "rev")));
 		char fw[64] = {}, serial[64] = {};
@@ -96,8 +84,6 @@ RIG_CHECK(main, firm_and_serial)
 // SmartInfoGet runs the real smartctl and parses its attribute table.
 RIG_CHECK(main, smart_info)
 {
-	if (!RIG_LANDED(c, SmartInfoGet) || !RIG_LANDED(c, VEXODiskSmartInfoFree))
-		return;
 	for (rig::Disk *d : g.present()) {
 		if (d->bus != "ata")
 			continue;
@@ -134,8 +120,6 @@ RIG_CHECK(main, smart_info)
 // the kernel has them.
 RIG_CHECK(main, disk_info_enum)
 {
-	if (!RIG_LANDED(c, DiskInfoEnum) || !RIG_LANDED(c, DiskInfoEnumFree))
-		return;
 	DiskListNode *list = nullptr;
 	int n = DiskInfoEnum(nullptr, &list);
 	if (!c.expect(n >= 0, "DiskInfoEnum failed, error 0x%04X", VLIBCErrGet()))
@@ -155,8 +139,7 @@ RIG_CHECK(main, disk_info_enum)
 		std::string sys = "/sys/block/" + d->name;
 		c.eqStr(d->role + " name", info->name, d->name);
 		c.eqInt(d->role + " container", info->id.container, kContainer.at(d->port));
-		if (d->bus != "nvme" || RIG_LANDED(c, VEXONVMeDiskModelGet))
-			c.eqStr(d->role + " model", info->model, rig::trim(rig::readFile(sys + "/device/model")));
+		c.eqStr(d->role + " model", info->model, rig::trim(rig::readFile(sys + "/device/model")));
 		c.eqInt(d->role + " size", static_cast<long long>(info->sizeBytes), static_cast<long long>(d->sizeBytes));
 		c.eqInt(d->role + " logical block size", info->logicalBlockSize,
 			std::atoi(rig::readFile(sys + "/queue/logical_block_size").c_str()));

@@ -10,8 +10,7 @@
 //       (the port maps are read once per process).
 //   vexorig --sysroot DIR --call iface|firm-serial PATH
 //       one library call under another appliance root, in a fresh process:
-//       the interface name, or "ok<TAB>firmware<TAB>serial" / "fail 0x...."
-//       / "missing" (the call is not in the library yet).
+//       the interface name, or "ok<TAB>firmware<TAB>serial" / "fail 0x....".
 //   vexorig --disk-enum
 //       prints DiskInfoEnum(all) as "name<TAB>path<TAB>container<TAB>model
 //       <TAB>size<TAB>logical block size" lines, from a fresh process.
@@ -27,7 +26,6 @@
 #include <vexohw/smartctl.h>
 #include <vexoplatform/vexocore.h>
 
-#include "landing.h"
 #include "rig.h"
 
 namespace {
@@ -83,10 +81,6 @@ int call(const std::string &root, const std::string &what, const char *path)
 		return 0;
 	}
 	if (what == "firm-serial") {
-		if (!SmartFirmAndSerialRead) {
-			std::printf("missing\n");
-			return 0;
-		}
 		char fw[64] = {}, serial[64] = {};
 		if (SmartFirmAndSerialRead(path, fw, sizeof(fw), serial, sizeof(serial)) != 0)
 			std::printf("fail 0x%04X\n", VLIBCErrGet());
@@ -100,10 +94,6 @@ int call(const std::string &root, const std::string &what, const char *path)
 
 int diskEnum()
 {
-	if (!DiskInfoEnum) {
-		std::fprintf(stderr, "DiskInfoEnum is not in the library\n");
-		return 1;
-	}
 	DiskListNode *list = nullptr;
 	int n = DiskInfoEnum(nullptr, &list);
 	if (n < 0) {

@@ -3,7 +3,6 @@
 #include <cstring>
 #include <vexohw/smartctl.h>
 
-#include "landing.h"
 #include "rig.h"
 
 namespace {
@@ -40,8 +39,6 @@ RIG_CHECK(main, nvme_identity)
 		std::string sysModel = rig::trim(rig::readFile(sys + "model"));
 		c.eqStr(d->role + " sysfs serial", sysSerial, d->serial);
 		c.expect(SmartEnable(d->path().c_str()) == 0, "SmartEnable(%s) is not 0 for an NVMe disk", d->path().c_str());
-		if (!RIG_LANDED(c, VEXONVMeFirmAndSerialRead) || !RIG_LANDED(c, VEXONVMeDiskModelGet))
-			continue;
 		char fw[64] = {}, serial[64] = {}, model[128] = {};
 		if (c.expect(VEXONVMeFirmAndSerialRead(d->path().c_str(), fw, sizeof(fw), serial, sizeof(serial)) == 0,
 			     "VEXONVMeFirmAndSerialRead(%s) failed", d->path().c_str())) {
@@ -69,8 +66,6 @@ RIG_CHECK(main, nvme_health)
 		c.eqInt(d->role + " nvme smart-log critical_warning (QEMU's injection)", warning, d->critWarning);
 		if (!c.expect(temperature > 0, "%s: nvme smart-log gives no temperature (exit %d)", d->name.c_str(), status))
 			c.note("nvme smart-log: %s", log.substr(0, 600).c_str());
-		if (!RIG_LANDED(c, VEXONVMeLogGet) || !RIG_LANDED(c, VEXONVMeTemperatureGet))
-			continue;
 		unsigned char page[512] = {};
 		if (c.expect(VEXONVMeLogGet(d->path().c_str(), 2, page, sizeof(page)) == 0, "VEXONVMeLogGet(%s, 2) failed",
 			     d->path().c_str()))

@@ -6,6 +6,13 @@
 // macros from the sources, so adding a check is writing one.
 #pragma once
 
+#include <vexohw/disk.h>
+#include <vexohw/disk_enum.h>
+#include <vexohw/disk_probe.h>
+#include <vexohw/smart_info.h>
+#include <vexohw/smart_serial.h>
+#include <vexohw/smart_temperature.h>
+#include <vexoplatform/nvme_admin.h>
 #include <cstdarg>
 #include <cstdint>
 #include <map>
