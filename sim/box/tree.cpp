@@ -142,6 +142,16 @@ void Tree::link(std::string_view path, std::string_view target)
 		sysFail("cannot link", h);
 }
 
+void Tree::hostLink(std::string_view path, const std::string &hostTarget)
+{
+	std::string h = host(path);
+	dir(parentOf(path));
+	if (hostTarget.empty() || hostTarget[0] != '/')
+		throw TreeError("not an absolute host path: " + hostTarget);
+	if (::symlink(hostTarget.c_str(), h.c_str()) != 0)
+		sysFail("cannot link", h);
+}
+
 void Tree::commit()
 {
 	file(kMarker, "vexosim root\n");

@@ -104,15 +104,15 @@ std::string fmt(const char *f, auto... args)
 	return b;
 }
 
-// A byte that is the sign extension of the byte below it.
-bool ext(uint8_t hi, uint8_t lo) { return hi == ((lo & 0x80) ? 0xFF : 0x00); }
+// A byte that is zero or the sign extension of the byte below it.
+bool ext(uint8_t hi, uint8_t lo) { return hi == 0x00 || (hi == 0xFF && (lo & 0x80)); }
 
 std::string temperature(const uint8_t r[6])
 {
-	const unsigned t = r[0];
+	const int t = static_cast<int8_t>(r[0]);
 	const unsigned w1 = r[2] | r[3] << 8, w2 = r[4] | r[5] << 8;
 	if (!w1 && !w2 && ext(r[1], r[0]))
-		return fmt("%u", t);
+		return fmt("%d", t);
 	// Where drives keep their lowest and highest temperature:
 	//   xx HH xx LL xx TT, 00 00 HH LL xx TT, 00 00 00 HH LL TT, 00 CC HH LL xx TT
 	// (xx: sign extension, CC: over-temperature count).
@@ -132,14 +132,15 @@ std::string temperature(const uint8_t r[6])
 	for (const auto &l : layouts) {
 		if (!l.fits)
 			continue;
+		// Only a believable range counts: -60 to 120 degrees around the current value.
 		int lo = std::min(l.a, l.b), hi = std::max(l.a, l.b);
-		if (lo <= static_cast<int>(t) && static_cast<int>(t) <= hi) {
+		if (-60 <= lo && lo <= t && t <= hi && hi <= 120) {
 			if (l.counted)
-				return fmt("%u (Min/Max %d/%d #%u)", t, lo, hi, w2);
-			return fmt("%u (Min/Max %d/%d)", t, lo, hi);
+				return fmt("%d (Min/Max %d/%d #%u)", t, lo, hi, w2);
+			return fmt("%d (Min/Max %d/%d)", t, lo, hi);
 		}
 	}
-	return fmt("%u (%u %u %u %u %u)", t, r[5], r[4], r[3], r[2], r[1]);
+	return fmt("%u (%u %u %u %u %u)", r[0], r[5], r[4], r[3], r[2], r[1]);
 }
 
 } // namespace
