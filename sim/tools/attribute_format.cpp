@@ -132,9 +132,10 @@ std::string temperature(const uint8_t r[6])
 	for (const auto &l : layouts) {
 		if (!l.fits)
 			continue;
-		// Only a believable range counts: -60 to 120 degrees around the current value.
+		// Only a believable range counts: -60 to 120 degrees around the current value,
 		int lo = std::min(l.a, l.b), hi = std::max(l.a, l.b);
-		if (-60 <= lo && lo <= t && t <= hi && hi <= 120) {
+		// and a layout with a count only with a highest value of 40 or more.
+		if (-60 <= lo && lo <= t && t <= hi && hi <= 120 && (!l.counted || hi >= 40)) {
 			if (l.counted)
 				return fmt("%d (Min/Max %d/%d #%u)", t, lo, hi, w2);
 			return fmt("%d (Min/Max %d/%d)", t, lo, hi);
