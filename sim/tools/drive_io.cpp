@@ -1,5 +1,6 @@
 #include "drive_io.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -14,7 +15,7 @@ namespace vexosim::tools {
 
 namespace {
 
-constexpr unsigned kSenseMax = 32;
+constexpr unsigned kSenseMax = 64;
 
 // The record of the Marvell controller's vendor ATA wrapper.
 struct MarvellRecord {
@@ -74,7 +75,7 @@ Drive Drive::open(const std::string &path, Transport t)
 }
 
 ScsiAnswer Drive::scsi(const std::vector<uint8_t> &cdb, int dir, std::vector<uint8_t> &data, unsigned len,
-		       unsigned timeoutMs)
+		       unsigned timeoutMs, unsigned senseLength)
 {
 	ScsiAnswer a;
 	if (cdb.empty() || cdb.size() > 255) {
@@ -90,7 +91,7 @@ ScsiAnswer Drive::scsi(const std::vector<uint8_t> &cdb, int dir, std::vector<uin
 	h.dxfer_direction = dir == 1 ? SG_DXFER_FROM_DEV : dir == 2 ? SG_DXFER_TO_DEV : SG_DXFER_NONE;
 	h.cmd_len = static_cast<unsigned char>(cmd.size());
 	h.cmdp = cmd.data();
-	h.mx_sb_len = kSenseMax;
+	h.mx_sb_len = static_cast<unsigned char>(std::min(senseLength, kSenseMax));
 	h.sbp = sense;
 	h.dxfer_len = dir == 0 ? 0 : dir == 1 ? len : static_cast<unsigned>(data.size());
 	h.dxferp = h.dxfer_len ? data.data() : nullptr;

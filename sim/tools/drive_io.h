@@ -56,8 +56,10 @@ public:
 
 	// A SCSI command. dir: 0 none, 1 data-in (up to `len` bytes into data),
 	// 2 data-out (`data` is sent).
+	// `senseLength`: the sense buffer offered (smartctl and sg_raw 32 bytes,
+	// the other sg tools 64).
 	ScsiAnswer scsi(const std::vector<uint8_t> &cdb, int dir, std::vector<uint8_t> &data, unsigned len,
-			unsigned timeoutMs = 60000);
+			unsigned timeoutMs = 60000, unsigned senseLength = 32);
 
 private:
 	vexo::dev::Device dev_;

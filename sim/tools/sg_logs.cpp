@@ -332,17 +332,17 @@ int sgLogs(int argc, char **argv)
 	}
 	if (!hex && !raw) {
 		std::vector<uint8_t> inq;
-		if (d.scsi({0x12, 0, 0, 0, 36, 0}, 1, inq, 36).ok && inq.size() >= 36)
+		if (d.scsi({0x12, 0, 0, 0, 36, 0}, 1, inq, 36, 60000, 64).ok && inq.size() >= 36)
 			std::printf("    %s  %s  %s\n", trimmed(inq, 8, 8).c_str(), trimmed(inq, 16, 16).c_str(),
 				    trimmed(inq, 32, 4).c_str());
 	}
 	const uint8_t pc = static_cast<uint8_t>(0x40 | page);
 	std::vector<uint8_t> head, body;
-	ScsiAnswer r = d.scsi({0x4D, 0, pc, 0, 0, 0, 0, 0, 4, 0}, 1, head, 4, 64000);
+	ScsiAnswer r = d.scsi({0x4D, 0, pc, 0, 0, 0, 0, 0, 4, 0}, 1, head, 4, 64000, 64);
 	if (r.ok && head.size() >= 4) {
 		unsigned len = 4 + (head[2] << 8 | head[3]);
 		r = d.scsi({0x4D, 0, pc, 0, 0, 0, 0, static_cast<uint8_t>(len >> 8), static_cast<uint8_t>(len), 0}, 1,
-			   body, len, 64000);
+			   body, len, 64000, 64);
 	}
 	int cat = category(r);
 	if (cat || body.size() < 4) {

@@ -317,7 +317,7 @@ int sgSatIdentify(int argc, char **argv)
 	}
 	std::vector<uint8_t> page;
 	std::vector<uint8_t> cdb = {0x85, 0x08, 0x0E, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0xEC, 0};
-	ScsiAnswer r = d.scsi(cdb, 1, page, 512, 20000);
+	ScsiAnswer r = d.scsi(cdb, 1, page, 512, 20000, 64);
 	int cat = category(r);
 	if (cat == 9) {
 		std::fprintf(stderr, "ATA PASS-THROUGH (16) not supported\n");
