@@ -76,16 +76,19 @@ public:
 
 private:
 	// The stand-ins for the programs the library runs, by the paths it runs
-	// them by. They are one program built beside vexosim; without it (a
-	// vexosim copied out of its build) the root simply has no tools.
+	// them by: one program, built beside vexosim and copied into the root so
+	// that the root stays whole by itself. Without it (a vexosim copied out
+	// of its build) the root simply has no tools.
 	void tools()
 	{
 		std::string bin = toolsProgram();
 		if (bin.empty())
 			return;
+		const char *program = "/usr/vexo/libexec/vexosim-tools";
+		tree_.program(program, bin);
 		for (const char *p : {"/usr/bin/smartctl", "/usr/vexo/bin/sg_raw", "/usr/vexo/bin/sg_sat_identify",
 				      "/usr/vexo/sbin/sg_logs", "/usr/vexo/sbin/vexostorage", "/usr/vexo/sbin/dhm_tool"})
-			tree_.hostLink(p, bin);
+			tree_.link(p, program);
 	}
 
 	static std::string toolsProgram()

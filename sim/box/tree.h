@@ -33,9 +33,8 @@ public:
 	// A symlink at `path` to the appliance path `target`, written relative,
 	// as the kernel writes its sysfs links.
 	void link(std::string_view path, std::string_view target);
-	// A symlink at `path` to a program of the host (an absolute host path):
-	// the stand-in tools the root runs live in the build, not in the root.
-	void hostLink(std::string_view path, const std::string &hostTarget);
+	// An executable file at `path`, copied from a host file.
+	void program(std::string_view path, const std::string &hostSource);
 
 	// Puts the staged tree at `dir`.
 	void commit();

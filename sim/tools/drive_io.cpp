@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -239,23 +238,13 @@ bool identify(Drive &d, std::vector<uint8_t> &page, AtaAnswer *why)
 	return a.ok && page.size() >= 512;
 }
 
-void ensureBackend(const char *self)
+void ensureBackend()
 {
 	const char *b = std::getenv("VEXO_DEVICE_BACKEND");
 	if (b && *b)
 		return;
-	char exe[PATH_MAX];
-	ssize_t n = ::readlink("/proc/self/exe", exe, sizeof exe - 1);
-	(void)self;
-	if (n <= 0)
-		return;
-	exe[n] = 0;
-	std::string dir(exe);
-	dir.resize(dir.rfind('/'));
-	std::string lib = dir + "/../sim/drive/libvexosim_drive.so";
-	char real[PATH_MAX];
-	if (::realpath(lib.c_str(), real))
-		::setenv("VEXO_DEVICE_BACKEND", real, 1);
+	if (::access(VEXOSIM_DRIVE_BACKEND_PATH, R_OK) == 0)
+		::setenv("VEXO_DEVICE_BACKEND", VEXOSIM_DRIVE_BACKEND_PATH, 1);
 }
 
 } // namespace vexosim::tools

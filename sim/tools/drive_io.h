@@ -70,7 +70,7 @@ private:
 bool identify(Drive &d, std::vector<uint8_t> &page, AtaAnswer *why = nullptr);
 
 // Makes sure the drive emulator serves device nodes: a process started
-// without a device backend gets the one built beside this program.
-void ensureBackend(const char *self);
+// without a device backend gets the one built with this program.
+void ensureBackend();
 
 } // namespace vexosim::tools

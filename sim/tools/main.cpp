@@ -1,6 +1,6 @@
 // vexosim-tools: the stand-ins for the external programs the library runs,
-// one program answering to each name. `vexosim build` links the names under
-// the root: /usr/bin/smartctl, /usr/vexo/bin/sg_raw,
+// one program answering to each name. `vexosim build` copies it into the
+// root as /usr/vexo/libexec/vexosim-tools and links the names to it: /usr/bin/smartctl, /usr/vexo/bin/sg_raw,
 // /usr/vexo/bin/sg_sat_identify, /usr/vexo/sbin/sg_logs,
 // /usr/vexo/sbin/vexostorage, /usr/vexo/sbin/dhm_tool.
 //
@@ -45,7 +45,7 @@ int main(int argc, char **argv)
 {
 	if (argc < 1)
 		return 2;
-	vexosim::tools::ensureBackend(argv[0]);
+	vexosim::tools::ensureBackend();
 	std::string self = base(argv[0]);
 	for (int pass = 0; pass < 2; ++pass) {
 		for (const Tool &t : kTools)
