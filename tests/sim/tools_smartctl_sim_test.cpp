@@ -492,5 +492,24 @@ TEST_F(SmartctlTool, ScsiDrive)
 	EXPECT_EQ(tail, wantTail);
 }
 
+// vexosim build puts the tools in the root by the paths the library runs
+// them by, and vexosim run serves them the box's drives.
+TEST_F(SmartctlTool, InstalledByVexosimBuild)
+{
+	std::string box = root.host("/box");
+	std::string vexosim = buildDir() + "/bin/vexosim";
+	ScopedEnv noRoot("VEXO_SYSROOT", nullptr); // vexosim itself is a program of the host
+	exec::Result b = exec::run({vexosim, "build", sourceDir() + "/examples/box12.json", box});
+	ASSERT_EQ(b.status(), 0) << b.out;
+	for (const char *p : {"/usr/bin/smartctl", "/usr/vexo/bin/sg_raw", "/usr/vexo/bin/sg_sat_identify",
+			      "/usr/vexo/sbin/sg_logs", "/usr/vexo/sbin/vexostorage", "/usr/vexo/sbin/dhm_tool"})
+		EXPECT_EQ(::access((box + p).c_str(), X_OK), 0) << p;
+	exec::Options o;
+	o.captureStderr = true;
+	exec::Result r = exec::run({vexosim, "run", box, "--", box + "/usr/bin/smartctl", "-d", "sat", "-i", "/dev/sda"}, o);
+	EXPECT_EQ(r.status(), 0) << r.out << r.err;
+	EXPECT_NE(r.out.find("\nDevice Model:     "), std::string::npos) << r.out;
+}
+
 } // namespace
 } // namespace vexo::test
