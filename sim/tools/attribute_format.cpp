@@ -127,7 +127,7 @@ std::string temperature(const uint8_t r[6])
 		{ext(r[1], r[0]) && ext(r[3], r[2]) && ext(r[5], r[4]), s2, s4, false},
 		{!w2 && ext(r[1], r[0]), s2, s3, false},
 		{!w2 && !r[3], s1, s2, false},
-		{!r[5] && ext(r[1], r[0]), s2, s3, true},
+		{w2 < 0x7FFF && ext(r[1], r[0]), s2, s3, true},
 	};
 	for (const auto &l : layouts) {
 		if (!l.fits)

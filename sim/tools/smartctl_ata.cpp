@@ -83,7 +83,8 @@ void presetFor(const Presets &p, unsigned id, std::string &name, std::string &fo
 	}
 }
 
-std::vector<Attribute> attributes(const std::vector<uint8_t> &values, const std::vector<uint8_t> &thresholds,
+// Without a thresholds page every threshold is unknown ("---").
+std::vector<Attribute> attributes(const std::vector<uint8_t> &values, const std::vector<uint8_t> *thresholds,
 				  unsigned rotation, const Presets &presets)
 {
 	std::vector<Attribute> out;
@@ -98,8 +99,8 @@ std::vector<Attribute> attributes(const std::vector<uint8_t> &values, const std:
 		x.worst = a[4];
 		std::memcpy(x.raw, a + 5, 6);
 		x.threshold = -1;
-		const uint8_t *t = thresholds.data() + 2 + 12 * slot;
-		if (t[0] == a[0])
+		const uint8_t *t = thresholds ? thresholds->data() + 2 + 12 * slot : nullptr;
+		if (t && t[0] == a[0])
 			x.threshold = t[1];
 		x.state = Attribute::Ok;
 		if (x.threshold > 0) {
@@ -157,19 +158,39 @@ std::string ataVersion(const std::vector<uint8_t> &id)
 	return s + b;
 }
 
-void printInfo(const std::vector<uint8_t> &id, const Presets &presets, const std::string &powerLine)
+std::string packetSmartLine(const std::vector<uint8_t> &id)
+{
+	static const char *kinds[] = {"direct-access", "sequential-access", "printer",	"processor",
+				      "write-once",    "CD/DVD",	    "scanner",	"optical memory",
+				      "medium changer", "communications",   "reserved", "reserved",
+				      "storage array",  "enclosure",	    "reduced block", "optical card"};
+	unsigned kind = (word(id, 0) >> 8) & 0x1F;
+	return std::string("SMART support is: Unavailable - Packet Interface Devices [this device: ") +
+	       (kind < 16 ? kinds[kind] : "unknown") + "] don't support ATA SMART";
+}
+
+void printInfo(const std::vector<uint8_t> &id, bool packet, const Presets &presets, const std::string &powerLine)
 {
 	out("=== START OF INFORMATION SECTION ===\n");
 	if (!presets.family.empty())
 		out("Model Family:     %s\n", presets.family.c_str());
 	out("Device Model:     %s\n", ataString(id, 27, 20).c_str());
 	out("Serial Number:    %s\n", ataString(id, 10, 10).c_str());
-	if ((word(id, 87) & 0xC100) == 0x4100) {
+	if (!packet && (word(id, 87) & 0xC100) == 0x4100) {
 		unsigned w108 = word(id, 108), w109 = word(id, 109), w110 = word(id, 110), w111 = word(id, 111);
 		unsigned long long uid = static_cast<unsigned long long>(w109 & 0xF) << 32 | w110 << 16 | w111;
 		out("LU WWN Device Id: %x %06x %09llx\n", w108 >> 12, (w108 & 0x0FFF) << 12 | w109 >> 4, uid);
 	}
 	out("Firmware Version: %s\n", ataString(id, 23, 4).c_str());
+	if (packet) {
+		out("Device is:        %s smartctl database 7.3/5319\n", presets.family.empty() ? "Not in" : "In");
+		std::string v = ataVersion(id);
+		if (!v.empty())
+			out("ATA Version is:   %s\n", v.c_str());
+		out("Local Time is:    %s\n", localTime().c_str());
+		out("%s\n\n", packetSmartLine(id).c_str());
+		return;
+	}
 	uint64_t sectors = (word(id, 83) & 0x0400)
 				   ? (uint64_t(word(id, 103)) << 48 | uint64_t(word(id, 102)) << 32 |
 				      uint64_t(word(id, 101)) << 16 | word(id, 100))
@@ -462,10 +483,20 @@ int runAta(Drive &d, const Options &o)
 	}
 	std::vector<uint8_t> id;
 	AtaAnswer why;
+	bool packet = false;
 	if (!identify(d, id, &why)) {
-		out("Read Device Identity failed: %s\n\n", failure(d, why).c_str());
-		out("A mandatory SMART command failed: exiting. To continue, add one or more '-T permissive' options.\n");
-		return kOpenFailed;
+		// A packet device aborts IDENTIFY DEVICE and answers IDENTIFY PACKET DEVICE.
+		Regs r;
+		r.command = 0xA1;
+		r.count = 1;
+		packet = why.aborted && d.ata(r, &id).ok && id.size() >= 512;
+		if (!packet) {
+			out("Read Device Identity failed: %s\n\n", failure(d, why).c_str());
+			out("If this is a USB connected device, look at the various --device=TYPE variants\n");
+			out("A mandatory SMART command failed: exiting. To continue, add one or more '-T permissive' "
+			    "options.\n");
+			return kOpenFailed;
+		}
 	}
 	Presets presets;
 	presets.node = readNode(o.device);
@@ -473,7 +504,7 @@ int runAta(Drive &d, const Options &o)
 	presets.attrs = member(member(presets.node.get(), "smart"), "attributes");
 
 	if (o.info)
-		printInfo(id, presets, powerLine);
+		printInfo(id, packet, presets, powerLine);
 
 	const bool wantsSmart = o.health || o.attributes || o.capabilities || o.errorLog || o.selfTestLog || o.selectiveLog;
 	if (!wantsSmart) {
@@ -482,28 +513,45 @@ int runAta(Drive &d, const Options &o)
 			    "information\n\n");
 		return rc;
 	}
+	if (packet) {
+		if (!o.info)
+			out("%s\n", packetSmartLine(id).c_str());
+		out("A mandatory SMART command failed: exiting. To continue, add one or more '-T permissive' options.\n");
+		return kCommandFailed;
+	}
 	bool supported = (word(id, 82) & 1) || (word(id, 87) & 0xC000) == 0x4000;
-	bool enabled = word(id, 85) & 1;
-	if (!supported || !enabled) {
-		if (!supported)
+	if (!supported) {
+		if (!o.info)
 			out("SMART support is: Unavailable - device lacks SMART capability.\n");
 		out("A mandatory SMART command failed: exiting. To continue, add one or more '-T permissive' options.\n");
-		return kOpenFailed;
+		return kCommandFailed;
 	}
-	out("=== START OF READ SMART DATA SECTION ===\n");
+	if (!(word(id, 85) & 1)) {
+		out("SMART Disabled. Use option -s with argument 'on' to enable it.\n");
+		out("(override with '-T permissive' option)\n");
+		return rc;
+	}
 	std::vector<uint8_t> values, thresholds;
 	AtaAnswer vWhy, tWhy;
 	bool haveValues = readSmart(d, 0xD0, 0, values, &vWhy);
-	bool haveThresholds = haveValues && readSmart(d, 0xD1, 1, thresholds, &tWhy);
 	if (!haveValues) {
 		out("Read SMART Data failed: %s\n\n", failure(d, vWhy).c_str());
-		out("A mandatory SMART command failed: exiting. To continue, add one or more '-T permissive' options.\n");
-		return kOpenFailed;
+		rc |= kCommandFailed;
+		values.assign(512, 0);
+	}
+	const bool wantThresholds = o.health || o.attributes;
+	bool haveThresholds = haveValues && wantThresholds && readSmart(d, 0xD1, 1, thresholds, &tWhy);
+	if (haveValues && wantThresholds && !haveThresholds) {
+		out("Read SMART Thresholds failed: %s\n\n", failure(d, tWhy).c_str());
+		rc |= kCommandFailed;
 	}
 	if (!haveThresholds)
 		thresholds.assign(512, 0);
+	out("=== START OF READ SMART DATA SECTION ===\n");
 	unsigned rotation = word(id, 217);
-	std::vector<Attribute> attrs = attributes(values, thresholds, rotation, presets);
+	std::vector<Attribute> attrs;
+	if (haveValues)
+		attrs = attributes(values, haveThresholds ? &thresholds : nullptr, rotation, presets);
 
 	if (o.health) {
 		Regs r;
@@ -546,50 +594,42 @@ int runAta(Drive &d, const Options &o)
 				marginal.push_back(&x);
 		}
 		bool byAttributes = verdict < 0;
+		if (byAttributes && !haveThresholds) {
+			out("SMART overall-health self-assessment test result: UNKNOWN!\n"
+			    "SMART Status, Attributes and Thresholds cannot be read.\n\n");
+			byAttributes = false;
+			verdict = 2;
+		}
 		if (byAttributes)
 			verdict = failedNow.empty() ? 0 : 1;
-		out("SMART overall-health self-assessment test result: %s\n", verdict ? "FAILED!" : "PASSED");
-		if (verdict) {
-			out("Drive failure expected in less than 24 hours. SAVE ALL DATA.\n");
-			rc |= kDiskFailing;
-		}
-		if (byAttributes)
-			out("Warning: This result is based on an Attribute check.\n");
-		if (verdict && byAttributes) {
-			rc |= kPrefailNow;
-			if (!o.attributes) {
-				out("Failed Attributes:\n%s", kAttrHeader);
-				for (const Attribute *x : failedNow)
-					printAttribute(*x);
-			} else {
-				out("See vendor-specific Attribute list for failed Attributes.\n");
+		if (verdict < 2) {
+			out("SMART overall-health self-assessment test result: %s\n", verdict ? "FAILED!" : "PASSED");
+			if (verdict) {
+				out("Drive failure expected in less than 24 hours. SAVE ALL DATA.\n");
+				rc |= kDiskFailing;
 			}
-		} else if (verdict) {
-			if (!failedNow.empty()) {
-				rc |= kPrefailNow;
+			if (byAttributes)
+				out("Warning: This result is based on an Attribute check.\n");
+			// The attributes to name: failing pre-fail ones under a failed
+			// verdict, any failing or failed one under a passed verdict.
+			const std::vector<const Attribute *> &named = verdict ? failedNow : marginal;
+			if (!named.empty()) {
+				rc |= verdict ? kPrefailNow : kUsageInPast;
+				const char *title = verdict ? "Failed Attributes:" : "Please note the following marginal Attributes:";
 				if (!o.attributes) {
-					out("Failed Attributes:\n%s", kAttrHeader);
-					for (const Attribute *x : failedNow)
+					out("%s\n%s", title, kAttrHeader);
+					for (const Attribute *x : named)
 						printAttribute(*x);
 				} else {
-					out("See vendor-specific Attribute list for failed Attributes.\n");
+					out("See vendor-specific Attribute list for %s Attributes.\n", verdict ? "failed" : "marginal");
 				}
 			}
-		} else if (!marginal.empty()) {
-			rc |= kUsageInPast;
-			if (!o.attributes) {
-				out("Please note the following marginal Attributes:\n%s", kAttrHeader);
-				for (const Attribute *x : marginal)
-					printAttribute(*x);
-			} else {
-				out("See vendor-specific Attribute list for marginal Attributes.\n");
-			}
+			out("\n");
 		}
-		out("\n");
 	}
-	if (o.capabilities)
+	if (o.capabilities && haveValues)
 		printCapabilities(values, id);
-	if (o.attributes) {
+	if (o.attributes && haveValues) {
 		out("SMART Attributes Data Structure revision number: %u\n", values[0] | values[1] << 8);
 		out("Vendor Specific SMART Attributes with Thresholds:\n%s", kAttrHeader);
 		for (const auto &x : attrs)
@@ -623,6 +663,8 @@ int runAta(Drive &d, const Options &o)
 			rc |= kSelfTestErrors;
 		}
 	}
+	if (o.selectiveLog && !(values[367] & 0x40))
+		out("Selective Self-tests/Logging not supported\n\n");
 	if (o.selectiveLog && (values[367] & 0x40)) {
 		std::vector<uint8_t> log;
 		AtaAnswer w;

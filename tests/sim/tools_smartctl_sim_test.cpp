@@ -272,6 +272,8 @@ TEST_F(SmartctlTool, RawValueFormats)
 		{194, 0x00000032141E, nullptr, "30 (Min/Max 20/50)"},  // 00 00 00 HH LL TT
 		{194, 0x000131110021, nullptr, "33 (Min/Max 17/49 #1)"},
 		{194, 0x000127100015, nullptr, "21 (0 1 39 16 0)"}, // a count, but a highest value below 40
+		{194, 0x7FFE31110021, nullptr, "33 (Min/Max 17/49 #32766)"},
+		{194, 0x7FFF31110021, nullptr, "33 (127 255 49 17 0)"}, // no count that large
 		{194, 0x00000031C42D, nullptr, "45 (Min/Max -60/49)"},
 		{194, 0x00000031C32D, nullptr, "45 (0 0 0 49 195)"}, // below -60: not a range
 		{194, 0x000000790A2D, nullptr, "45 (0 0 0 121 10)"}, // above 120
@@ -461,6 +463,54 @@ TEST_F(SmartctlTool, BadDevicesAndArguments)
 		EXPECT_EQ(ls[3], c.line3);
 	}
 	EXPECT_EQ(::access("/tmp/vexo-shell-was-here", F_OK), -1);
+}
+
+// A drive that fails or refuses commands: what 7.3 prints after the banner.
+TEST_F(SmartctlTool, DriveFaults)
+{
+	const std::string mandatory =
+		"A mandatory SMART command failed: exiting. To continue, add one or more '-T permissive' options.";
+	struct Case {
+		std::string node;
+		std::vector<std::string> args;
+		int status;
+		std::vector<std::string> after; // the lines after the banner, from the first
+	} cases[] = {
+		{R"({"faults":{"identify":{"abort":true}}})", {"-d", "sat", "-A"}, 2,
+		 {"Read Device Identity failed: scsi error aborted command", "",
+		  "If this is a USB connected device, look at the various --device=TYPE variants", mandatory}},
+		{R"({"smart":{"enabled":false}})", {"-d", "sat", "-A"}, 0,
+		 {"SMART Disabled. Use option -s with argument 'on' to enable it.", "(override with '-T permissive' option)"}},
+		{R"({"faults":{"smart_read_values":{"abort":true}}})", {"-d", "sat", "-H"}, 4,
+		 {"Read SMART Data failed: scsi error aborted command", "", "=== START OF READ SMART DATA SECTION ===",
+		  "SMART overall-health self-assessment test result: PASSED", ""}},
+		{R"({"faults":{"smart_read_thresholds":{"abort":true}}})", {"-d", "ata", "-A"}, 4,
+		 {"Read SMART Thresholds failed: Input/output error", "", "=== START OF READ SMART DATA SECTION ===",
+		  "SMART Attributes Data Structure revision number: 16", "Vendor Specific SMART Attributes with Thresholds:",
+		  "ID# ATTRIBUTE_NAME          FLAG     VALUE WORST THRESH TYPE      UPDATED  WHEN_FAILED RAW_VALUE",
+		  "  1 Raw_Read_Error_Rate     0x000b   100   100   ---    Pre-fail  Always       -       0"}},
+		{R"({"packet":true})", {"-d", "sat", "-A"}, 4,
+		 {"SMART support is: Unavailable - Packet Interface Devices [this device: CD/DVD] don't support ATA SMART",
+		  mandatory}},
+		{R"({"faults":{"smart":{"no_sense":true},"smart_read_thresholds":{"abort":true}}})", {"-d", "sat", "-H"}, 4,
+		 {"Read SMART Thresholds failed: scsi error aborted command", "", "=== START OF READ SMART DATA SECTION ===",
+		  "SMART Status not supported: Incomplete response, ATA output registers missing",
+		  "SMART overall-health self-assessment test result: UNKNOWN!",
+		  "SMART Status, Attributes and Thresholds cannot be read.", ""}},
+	};
+	for (const Case &c : cases) {
+		SCOPED_TRACE(c.node);
+		root.remove("/dev/sda");
+		node("sda", c.node);
+		std::vector<std::string> argv = {"/usr/bin/smartctl"};
+		argv.insert(argv.end(), c.args.begin(), c.args.end());
+		argv.push_back("/dev/sda");
+		ToolRun r = run(argv);
+		EXPECT_EQ(r.status, c.status) << r.out;
+		std::vector<std::string> ls = lines(r.out);
+		ASSERT_GE(ls.size(), 3 + c.after.size()) << r.out;
+		EXPECT_EQ(std::vector<std::string>(ls.begin() + 3, ls.begin() + 3 + static_cast<long>(c.after.size())), c.after);
+	}
 }
 
 // A SCSI drive: the information, health and temperature forms.
