@@ -4,33 +4,13 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <string>
 #include <vexoplatform/vexocore.h>
 
-namespace {
-
-// A root of our own for the whole run.
-const std::string &fuzzRoot()
-{
-	static const std::string root = [] {
-		char tmpl[] = "/tmp/vexo_kv_fuzz.XXXXXX";
-		std::string r = mkdtemp(tmpl) ? tmpl : "/tmp";
-		setenv("VEXO_SYSROOT", r.c_str(), 1);
-		return r;
-	}();
-	return root;
-}
-
-} // namespace
+#include "fuzz_root.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-	const std::string host = fuzzRoot() + "/kv.conf";
-	{
-		std::ofstream f(host, std::ios::binary | std::ios::trunc);
-		f.write(reinterpret_cast<const char *>(data), static_cast<std::streamsize>(size));
-	}
+	vexo::fuzz::writeInput("/kv.conf", data, size);
 	PVLIBSZHASH all = nullptr;
 	if (VLIBCFileGetKeyValueAll("/kv.conf", &all) > 0) {
 		for (int i = 0; i < all->nItem; ++i) {

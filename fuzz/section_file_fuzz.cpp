@@ -3,32 +3,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <fstream>
-#include <string>
 #include <vexoplatform/vexocore.h>
 
-namespace {
-
-const std::string &fuzzRoot()
-{
-	static const std::string root = [] {
-		char tmpl[] = "/tmp/vexo_section_fuzz.XXXXXX";
-		std::string r = mkdtemp(tmpl) ? tmpl : "/tmp";
-		setenv("VEXO_SYSROOT", r.c_str(), 1);
-		return r;
-	}();
-	return root;
-}
-
-} // namespace
+#include "fuzz_root.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-	const std::string host = fuzzRoot() + "/sections.conf";
-	{
-		std::ofstream f(host, std::ios::binary | std::ios::trunc);
-		f.write(reinterpret_cast<const char *>(data), static_cast<std::streamsize>(size));
-	}
+	vexo::fuzz::writeInput("/sections.conf", data, size);
 	PVLIBSZLIST names = VLIBCSzListAlloc(4);
 	PVLIBSZHASH hash = nullptr;
 	int count = VLIBCFileEnumSection("/sections.conf", &names);

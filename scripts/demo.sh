@@ -25,6 +25,10 @@ for link in "$root"/sys/block/*; do
 	printf '  %-8s -> %s\n' "${link##*/}" "$(readlink "$link" | sed 's|^\.\./||')"
 done
 echo
+# devices: each device of the box with its port type and disk id, as the
+# library places it from the port maps, the NVMe locations and the unit
+echo "# devices: port type and disk id of every device"
+run disk where --all
 run status tables health
 # Nothing has computed per-disk values on a freshly built box yet; the
 # sample root shows what the cache holds once they have.

@@ -92,12 +92,39 @@ VEXO_API int VEXOSystemDeviceMountPathGet(char *path, int size);
 VEXO_API int VEXODiskGetDevnamebyAtaPort(char *name, int size, const char *hostText);
 /*
  * Text of what holds the disk: the unit's unique text for an expansion
- * unit disk, else the product name (upnpmodelname). `inUpdater` non-zero
- * answers as VEXODiskLocateHostGetInUpdater. 0, or -1.
+ * unit disk (from the unit driver's device lists, or where
+ * VLIBCSupportNvmeEunit holds from the PCIe port the unit hangs off, see
+ * VEXOPcieEunitUniqueGetByDevPath), "Enclosure-<unit>" when that fails,
+ * else the product name (upnpmodelname). `inUpdater` non-zero answers as
+ * VEXODiskLocateHostGetInUpdater. 0, or -1.
  */
 VEXO_API int VEXODiskLocateHostGet(const char *path, char *text, int size, int inUpdater);
 /* For the updater, where no unit driver answers: "Enclosure-<unit>" or the product name. 0, or -1. */
 VEXO_API int VEXODiskLocateHostGetInUpdater(const char *path, char *text, int size);
+/*
+ * The holder of the disk with the unit's number, for telling units of one
+ * model apart: "<unique>-<unit>" for an expansion unit disk ("XU05-1"),
+ * "Enclosure-<unit>" when no unit answers for it, else the product name
+ * (upnpmodelname). The unit's text comes from the same source as in
+ * VEXODiskLocateHostGet. 0, or -1 (the path does not parse, no product
+ * name 0x2A00, text too small 0x0D00).
+ */
+VEXO_API int VEXODiskLocateGetWithoutIndex(const char *path, char *text, int size);
+/*
+ * Where the disk of `id` stands, as "<holder> <place>":
+ *   holder  the product name for every container but 2; for an expansion
+ *           unit disk "<unique>-<unit>" of the unit with that number
+ *           ("XU05-1"), or "Enclosure-<unit>" when none is known;
+ *   place   "Disk <index>" (internal, expansion unit), "Esata <index>",
+ *           "USB <index>", or the display text of DiskIdToString for cache
+ *           and system devices ("Cache device 1-2", "System device 2").
+ * Reads configuration and sysfs only, never a disk. 0, or -1: 0x0D00 for
+ * null arguments, an index below 1, an expansion unit id without a unit,
+ * a cache id that has no text, or a text that does not fit (text is then
+ * empty); 0x6100 for a container with no place
+ * (tmpfs, or no container value); 0x2A00 without a product name.
+ */
+VEXO_API int DiskGetLocation(const DiskId *id, char *text, int size);
 /* Text for the network management agent: "I3", "C1", "E2-3", or the plain index. 0, or -1. */
 VEXO_API int VEXODiskPathMibFormatGet(const char *path, char *text, int size);
 

@@ -21,6 +21,21 @@
  *
  * Whether the board has an expansion port at all is "ebox" in
  * /etc.defaults/vexoplatform.json (see nvme_location.h).
+ *
+ * Expansion units attached over PCIe (products where VLIBCSupportNvmeEunit
+ * holds) are known by the PCIe port their cable leaves from, in the same
+ * description:
+ *
+ *   "pcie_eunits": [
+ *     { "pci": "0000:00:1d.0",   PCI address on the path of the unit's disks
+ *       "unique": "XU20" }       the model text of the unit on that port
+ *   ]
+ *
+ * A disk belongs to the entry whose "pci" is a component of its resolved
+ * /sys/block/<name> link (the deepest one when several are). Its bay is the
+ * ATA port number of the first ata<n> directory below that component (the
+ * unit's SATA controller numbers its ports from 1), or, for an NVMe disk,
+ * the "location" of the nvme_slots entry below it.
  */
 #ifndef VEXOPLATFORM_EBOX_INFO_H
 #define VEXOPLATFORM_EBOX_INFO_H
@@ -61,6 +76,16 @@ VEXOP_API int VEXOEBoxPmInfoGet(const char *hostName, const char *key, char *val
  * the disk, -1 (0x0D00) on bad arguments.
  */
 VEXOP_API int VEXOEBoxUnitUniqueGetByDevPath(const char *diskPath, char *unique, int size);
+/*
+ * The 0-based bay of diskPath (a device path or name; a partition is
+ * ignored) in its PCIe-attached unit, with the unit's "unique" into
+ * unique. -1 with 0x0D00 on bad arguments or a unique text that does not
+ * fit, 0x0700 when the description is missing or the disk has no
+ * /sys/block entry, 0x2A00 when no unit's port is on its path, 0x0A00 when
+ * the description is broken, or the entry has no "unique", or the bay
+ * cannot be read (the last two logged).
+ */
+VEXOP_API int VEXOPcieEunitUniqueGetByDevPath(const char *diskPath, char *unique, int size);
 /*
  * The units with a vexo_device_list, in host order, into units[0..max).
  * The count (0 on a board without expansion port), or -1.

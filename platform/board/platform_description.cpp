@@ -50,6 +50,7 @@ bool readEntries(json_object *root, const char *key, std::vector<PciEntry> &out)
 			p.location = json_object_get_int(v);
 		p.type = text(e, "type");
 		p.card = text(e, "card");
+		p.unique = text(e, "unique");
 		if (p.pci.empty())
 			return false;
 		out.push_back(std::move(p));
@@ -83,7 +84,8 @@ bool loadDescription(Description &d)
 	if (json_object_object_get_ex(root.get(), "ebox", &v))
 		out.ebox = json_object_get_boolean(v);
 	bool ok = readEntries(root.get(), "nvme_slots", out.nvmeSlots) &&
-		  readEntries(root.get(), "adapter_slots", out.adapterSlots);
+		  readEntries(root.get(), "adapter_slots", out.adapterSlots) &&
+		  readEntries(root.get(), "pcie_eunits", out.pcieEunits);
 	if (ok && json_object_object_get_ex(root.get(), "adapter_cards", &v)) {
 		ok = json_object_is_type(v, json_type_object);
 		if (ok) {

@@ -15,6 +15,7 @@ struct PciEntry {
 	int location = 0; // nvme_slots only
 	std::string type; // nvme_slots only
 	std::string card; // adapter_slots only
+	std::string unique; // pcie_eunits only
 };
 
 struct Description {
@@ -22,6 +23,7 @@ struct Description {
 	bool ebox = false;
 	std::vector<PciEntry> nvmeSlots;
 	std::vector<PciEntry> adapterSlots;
+	std::vector<PciEntry> pcieEunits;
 	// card model -> attribute -> supported
 	std::map<std::string, std::map<std::string, bool>> cards;
 };

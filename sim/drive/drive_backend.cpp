@@ -22,6 +22,7 @@
 #include <vexoplatform/device_backend.h>
 
 #include "drive_model.h"
+#include "drive_nvme.h"
 
 namespace vexosim::drive {
 namespace {
@@ -187,6 +188,9 @@ std::string describe(const Outcome &o)
 		return b + o.note;
 	case Outcome::Errno:
 		return "errno " + std::to_string(o.err) + ": " + o.note;
+	case Outcome::Status:
+		std::snprintf(b, sizeof(b), "status 0x%04x: ", o.err);
+		return b + o.note;
 	}
 	return "?";
 }
@@ -519,6 +523,7 @@ int emuIoctl(int h, unsigned long req, void *arg)
 		return -1;
 	json_object *parsed = json_tokener_parse(readAll(h).c_str());
 	Drive d(parsed);
+	d.advanceSelfTest(); // a drive works on its self-test between commands
 	std::string line;
 	Outcome o;
 	switch (req) {
@@ -550,6 +555,14 @@ int emuIoctl(int h, unsigned long req, void *arg)
 	case SCSI_IOCTL_SEND_COMMAND:
 		o = marvell(d, static_cast<MarvellRecord *>(arg), line);
 		break;
+	case NVME_IOCTL_ADMIN_CMD: {
+		auto *cmd = static_cast<nvme_admin_cmd *>(arg);
+		line = nvmeLine(cmd);
+		std::vector<uint8_t> none;
+		o = cmd ? nvmeFaulted(withFault(d, nvmeFaultName(*cmd), none, [&] { return nvmeAdmin(d, *cmd); }))
+			: refuse(EFAULT, "null argument");
+		break;
+	}
 	case BLKGETSIZE64:
 	case BLKSSZGET: {
 		line = req == BLKGETSIZE64 ? "BLKGETSIZE64" : "BLKSSZGET";
@@ -580,7 +593,7 @@ int emuIoctl(int h, unsigned long req, void *arg)
 		errno = o.err;
 		return -1;
 	}
-	return 0;
+	return o.kind == Outcome::Status ? o.err : 0; // the controller's completion status
 }
 
 ssize_t emuRead(int h, void *buf, size_t len)

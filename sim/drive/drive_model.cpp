@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <ctime>
 
 namespace vexosim::drive {
 
@@ -138,7 +139,7 @@ std::string toHex(const uint8_t *p, std::size_t n)
 	return s;
 }
 
-Drive::Drive(json_object *node) : node_(node)
+Drive::Drive(json_object *node) : node_(node), now_(static_cast<int64_t>(std::time(nullptr)))
 {
 	if (!node_ || !json_object_is_type(node_, json_type_object)) {
 		json_object_put(node_);
@@ -322,7 +323,14 @@ std::vector<uint8_t> Drive::smartValues() const
 	putWord(p + 368, 0, 0x0003);
 	p[370] = 0x01;
 	p[372] = static_cast<uint8_t>(jnum(smart, "short_test_minutes", 2));
-	p[373] = static_cast<uint8_t>(std::min<int64_t>(jnum(smart, "extended_test_minutes", 255), 255));
+	// Extended tests of 255 minutes or more give their time in bytes 375-376.
+	int64_t extended = jnum(smart, "extended_test_minutes", 255);
+	p[373] = static_cast<uint8_t>(std::min<int64_t>(extended, 255));
+	if (extended >= 255) {
+		p[375] = extended & 0xFF;
+		p[376] = (extended >> 8) & 0xFF;
+	}
+	p[374] = static_cast<uint8_t>(jnum(smart, "conveyance_test_minutes", 5));
 	sealPage(p);
 	return page;
 }
@@ -530,9 +538,147 @@ Outcome Drive::ata(const Taskfile &tf, std::vector<uint8_t> &out, const std::vec
 		return o;
 	case 0xDA:
 		return o;
+	case 0xD4:
+		if (tf.count != 0)
+			return aborted("SMART EXECUTE OFF-LINE IMMEDIATE with a sector count");
+		return executeOffline(tf.lbaLow);
 	default:
 		return aborted("unsupported SMART feature");
 	}
+}
+
+// Self-test execution status (SMART data byte 363): the status code in the
+// high nibble, and while a test runs (code 0xF) the tenths still to go.
+namespace {
+constexpr unsigned kTestCompleted = 0x0, kTestAbortedByHost = 0x1, kTestInProgress = 0xF;
+constexpr size_t kSelfTestsKept = 21; // as many as SMART log 6 holds
+} // namespace
+
+int64_t Drive::selfTestMinutes(uint8_t subcommand) const
+{
+	json_object *smart = obj("smart");
+	switch (subcommand & 0x7F) {
+	case 1:
+		return jnum(smart, "short_test_minutes", 2);
+	case 2:
+		return jnum(smart, "extended_test_minutes", 255);
+	default:
+		return jnum(smart, "conveyance_test_minutes", 5);
+	}
+}
+
+int64_t Drive::powerOnHours() const
+{
+	json_object *smart = obj("smart");
+	json_object *attrs = nullptr;
+	if (smart && json_object_object_get_ex(smart, "attributes", &attrs) &&
+	    json_object_is_type(attrs, json_type_array)) {
+		for (size_t i = 0; i < json_object_array_length(attrs); ++i) {
+			json_object *a = json_object_array_get_idx(attrs, i);
+			if (jnum(a, "id", 0) == 9)
+				return jnum(a, "raw", 0);
+		}
+		return 0;
+	}
+	for (const auto &d : kDefaultAttrs)
+		if (d.id == 9)
+			return d.raw;
+	return 0;
+}
+
+void Drive::setSelfTestStatus(unsigned status)
+{
+	json_object *smart = section("smart");
+	if (jnum(smart, "self_test_execution_status", -1) == static_cast<int64_t>(status))
+		return;
+	json_object_object_add(smart, "self_test_execution_status", json_object_new_int(static_cast<int>(status)));
+	changed_ = true;
+}
+
+// Puts an entry in front of the self-test history, which is kept newest first.
+void Drive::logSelfTest(uint8_t subcommand, unsigned status)
+{
+	json_object *entry = json_object_new_object();
+	json_object_object_add(entry, "type", json_object_new_int(subcommand));
+	json_object_object_add(entry, "status", json_object_new_int(static_cast<int>(status)));
+	json_object_object_add(entry, "hours", json_object_new_int64(powerOnHours() & 0xFFFF));
+	json_object *next = json_object_new_array();
+	json_object_array_add(next, entry);
+	json_object *old = obj("self_tests");
+	if (old && json_object_is_type(old, json_type_array))
+		for (size_t i = 0; i < json_object_array_length(old) && i + 1 < kSelfTestsKept; ++i)
+			json_object_array_add(next, json_object_get(json_object_array_get_idx(old, i)));
+	json_object_object_add(node_, "self_tests", next);
+	changed_ = true;
+}
+
+void Drive::endSelfTest(unsigned code, unsigned tenths)
+{
+	json_object *smart = section("smart");
+	json_object *run = nullptr;
+	if (!json_object_object_get_ex(smart, "running_self_test", &run))
+		return;
+	unsigned status = code << 4 | tenths;
+	logSelfTest(static_cast<uint8_t>(jnum(run, "type", 1)), status);
+	json_object_object_del(smart, "running_self_test");
+	setSelfTestStatus(status);
+	changed_ = true;
+}
+
+void Drive::advanceSelfTest()
+{
+	json_object *smart = obj("smart");
+	json_object *run = nullptr;
+	if (!smart || !json_object_object_get_ex(smart, "running_self_test", &run))
+		return;
+	int64_t total = std::max<int64_t>(0, jnum(run, "minutes", 0)) * 60;
+	int64_t elapsed = std::max<int64_t>(0, now_ - jnum(run, "started", now_));
+	if (elapsed >= total) {
+		endSelfTest(kTestCompleted, 0);
+		return;
+	}
+	int64_t percentLeft = ((total - elapsed) * 100 + total - 1) / total;
+	setSelfTestStatus(kTestInProgress << 4 | static_cast<unsigned>(std::min<int64_t>(9, (percentLeft + 9) / 10)));
+}
+
+// SMART EXECUTE OFF-LINE IMMEDIATE. Offline-mode tests run in the
+// background and end by the clock; captive tests run to their end before
+// the command returns. A new test aborts the one running.
+Outcome Drive::executeOffline(uint8_t subcommand)
+{
+	switch (subcommand) {
+	case 0x00: // off-line data collection: done at once
+		return Outcome{};
+	case 0x7F:
+		endSelfTest(kTestAbortedByHost, static_cast<unsigned>(jnum(obj("smart"), "self_test_execution_status", 0)) & 0xF);
+		return Outcome{};
+	case 0x01:
+	case 0x02:
+	case 0x03:
+	case 0x81:
+	case 0x82:
+	case 0x83:
+		break;
+	case 0x04:
+	case 0x84:
+		return aborted("selective self-test is not emulated");
+	default:
+		return aborted("unsupported SMART EXECUTE OFF-LINE IMMEDIATE subcommand");
+	}
+	endSelfTest(kTestAbortedByHost, static_cast<unsigned>(jnum(obj("smart"), "self_test_execution_status", 0)) & 0xF);
+	if (subcommand & 0x80) {
+		logSelfTest(subcommand, kTestCompleted << 4);
+		setSelfTestStatus(kTestCompleted << 4);
+		return Outcome{};
+	}
+	json_object *run = json_object_new_object();
+	json_object_object_add(run, "type", json_object_new_int(subcommand));
+	json_object_object_add(run, "started", json_object_new_int64(now_));
+	json_object_object_add(run, "minutes", json_object_new_int64(selfTestMinutes(subcommand)));
+	json_object_object_add(section("smart"), "running_self_test", run);
+	setSelfTestStatus(kTestInProgress << 4 | 9);
+	changed_ = true;
+	return Outcome{};
 }
 
 std::vector<uint8_t> Drive::ieBytes(const char *key, const char *fallback) const

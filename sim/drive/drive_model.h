@@ -11,8 +11,8 @@ namespace vexosim::drive {
 
 // What a command did, as the transport reports it.
 struct Outcome {
-	enum Kind { Ok, Abort, CheckCondition, Errno } kind = Ok;
-	int err = 0;                 // Errno: the errno of the ioctl
+	enum Kind { Ok, Abort, CheckCondition, Errno, Status } kind = Ok;
+	int err = 0;                 // Errno: the errno of the ioctl; Status: the NVMe status it returns
 	uint8_t senseKey = 0, asc = 0, ascq = 0;
 	uint8_t ataError = 0;
 	uint8_t count = 0;           // ATA sector count register on return
@@ -35,6 +35,7 @@ public:
 
 	std::string protocol() const;
 	bool changed() const { return changed_; }
+	void markChanged() { changed_ = true; }
 	json_object *node() const { return node_; }
 
 	uint64_t sizeBytes() const;
@@ -54,6 +55,10 @@ public:
 	// count. Null when none applies.
 	json_object *fault(const char *op);
 
+	// Moves a running self-test on to the time of this command (the clock
+	// read when the Drive was made): its remaining percentage, or its end.
+	void advanceSelfTest();
+
 private:
 	json_object *obj(const char *key) const;
 	std::string str(const char *key, const char *fallback) const;
@@ -68,9 +73,16 @@ private:
 	bool smartLog(unsigned addr, bool gpl, std::vector<uint8_t> &pages) const;
 	bool scsiLogPage(unsigned page, std::vector<uint8_t> &out) const;
 	std::vector<uint8_t> ieBytes(const char *key, const char *fallback) const;
+	Outcome executeOffline(uint8_t subcommand);
+	int64_t selfTestMinutes(uint8_t subcommand) const;
+	int64_t powerOnHours() const;
+	void setSelfTestStatus(unsigned status);
+	void endSelfTest(unsigned code, unsigned tenths);
+	void logSelfTest(uint8_t subcommand, unsigned status);
 
 	json_object *node_;
 	bool changed_ = false;
+	int64_t now_; // seconds since the epoch
 };
 
 // Fills the last byte so that the 512 bytes sum to 0 (or to 1 when `bad`).

@@ -1,0 +1,31 @@
+// A temporary appliance root of the fuzz run's own: VEXO_SYSROOT points at
+// it, and each input lands in one file under it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+namespace vexo::fuzz {
+
+inline const std::string &root()
+{
+	static const std::string r = [] {
+		char tmpl[] = "/tmp/vexo_fuzz.XXXXXX";
+		std::string dir = mkdtemp(tmpl) ? tmpl : "/tmp";
+		setenv("VEXO_SYSROOT", dir.c_str(), 1);
+		return dir;
+	}();
+	return r;
+}
+
+// Writes the input to <root><appliancePath>; the parent folder must exist.
+inline void writeInput(const char *appliancePath, const uint8_t *data, size_t size)
+{
+	std::ofstream f(root() + appliancePath, std::ios::binary | std::ios::trunc);
+	f.write(reinterpret_cast<const char *>(data), static_cast<std::streamsize>(size));
+}
+
+} // namespace vexo::fuzz

@@ -1,0 +1,64 @@
+// Arguments the disk commands share: port types by number or name, numbers.
+#pragma once
+
+#include <cstdlib>
+#include <string>
+
+#include <vexohw/disk.h>
+
+namespace vexo::cli {
+
+struct PortTypeName {
+	int type;
+	const char *name;
+};
+
+inline constexpr PortTypeName kPortTypeNames[] = {
+	{DISK_PORT_TYPE_INVALID, "invalid"}, {DISK_PORT_TYPE_INTERNAL, "internal"},
+	{DISK_PORT_TYPE_ESATA, "esata"},     {DISK_PORT_TYPE_EBOX, "ebox"},
+	{DISK_PORT_TYPE_USB, "usb"},         {DISK_PORT_TYPE_VEXOBOOT, "vexoboot"},
+	{DISK_PORT_TYPE_ISD, "isd"},         {DISK_PORT_TYPE_CACHE, "cache"},
+	{DISK_PORT_TYPE_SD_OTHER, "other_sd"}, {DISK_PORT_TYPE_MMC, "mmc"},
+	{DISK_PORT_TYPE_BLOCKED, "blocked"}, {DISK_PORT_TYPE_SYS, "sys"},
+};
+
+inline const char *portTypeName(int type)
+{
+	for (const auto &p : kPortTypeNames)
+		if (p.type == type)
+			return p.name;
+	return "unknown";
+}
+
+// A type given by number ("7") or by name ("cache"); -1 when it is neither.
+inline int portTypeParse(const std::string &text)
+{
+	for (const auto &p : kPortTypeNames)
+		if (text == p.name)
+			return p.type;
+	if (text.empty() || text.size() > 3)
+		return -1;
+	char *end = nullptr;
+	long v = std::strtol(text.c_str(), &end, 10);
+	if (*end || v < 0)
+		return -1;
+	for (const auto &p : kPortTypeNames)
+		if (p.type == v)
+			return p.type;
+	return -1;
+}
+
+// A whole decimal number within [lo, hi]; false for anything else.
+inline bool parseInt(const std::string &text, long lo, long hi, int &out)
+{
+	if (text.empty() || text.size() > 12)
+		return false;
+	char *end = nullptr;
+	long v = std::strtol(text.c_str(), &end, 10);
+	if (*end || v < lo || v > hi)
+		return false;
+	out = static_cast<int>(v);
+	return true;
+}
+
+} // namespace vexo::cli
