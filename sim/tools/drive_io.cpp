@@ -6,6 +6,8 @@
 #include <cstring>
 #include <fcntl.h>
 #include <linux/hdreg.h>
+#include <linux/nvme_ioctl.h>
+#include <sys/ioctl.h>
 #include <scsi/scsi_ioctl.h>
 #include <scsi/sg.h>
 #include <unistd.h>
@@ -216,6 +218,20 @@ AtaAnswer Drive::ata(const Regs &in, std::vector<uint8_t> *data, bool wantRegs)
 	a.err = ENOTTY;
 	return a;
 }
+
+int Drive::nvmeAdmin(uint8_t opcode, uint32_t nsid, uint32_t cdw10, std::vector<uint8_t> &data, unsigned len)
+{
+	data.assign(len, 0);
+	nvme_admin_cmd c{};
+	c.opcode = opcode;
+	c.nsid = nsid;
+	c.cdw10 = cdw10;
+	c.addr = reinterpret_cast<uintptr_t>(data.data());
+	c.data_len = len;
+	return dev_.ioctl(NVME_IOCTL_ADMIN_CMD, &c);
+}
+
+int Drive::nvmeNamespace() { return dev_.ioctl(NVME_IOCTL_ID, nullptr); }
 
 bool Drive::hdioIdentity(std::vector<uint8_t> &page)
 {

@@ -61,6 +61,12 @@ public:
 	ScsiAnswer scsi(const std::vector<uint8_t> &cdb, int dir, std::vector<uint8_t> &data, unsigned len,
 			unsigned timeoutMs = 60000, unsigned senseLength = 32);
 
+	// An NVMe admin command; `data` receives `len` bytes. The controller's
+	// status (0 when it completed well), or -1 with errno when the ioctl failed.
+	int nvmeAdmin(uint8_t opcode, uint32_t nsid, uint32_t cdw10, std::vector<uint8_t> &data, unsigned len);
+	// The namespace id of the node (NVME_IOCTL_ID); -1 with errno when it has none.
+	int nvmeNamespace();
+
 private:
 	vexo::dev::Device dev_;
 	Transport t_ = Transport::Sat;

@@ -72,6 +72,36 @@ void out(const char *fmt, ...)
 	va_end(ap);
 }
 
+std::string withCommas(uint64_t v)
+{
+	std::string s = std::to_string(v);
+	for (int i = static_cast<int>(s.size()) - 3; i > 0; i -= 3)
+		s.insert(static_cast<size_t>(i), ",");
+	return s;
+}
+
+std::string siCapacity(uint64_t bytes)
+{
+	static const char *units[] = {"B", "KB", "MB", "GB", "TB", "PB", "EB"};
+	unsigned __int128 div = 1;
+	int u = 0;
+	while (u < 6 && bytes / div >= 1000) {
+		div *= 1000;
+		++u;
+	}
+	char b[40];
+	unsigned long long whole = static_cast<unsigned long long>(bytes / div);
+	if (u == 0 || whole >= 100) {
+		std::snprintf(b, sizeof b, "%llu %s", whole, units[u]);
+	} else {
+		int places = whole >= 10 ? 1 : 2;
+		unsigned __int128 scale = places == 1 ? 10 : 100;
+		unsigned long long frac = static_cast<unsigned long long>(static_cast<unsigned __int128>(bytes) * scale / div % scale);
+		std::snprintf(b, sizeof b, "%llu.%0*llu %s", whole, places, frac, units[u]);
+	}
+	return b;
+}
+
 std::string localTime()
 {
 	std::time_t now = std::time(nullptr);
@@ -179,10 +209,6 @@ int main(int argc, char **argv)
 		out("Smartctl open device: %s%s failed: %s\n", o.device.c_str(), tag, std::strerror(e));
 		return kOpenFailed;
 	}
-	if (t == Transport::Nvme) {
-		out("Smartctl open device: %s failed: NVMe devices are not served by this stand-in\n", o.device.c_str());
-		return kOpenFailed;
-	}
 	if ((o.type.empty() || o.type == "auto") && t == Transport::Scsi) {
 		std::vector<uint8_t> inq;
 		ScsiAnswer a = d.scsi({0x12, 0, 0, 0, 36, 0}, 1, inq, 36);
@@ -196,7 +222,7 @@ int main(int argc, char **argv)
 		}
 	}
 	std::fflush(stdout);
-	int rc = t == Transport::Scsi ? runScsi(d, o) : runAta(d, o);
+	int rc = t == Transport::Scsi ? runScsi(d, o) : t == Transport::Nvme ? runNvme(d, o) : runAta(d, o);
 	std::fflush(stdout);
 	return rc;
 }

@@ -2,6 +2,7 @@
 // SCSI drives, and the exit status bits the real program sets.
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 #include <string>
 
@@ -34,8 +35,13 @@ void out(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 
 // "Sat Nov 21 11:16:03 2026 UTC"
 std::string localTime();
+// "4,000,787,030,016"
+std::string withCommas(uint64_t v);
+// "4.00 TB", "14.6 GB", "207 GB": three digits in powers of 1000, cut, not rounded.
+std::string siCapacity(uint64_t bytes);
 
 int runAta(Drive &d, const Options &o);
+int runNvme(Drive &d, const Options &o);
 int runScsi(Drive &d, const Options &o);
 
 } // namespace vexosim::tools::smartctl

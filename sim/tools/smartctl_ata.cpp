@@ -27,32 +27,6 @@ std::string ataString(const std::vector<uint8_t> &p, int first, int words)
 	return s.empty() || !printable ? "[No Information Found]" : s;
 }
 
-std::string withCommas(uint64_t v)
-{
-	std::string s = std::to_string(v);
-	for (int i = static_cast<int>(s.size()) - 3; i > 0; i -= 3)
-		s.insert(static_cast<size_t>(i), ",");
-	return s;
-}
-
-// "4.00 TB": three significant digits in powers of 1000.
-std::string siCapacity(uint64_t bytes)
-{
-	static const char *units[] = {"B", "KB", "MB", "GB", "TB", "PB", "EB"};
-	double v = static_cast<double>(bytes);
-	int u = 0;
-	while (v >= 999.5 && u < 6) {
-		v /= 1000;
-		++u;
-	}
-	char b[32];
-	if (u == 0)
-		std::snprintf(b, sizeof b, "%llu %s", static_cast<unsigned long long>(bytes), units[u]);
-	else
-		std::snprintf(b, sizeof b, "%.*f %s", v < 9.995 ? 2 : v < 99.95 ? 1 : 0, v, units[u]);
-	return b;
-}
-
 struct Attribute {
 	unsigned id, flags, value, worst;
 	int threshold; // -1: no threshold entry

@@ -513,6 +513,47 @@ TEST_F(SmartctlTool, DriveFaults)
 	}
 }
 
+// An NVMe drive: the health verdict from the critical warning bits, and the
+// SMART / health log as the controller reports it.
+TEST_F(SmartctlTool, NvmeDrive)
+{
+	node("nvme0n1", R"({"protocol":"nvme","model":"VEXO NM410 400GB","serial":"VXN0000002","firmware":"VN01",
+		"nvme":{"critical_warning":5,"media_errors":2,"temperature_kelvin":0,"data_units_read":405451}})");
+	ToolRun r = run({"/usr/bin/smartctl", "-d", "nvme", "-H", "-A", "/dev/nvme0n1"});
+	EXPECT_EQ(r.status, 8) << r.out;
+	std::vector<std::string> ls = lines(r.out);
+	std::vector<std::string> want = {
+		"=== START OF SMART DATA SECTION ===",
+		"SMART overall-health self-assessment test result: FAILED!",
+		"- available spare has fallen below threshold",
+		"- NVM subsystem reliability has been degraded",
+		"",
+		"SMART/Health Information (NVMe Log 0x02)",
+		"Critical Warning:                   0x05",
+		"Temperature:                        -",
+		"Available Spare:                    100%",
+		"Available Spare Threshold:          10%",
+		"Percentage Used:                    2%",
+		"Data Units Read:                    405,451 [207 GB]",
+	};
+	ASSERT_GE(ls.size(), 3 + want.size()) << r.out;
+	EXPECT_EQ(std::vector<std::string>(ls.begin() + 3, ls.begin() + 3 + static_cast<long>(want.size())), want);
+	EXPECT_NE(r.out.find("\nMedia and Data Integrity Errors:    2\n"), std::string::npos);
+
+	r = run({"/usr/bin/smartctl", "-d", "nvme", "-i", "/dev/nvme0n1"});
+	EXPECT_EQ(r.status, 0);
+	EXPECT_NE(r.out.find("\nModel Number:                       VEXO NM410 400GB\n"
+			     "Serial Number:                      VXN0000002\n"
+			     "Firmware Version:                   VN01\n"),
+		  std::string::npos)
+		<< r.out;
+	EXPECT_NE(r.out.find("\nNamespace 1 Size/Capacity:          4,000,787,030,016 [4.00 TB]\n"), std::string::npos);
+	std::vector<std::string> log = commands("nvme0n1");
+	ASSERT_GE(log.size(), 3u);
+	EXPECT_NE(log[log.size() - 2].find("NVME_ADMIN opcode=0x06 flags=0x00 nsid=0x00000000"), std::string::npos);
+	EXPECT_NE(log.back().find("NVME_ADMIN opcode=0x06 flags=0x00 nsid=0x00000001"), std::string::npos);
+}
+
 // A SCSI drive: the information, health and temperature forms.
 TEST_F(SmartctlTool, ScsiDrive)
 {
