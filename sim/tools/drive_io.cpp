@@ -151,6 +151,12 @@ AtaAnswer Drive::ata(const Regs &in, std::vector<uint8_t> *data, bool wantRegs)
 		} else {
 			a.aborted = true;
 			a.err = EIO;
+			uint8_t key = s.senseKey();
+			a.scsiError = key == 0x05 && s.asc() == 0x20 ? "unsupported scsi opcode"
+				      : key == 0x05			 ? "unsupported field in scsi command"
+				      : key == 0x02			 ? "device not ready"
+				      : key == 0x03 || key == 0x04	 ? "medium or hardware error (serious)"
+									 : "aborted command";
 		}
 		if (a.ok && data)
 			*data = std::move(buf);

@@ -27,6 +27,7 @@ struct AtaAnswer {
 	int err = 0;            // errno when the request itself failed
 	Regs out;               // output registers, when haveRegs
 	std::vector<uint8_t> area; // Marvell: the record's register bytes as they came back
+	std::string scsiError;     // SAT: the bridge's refusal ("aborted command", ...)
 };
 
 struct ScsiAnswer {

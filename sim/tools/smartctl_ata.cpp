@@ -416,7 +416,7 @@ std::string powerName(uint8_t count)
 std::string failure(const Drive &d, const AtaAnswer &a)
 {
 	if (d.transport() == Transport::Sat && a.aborted && a.err == EIO)
-		return "scsi error aborted command";
+		return "scsi error " + (a.scsiError.empty() ? std::string("aborted command") : a.scsiError);
 	return std::strerror(a.err ? a.err : EIO);
 }
 

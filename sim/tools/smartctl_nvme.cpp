@@ -40,6 +40,16 @@ std::string bits(unsigned v, const std::vector<const char *> &names)
 	return s.empty() ? "-" : s;
 }
 
+// Why an admin command failed: the ioctl's errno, or the controller's status.
+std::string failure(int st)
+{
+	if (st < 0)
+		return std::string("NVME_IOCTL_ADMIN_CMD: ") + std::strerror(errno);
+	char b[32];
+	std::snprintf(b, sizeof b, "NVMe Status 0x%02x", static_cast<unsigned>(st));
+	return b;
+}
+
 std::string capacity(uint64_t bytes)
 {
 	return bytes ? withCommas(bytes) + " [" + siCapacity(bytes) + "]" : "0";
@@ -171,8 +181,7 @@ int runNvme(Drive &d, const Options &o)
 	std::vector<uint8_t> ctrl, space;
 	int st = d.nvmeAdmin(kIdentify, 0, 1, ctrl, 4096);
 	if (st != 0) {
-		out("Read NVMe Identify Controller failed: %s\n",
-		    st < 0 ? std::strerror(errno) : ("NVMe Status 0x" + std::to_string(st)).c_str());
+		out("Read NVMe Identify Controller failed: %s\n", failure(st).c_str());
 		return kOpenFailed;
 	}
 	bool wantsInfo = o.info || o.capabilities;
@@ -197,8 +206,7 @@ int runNvme(Drive &d, const Options &o)
 	std::vector<uint8_t> log;
 	st = d.nvmeAdmin(kGetLogPage, 0xFFFFFFFF, (512 / 4 - 1) << 16 | 0x02, log, 512);
 	if (st != 0) {
-		out("Read NVMe SMART/Health Information failed: %s\n\n",
-		    st < 0 ? std::strerror(errno) : "NVMe Status");
+		out("Read NVMe SMART/Health Information failed: %s\n\n", failure(st).c_str());
 		return rc | kCommandFailed;
 	}
 	unsigned warning = log[0];
@@ -257,7 +265,7 @@ int runNvme(Drive &d, const Options &o)
 		std::vector<uint8_t> errors;
 		st = d.nvmeAdmin(kGetLogPage, 0xFFFFFFFF, (read * 64 / 4 - 1) << 16 | 0x01, errors, read * 64);
 		if (st != 0) {
-			out("Read Error Information Log failed: %s\n\n", st < 0 ? std::strerror(errno) : "NVMe Status");
+			out("Read Error Information Log failed: %s\n\n", failure(st).c_str());
 			return rc | kCommandFailed;
 		}
 		out("Error Information (NVMe Log 0x01, %u of %u entries)\n", read, entries);
