@@ -107,6 +107,14 @@ int runScsi(Drive &d, const Options &o)
 			out("Serial number:        %s\n", field(vpd, 4, vpd[3]).c_str());
 		out("Device type:          disk\n");
 		out("Local Time is:        %s\n", localTime().c_str());
+		std::vector<uint8_t> none;
+		ScsiAnswer ready = d.scsi({0x00, 0, 0, 0, 0, 0}, 0, none, 0);
+		if (!ready.ok && ready.senseKey() == 0x02) {
+			out("device is NOT READY (e.g. spun down, busy)\n");
+			out("A mandatory SMART command failed: exiting. To continue, add one or more '-T permissive' "
+			    "options.\n");
+			return kOpenFailed;
+		}
 		if (smartAvailable) {
 			out("SMART support is:     Available - device has SMART capability.\n");
 			out("SMART support is:     %s\n", smartEnabled ? "Enabled" : "Disabled");
@@ -114,6 +122,8 @@ int runScsi(Drive &d, const Options &o)
 		} else {
 			out("SMART support is:     Unavailable - device lacks SMART capability.\n");
 		}
+		if (!o.nocheck.empty())
+			out("Power mode is:        ACTIVE\n");
 		out("\n");
 	}
 	if (!o.health && !o.attributes && !o.errorLog && !o.selfTestLog) {

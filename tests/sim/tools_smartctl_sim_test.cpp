@@ -581,6 +581,16 @@ TEST_F(SmartctlTool, ScsiDrive)
 					     "",
 					     "Accumulated power on time, hours:minutes 0:00"};
 	EXPECT_EQ(tail, wantTail);
+
+	// The library spins the drive down; smartctl then finds it not ready.
+	int fd = open("sdb");
+	ASSERT_GE(fd, 0);
+	ASSERT_EQ(sas_command_interface(fd, SCSI_START_STOP, nullptr), 0);
+	r = run({"/usr/bin/smartctl", "-d", "scsi", "-i", "/dev/sdb"});
+	EXPECT_EQ(r.status, 2);
+	ls = lines(r.out);
+	ASSERT_GE(ls.size(), 13u) << r.out;
+	EXPECT_EQ(ls[11], "device is NOT READY (e.g. spun down, busy)");
 }
 
 // vexosim build puts the tools in the root by the paths the library runs
