@@ -3,8 +3,8 @@
 #include <climits>
 #include <cstdio>
 #include <json-c/json.h>
-#include <unistd.h>
 #include <map>
+#include <unistd.h>
 #include <vector>
 
 namespace vexosim {
