@@ -194,8 +194,12 @@ void printInfo(const std::vector<uint8_t> &id, bool packet, const Presets &prese
 	unsigned ff = word(id, 168) & 0x0F;
 	if (ff > 0 && ff < 10)
 		out("Form Factor:      %s\n", factors[ff]);
-	if (rotation == 1 || (word(id, 169) & 1))
-		out("TRIM Command:     %s\n", (word(id, 169) & 1) ? "Available" : "Unavailable");
+	if (rotation == 1 || (word(id, 169) & 1)) {
+		std::string trim = (word(id, 169) & 1) ? "Available" : "Unavailable";
+		if ((word(id, 169) & 1) && (word(id, 69) & 0x4000))
+			trim += (word(id, 69) & 0x0020) ? ", deterministic, zeroed" : ", deterministic";
+		out("TRIM Command:     %s\n", trim.c_str());
+	}
 	out("Device is:        %s smartctl database 7.3/5319\n", presets.family.empty() ? "Not in" : "In");
 	std::string v = ataVersion(id);
 	if (!v.empty())

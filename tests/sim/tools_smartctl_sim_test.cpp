@@ -1,6 +1,7 @@
 // The smartctl stand-in against outputs captured from real drives, its
 // raw value formats, health verdicts and exit statuses, and the drive state
 // it shares with the library.
+#include <algorithm>
 #include <cstdint>
 #include <dirent.h>
 #include <fcntl.h>
@@ -177,6 +178,73 @@ RealFile parseReal(const std::string &path)
 	return f;
 }
 
+// The identity lines of a capture and the node that makes a drive print them.
+struct RealIdentity {
+	std::vector<std::string> lines;
+	std::string node;
+};
+
+RealIdentity parseIdentity(const std::string &path)
+{
+	std::ifstream in(path);
+	std::stringstream ss;
+	ss << in.rdbuf();
+	std::vector<std::string> ls = lines(ss.str());
+	RealIdentity r;
+	const char *keys[] = {"Model Family:", "Device Model:", "Serial Number:", "LU WWN Device Id:", "Firmware Version:",
+			      "User Capacity:", "Sector Size", "Rotation Rate:", "Form Factor:", "TRIM Command:"};
+	for (const auto &l : ls)
+		for (const char *k : keys)
+			if (l.rfind(k, 0) == 0)
+				r.lines.push_back(l);
+	json_object *node = json_object_new_object();
+	json_object *words = json_object_new_object();
+	auto set = [&](const char *k, json_object *v) { json_object_object_add(node, k, v); };
+	auto word = [&](int w, unsigned v) { json_object_object_add(words, std::to_string(w).c_str(), json_object_new_int(v)); };
+	set("protocol", json_object_new_string("ata"));
+	std::smatch m;
+	std::string rot = field(ls, "Rotation Rate:");
+	set("rotation_rate", json_object_new_int(rot == "Solid State Device" ? 1 : rot.empty() ? 0 : std::atoi(rot.c_str())));
+	for (const auto &[key, name] : {std::pair{"Model Family:", "model_family"}, std::pair{"Device Model:", "model"},
+					std::pair{"Serial Number:", "serial"}, std::pair{"Firmware Version:", "firmware"}})
+		if (!field(ls, key).empty())
+			set(name, json_object_new_string(field(ls, key).c_str()));
+	std::string cap = field(ls, "User Capacity:");
+	cap = cap.substr(0, cap.find(" bytes"));
+	cap.erase(std::remove(cap.begin(), cap.end(), ','), cap.end());
+	set("size_bytes", json_object_new_int64(std::stoll(cap)));
+	std::string sizes = field(ls, "Sector Sizes:") + field(ls, "Sector Size:");
+	if (std::regex_search(sizes, m, std::regex(R"((\d+) bytes logical, (\d+) bytes physical)"))) {
+		set("logical_block_size", json_object_new_int(std::stoi(m[1])));
+		set("physical_block_size", json_object_new_int(std::stoi(m[2])));
+	} else if (std::regex_search(sizes, m, std::regex(R"((\d+) bytes logical/physical)"))) {
+		set("logical_block_size", json_object_new_int(std::stoi(m[1])));
+		set("physical_block_size", json_object_new_int(std::stoi(m[1])));
+	}
+	const std::map<std::string, int> factors = {{"3.5 inches", 2}, {"2.5 inches", 3}, {"1.8 inches", 4},
+						    {"< 1.8 inches", 5}, {"mSATA", 6}, {"M.2", 7}, {"", 0}};
+	set("form_factor", json_object_new_int(factors.at(field(ls, "Form Factor:"))));
+	std::string wwn = field(ls, "LU WWN Device Id:");
+	if (std::regex_match(wwn, m, std::regex(R"(([0-9a-f]) ([0-9a-f]{6}) ([0-9a-f]{9}))"))) {
+		unsigned naa = std::stoul(m[1], nullptr, 16), oui = std::stoul(m[2], nullptr, 16);
+		uint64_t id = std::stoull(m[3], nullptr, 16);
+		word(108, naa << 12 | oui >> 12);
+		word(109, (oui & 0xFFF) << 4 | static_cast<unsigned>(id >> 32));
+		word(110, static_cast<unsigned>(id >> 16) & 0xFFFF);
+		word(111, static_cast<unsigned>(id) & 0xFFFF);
+	}
+	std::string trim = field(ls, "TRIM Command:");
+	if (trim.rfind("Available", 0) == 0) {
+		word(169, 1);
+		word(69, (trim.find("deterministic") != std::string::npos ? 0x4000 : 0) |
+				 (trim.find("zeroed") != std::string::npos ? 0x0020 : 0));
+	}
+	set("identify_words", words);
+	r.node = json_object_to_json_string(node);
+	json_object_put(node);
+	return r;
+}
+
 std::vector<std::string> attributeSection(const std::string &out)
 {
 	std::vector<std::string> ls = lines(out), s;
@@ -191,8 +259,8 @@ std::vector<std::string> attributeSection(const std::string &out)
 using SmartctlTool = ToolsSim;
 
 // Each drive captured with smartctl 6 or 7 is rebuilt in the emulator from
-// the captured table, and the stand-in must print the table as it was
-// captured (a row whose raw value needs the slot's reserved byte, which a
+// the captured table and identity, and the stand-in must print the table and
+// the identity lines as they were captured (a row whose raw value needs the slot's reserved byte, which a
 // node can't set, is left out of both). Captures of smartctl 5 are skipped: that era printed raw
 // values ("45 (0 120 46 45)", "701 h + 42 m") and failure marks (FAILING_NOW
 // at threshold 0) that 7.3 no longer prints, and one of them has no UPDATED
@@ -229,6 +297,17 @@ TEST_F(SmartctlTool, AttributeTablesOfRealDrives)
 		ToolRun r = run({"/usr/bin/smartctl", "-d", "sat", "-A", "/dev/sda"});
 		EXPECT_EQ(r.status, 0) << r.out;
 		EXPECT_EQ(attributeSection(r.out), f.section);
+
+		// The identity lines, from a drive made of them.
+		RealIdentity id = parseIdentity(dir + "/" + name);
+		root.remove("/dev/sda");
+		node("sda", id.node);
+		r = run({"/usr/bin/smartctl", "-d", "sat", "-i", "/dev/sda"});
+		EXPECT_EQ(r.status, 0) << r.out;
+		std::vector<std::string> printed = lines(r.out);
+		for (const auto &want : id.lines)
+			EXPECT_NE(std::find(printed.begin(), printed.end(), want), printed.end()) << want << "\n" << r.out;
+		root.remove("/dev/sda");
 		++compared;
 	}
 	std::cout << "compared " << compared << " captures; skipped (smartctl 5):" << skipped << "\n";
