@@ -111,8 +111,12 @@ std::string temperature(const uint8_t r[6])
 {
 	const int t = static_cast<int8_t>(r[0]);
 	const unsigned w1 = r[2] | r[3] << 8, w2 = r[4] | r[5] << 8;
-	if (!w1 && !w2 && ext(r[1], r[0]))
-		return fmt("%d", t);
+	if (!w1 && !w2 && (r[1] == 0x00 || r[1] == 0xFF)) {
+		// 00 00 00 00 xx TT: the current value alone, when xx extends its sign.
+		if (ext(r[1], r[0]))
+			return fmt("%d", t);
+		return fmt("%u (%u %u %u %u %u)", r[0], r[5], r[4], r[3], r[2], r[1]);
+	}
 	// Where drives keep their lowest and highest temperature:
 	//   xx HH xx LL xx TT, 00 00 HH LL xx TT, 00 00 00 HH LL TT, 00 CC HH LL xx TT
 	// (xx: sign extension, CC: over-temperature count).

@@ -345,6 +345,8 @@ TEST_F(SmartctlTool, RawValueFormats)
 	} rows[] = {
 		{194, 0x2D, nullptr, "45"},
 		{194, 0xFF85, nullptr, "-123"},
+		{194, 0xFF00, nullptr, "0 (0 0 0 0 255)"}, // 0xFF does not extend a positive value
+		{194, 0x0001FF00, nullptr, "0 (Min/Max -1/1)"},
 		{194, 0x003100110021, nullptr, "33 (Min/Max 17/49)"},  // xx HH xx LL xx TT
 		{194, 0x001100310021, nullptr, "33 (Min/Max 17/49)"},  // xx LL xx HH xx TT
 		{194, 0x00003214001E, nullptr, "30 (Min/Max 20/50)"},  // 00 00 HH LL xx TT
@@ -374,20 +376,27 @@ TEST_F(SmartctlTool, RawValueFormats)
 		{106, 0x000003000005, "raw24/raw24", "3/5"},
 		{107, 0, "no-such-format", "0"},
 	};
-	std::string attrs;
-	for (const Row &r : rows) {
-		char b[256];
-		std::snprintf(b, sizeof b, R"(%s{"id":%d,"flags":34,"value":100,"worst":100,"threshold":0,"raw":%llu%s%s%s})",
-			      attrs.empty() ? "" : ",", r.id, static_cast<unsigned long long>(r.raw),
-			      r.format ? R"(,"format":")" : "", r.format ? r.format : "", r.format ? "\"" : "");
-		attrs += b;
+	// A drive holds 30 attributes: as many drives as it takes.
+	for (size_t first = 0; first < std::size(rows); first += 30) {
+		size_t n = std::min<size_t>(30, std::size(rows) - first);
+		std::string attrs;
+		for (size_t i = first; i < first + n; ++i) {
+			const Row &r = rows[i];
+			char b[256];
+			std::snprintf(b, sizeof b,
+				      R"(%s{"id":%d,"flags":34,"value":100,"worst":100,"threshold":0,"raw":%llu%s%s%s})",
+				      attrs.empty() ? "" : ",", r.id, static_cast<unsigned long long>(r.raw),
+				      r.format ? R"(,"format":")" : "", r.format ? r.format : "", r.format ? "\"" : "");
+			attrs += b;
+		}
+		root.remove("/dev/sda");
+		node("sda", R"({"protocol":"ata","rotation_rate":7200,"smart":{"attributes":[)" + attrs + "]}}");
+		ToolRun r = run({"/usr/bin/smartctl", "-d", "sat", "-A", "/dev/sda"});
+		std::vector<std::string> s = attributeSection(r.out);
+		ASSERT_EQ(s.size(), n + 2) << r.out;
+		for (size_t i = 0; i < n; ++i)
+			EXPECT_EQ(s[i + 2].substr(87), rows[first + i].text) << s[i + 2];
 	}
-	node("sda", R"({"protocol":"ata","rotation_rate":7200,"smart":{"attributes":[)" + attrs + "]}}");
-	ToolRun r = run({"/usr/bin/smartctl", "-d", "sat", "-A", "/dev/sda"});
-	std::vector<std::string> s = attributeSection(r.out);
-	ASSERT_EQ(s.size(), std::size(rows) + 2) << r.out;
-	for (size_t i = 0; i < std::size(rows); ++i)
-		EXPECT_EQ(s[i + 2].substr(87), rows[i].text) << s[i + 2];
 }
 
 // Names by id, spinning or solid state, and a name the drive's database gives.
