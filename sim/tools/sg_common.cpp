@@ -119,7 +119,7 @@ std::string categoryText(int cat)
 	default:
 		if (cat > 50 && cat < 97)
 			return std::strerror(cat - 50);
-		return "Some other error/warning has occurred";
+		return "Some other error";
 	}
 }
 

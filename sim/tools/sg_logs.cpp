@@ -330,12 +330,17 @@ int sgLogs(int argc, char **argv)
 		std::fprintf(stderr, "sg_logs failed: %s\n", std::strerror(e));
 		return osError(e);
 	}
-	if (!hex && !raw) {
-		std::vector<uint8_t> inq;
-		if (d.scsi({0x12, 0, 0, 0, 36, 0}, 1, inq, 36, 60000, 64).ok && inq.size() >= 36)
-			std::printf("    %s  %s  %s\n", trimmed(inq, 8, 8).c_str(), trimmed(inq, 16, 16).c_str(),
-				    trimmed(inq, 32, 4).c_str());
+	std::vector<uint8_t> inq;
+	ScsiAnswer q = d.scsi({0x12, 0, 0, 0, 36, 0}, 1, inq, 36, 60000, 64);
+	if (q.err) {
+		std::fprintf(stderr, "inquiry: pass-through os error: %s\n", std::strerror(q.err));
+		std::fprintf(stderr, "%s doesn't respond to a SCSI INQUIRY\n", path.c_str());
+		std::fprintf(stderr, "sg_logs failed: %s\n", categoryText(99).c_str());
+		return 99;
 	}
+	if (!hex && !raw && q.ok && inq.size() >= 36)
+		std::printf("    %s  %s  %s\n", trimmed(inq, 8, 8).c_str(), trimmed(inq, 16, 16).c_str(),
+			    trimmed(inq, 32, 4).c_str());
 	const uint8_t pc = static_cast<uint8_t>(0x40 | page);
 	std::vector<uint8_t> head, body;
 	ScsiAnswer r = d.scsi({0x4D, 0, pc, 0, 0, 0, 0, 0, 4, 0}, 1, head, 4, 64000, 64);
@@ -348,6 +353,12 @@ int sgLogs(int argc, char **argv)
 	if (cat || body.size() < 4) {
 		if (!cat)
 			cat = 99;
+		// With -r and -HH the program writes out its (empty) page header all the same.
+		static const uint8_t kEmpty[4] = {};
+		if (raw)
+			std::fwrite(kEmpty, 1, 4, stdout);
+		else if (hex > 1)
+			hexDump(stdout, kEmpty, 4, true);
 		if (cat == 9)
 			std::fprintf(stderr, "log_sense: not supported\n");
 		else if (cat == 5)

@@ -318,6 +318,11 @@ int sgSatIdentify(int argc, char **argv)
 	std::vector<uint8_t> page;
 	std::vector<uint8_t> cdb = {0x85, 0x08, 0x0E, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0xEC, 0};
 	ScsiAnswer r = d.scsi(cdb, 1, page, 512, 20000, 64);
+	if (r.err) {
+		std::fprintf(stderr, "ATA pass-through (16) failed\n    try adding '-v' for more information\n");
+		std::fprintf(stderr, "Some error occurred, try again with '-v' or '-vv' for more information\n");
+		return 99;
+	}
 	int cat = category(r);
 	if (cat == 9) {
 		std::fprintf(stderr, "ATA PASS-THROUGH (16) not supported\n");
