@@ -29,6 +29,14 @@ echo
 # library places it from the port maps, the NVMe locations and the unit
 echo "# devices: port type and disk id of every device"
 run disk where --all
+# overview: every disk of the box at a glance. No platform daemon runs here,
+# so it walks /sys; a snapshot written as the daemon writes it (with the
+# unit's last disk asleep, so its temperature is not read) is read back.
+echo "# overview: every disk of the box at a glance"
+run overview
+run snapshot write --hibernating sdme
+run overview --snapshot
+run --json disk list --walk | sed -n '1,30p'
 run status tables health
 # Nothing has computed per-disk values on a freshly built box yet; the
 # sample root shows what the cache holds once they have.

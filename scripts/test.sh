@@ -5,6 +5,9 @@ set -eu
 top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
 "$top/scripts/deps.sh"
+# The real-kernel rig (ctest label "rig") boots guests under QEMU in the
+# normal build; VEXO_SKIP_RIG=1 skips it for quick local runs.
+[ "${VEXO_SKIP_RIG:-0}" = 1 ] || "$top/tests/rig/deps.sh"
 
 jobs=$(nproc)
 status=0

@@ -49,6 +49,9 @@ VEXO_API int VEXOExternalEsataPortGet(int index, char *name, int size);
 /* The index (from 1) of an external SATA port's name or path, or -1. */
 VEXO_API int VEXOExternalEsataPortIndexGet(const char *path);
 
+/* The device path of the disk at id (index, container and unit compared),
+   among the internal, expansion unit, cache and system disks. 0, or -1. */
+VEXO_API int VEXODiskDevPathGetById(const DiskId *id, char *path, int size);
 /* "/dev/<name>", or the name itself when it begins with "/dev/". 0, or -1. */
 VEXO_API int VEXODiskDevPathGetByName(const char *name, char *path, int size);
 /* Device path of an encoded index (1..26 sdX, 27..799 sdXY, 800.. nvc, 900..910 sysd, 1000.. nvme). 0, or -1. */
@@ -61,6 +64,12 @@ VEXO_API int VEXODiskDevicePathGetByIndex(int index, char *path, int size);
 VEXO_API int VEXODiskDevicePathGetByPosition(int position, int iEncodedCnrIdx, char *path, int size);
 /* "/dev/nvc<n>" of the disk at adapter card slot and ATA port. 0, or -1. */
 VEXO_API int DiskDevNameGetByIdxSlot(int slot, int port, char *name, int size);
+/*
+ * Appends to *paths the device path of every disk whose true serial
+ * (DiskSerialGet) equals serial; more than one disk may carry a serial.
+ * A disk whose serial cannot be read is passed over. 0, or -1.
+ */
+VEXO_API int VEXODiskDevPathGetBySerialNumber(const char *serial, PVLIBSZLIST *paths);
 
 /* Partition name ("sda3", "nvme0n1p3") of path; refuses vexoboot. 0, or -1. */
 VEXO_API int VEXODiskDevicePartitionNameGet(const char *path, int partition, char *name, int size);

@@ -31,15 +31,30 @@ typedef struct SmartInfoEntry {
 
 /* Frees a list and its strings; null is allowed. */
 VEXO_API void VEXODiskSmartInfoFree(SmartInfoEntry *list);
-/* The attribute list of a disk, from the cache when fresh. 0, or -1. */
+/* The attribute list of a disk, from the cache when fresh. 0, or -1.
+   A SCSI disk has no attribute table: -1 with 0xD900 and *list null.
+   NVMe disks are not served yet: -1 with 0x2D00 (VEXO_ERR_UNSUPPORTED). */
 VEXO_API int VEXODiskAtaSmartInfoParse(const char *path, SmartInfoEntry **list);
 /* Forces a fresh read into the cache; 0 and nothing done for "scsi" and
-   "nvme" disks. 0, or -1. */
+   "nvme" disks. 0, or -1 (also when the list was read but could not be
+   cached). */
 VEXO_API int VEXODiskAtaSmartInfoUpdate(const char *path);
-/* type is the -d keyword of VEXODiskDeviceTypeGet. 0, or -1. */
+/* type is the -d keyword of VEXODiskDeviceTypeGet; path is "/dev/<name>".
+   SmartInfoGet serves a cached list written at most an hour ago unless
+   force is set; otherwise it runs the tool and caches the result (a failed
+   cache write is logged, not returned). AtaSmartInfoGet always runs
+   /usr/bin/smartctl -d <type> -A <path>. Both: 0, or -1 with *list null
+   (0x0D00 bad argument, 0x6100 path not under /dev/, 0x0900 tool not
+   started, 0x0A00 no attribute table, 0x2A00 a row of fewer than ten
+   columns, 0x0200 out of memory). */
 VEXO_API int SmartInfoGet(const char *path, const char *type, SmartInfoEntry **list, int force);
 VEXO_API int AtaSmartInfoGet(const char *path, const char *type, SmartInfoEntry **list);
-/* name is the device name without "/dev/". 0, or -1. */
+/* name is the device name without "/dev/". 0, or -1.
+   SmartInfoCacheUpdate: 0x0200 out of memory, 0x0400 lock not taken in
+   10 s, 0x0B00 write failed, 0x2800 rename failed.
+   SmartInfoCacheGet: *list null on failure; 0x0900 no file or not a
+   non-empty array, 0x0A00 an element not an array of seven, 0x2A00 a
+   missing or mistyped item. */
 VEXO_API int SmartInfoCacheUpdate(const char *name, const SmartInfoEntry *list);
 VEXO_API int SmartInfoCacheGet(const char *name, SmartInfoEntry **list);
 

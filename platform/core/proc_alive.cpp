@@ -5,7 +5,10 @@
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
+#include <mutex>
+#include <poll.h>
 #include <string>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <vexoplatform/vexocore.h>
 
@@ -41,14 +44,81 @@ bool pidAlive(pid_t pid)
 	return s != 0 && s != 'Z' && s != 'X' && s != 'x';
 }
 
+std::string commOf(pid_t pid)
+{
+	char path[64];
+	std::snprintf(path, sizeof(path), "/proc/%d/comm", static_cast<int>(pid));
+	vexo::UniqueFile f(std::fopen(path, "re"));
+	char comm[64];
+	if (!f || !std::fgets(comm, sizeof(comm), f.get()))
+		return {};
+	comm[strcspn(comm, "\n")] = '\0';
+	return comm;
+}
+
+// The process last found under a name, held by a pidfd: while it runs, the
+// next question about that name is one poll() instead of a walk of /proc
+// (DiskInfoEnum asks for "vcemd" on every call). A pidfd follows that one
+// process, so a recycled pid can never answer for it.
+struct Found {
+	std::mutex lock;
+	std::string name;
+	int fd = -1;
+};
+
+Found &found()
+{
+	static Found f;
+	return f;
+}
+
+bool cachedAlive(const std::string &want)
+{
+	Found &f = found();
+	std::lock_guard<std::mutex> g(f.lock);
+	if (f.fd < 0 || f.name != want)
+		return false;
+	pollfd p{f.fd, POLLIN, 0};
+	if (::poll(&p, 1, 0) == 0)
+		return true; // readable only once the process has ended
+	::close(f.fd);
+	f.fd = -1;
+	return false;
+}
+
+void remember(const std::string &want, pid_t pid)
+{
+#ifdef SYS_pidfd_open
+	int fd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+	if (fd < 0)
+		return;
+	// The pid might have been recycled between the scan and the open.
+	if (commOf(pid) != want) {
+		::close(fd);
+		return;
+	}
+	Found &f = found();
+	std::lock_guard<std::mutex> g(f.lock);
+	if (f.fd >= 0)
+		::close(f.fd);
+	f.name = want;
+	f.fd = fd;
+#else
+	(void)want;
+	(void)pid;
+#endif
+}
+
 bool nameAlive(const char *name)
 {
 	// comm holds at most 15 characters of the name.
 	std::string want(name, strnlen(name, 15));
+	if (cachedAlive(want))
+		return true;
 	DIR *d = ::opendir("/proc");
 	if (!d)
 		return false;
-	bool found = false;
+	pid_t hit = -1;
 	while (struct dirent *e = ::readdir(d)) {
 		char *end = nullptr;
 		long pid = std::strtol(e->d_name, &end, 10);
@@ -61,12 +131,14 @@ bool nameAlive(const char *name)
 			continue;
 		comm[strcspn(comm, "\n")] = '\0';
 		if (want == comm && pidAlive(static_cast<pid_t>(pid))) {
-			found = true;
+			hit = static_cast<pid_t>(pid);
 			break;
 		}
 	}
 	::closedir(d);
-	return found;
+	if (hit > 0)
+		remember(want, hit);
+	return hit > 0;
 }
 
 } // namespace

@@ -184,7 +184,9 @@ private:
 	{
 		std::string addr = std::to_string(hostNo) + ":" + std::to_string(channel) + ":0";
 		std::string sdev = hostDir + "/target" + addr + "/" + addr + ":0";
-		tree_.file(sdev + "/model", d.model + "\n");
+		// The kernel shows the 16-byte product field of INQUIRY, padded;
+		// for an ATA disk that is the start of its model.
+		tree_.file(sdev + "/model", pad(d.model.substr(0, 16), 16) + "\n");
 		tree_.file(sdev + "/vendor", pad(d.vendor, 8) + "\n");
 		tree_.file(sdev + "/rev", scsiRev(d) + "\n");
 		tree_.file(sdev + "/state", "running\n");
@@ -209,6 +211,8 @@ private:
 		tree_.file(blk + "/queue/hw_sector_size", std::to_string(d.logicalBlockSize) + "\n");
 		tree_.link(blk + "/device", deviceLink);
 		tree_.link("/sys/block/" + d.name, blk);
+		// The kernel's index by device number, which lsblk and udev go by.
+		tree_.link("/sys/dev/block/" + std::to_string(major) + ":" + std::to_string(minor), blk);
 		partitionLine(major, minor, sectors / 2, d.name);
 		bool pStyle = d.name.compare(0, 2, "sd") != 0;
 		for (const auto &p : d.partitions) {
@@ -219,19 +223,22 @@ private:
 			tree_.file(pd + "/start", std::to_string(p.startSector) + "\n");
 			tree_.file(pd + "/size", std::to_string(p.sizeBytes / 512) + "\n");
 			tree_.file(pd + "/dev", std::to_string(major) + ":" + std::to_string(pminor) + "\n");
+			tree_.link("/sys/dev/block/" + std::to_string(major) + ":" + std::to_string(pminor), pd);
 			partitionLine(major, pminor, p.sizeBytes / 1024, pname);
 		}
 	}
 
 	// The sd driver's numbers: 16 majors of 16 disks each, and past 256
-	// disks the same majors with the index's high bits in the extended minor.
+	// disks the same majors with the index's high bits in the extended minor
+	// (minor 256 and up: sdiw is 8:256). The shift by 12 belongs to the
+	// packed device number, not to the minor.
 	std::pair<int, int> devNumber(const Device &d)
 	{
 		if (d.name.compare(0, 2, "sd") == 0) {
 			int i = sdIndex(d.name);
 			int group = (i & 0xf0) >> 4;
 			int major = group == 0 ? 8 : group < 8 ? 64 + group : 128 + group - 8;
-			return {major, ((i & 0xf) << 4) | ((i & 0xfff00) << 12)};
+			return {major, ((i & 0xf) << 4) | (i & 0xfff00)};
 		}
 		return {259, nextExtMinor_++};
 	}
@@ -304,8 +311,8 @@ private:
 
 	std::string busAddr(int bus, int dev)
 	{
-		char b[16];
-		std::snprintf(b, sizeof b, "0000:%02x:%02x.0", bus & 0xff, dev);
+		char b[32];
+		std::snprintf(b, sizeof b, "0000:%02x:%02x.0", bus & 0xff, dev & 0xff);
 		return b;
 	}
 

@@ -239,19 +239,26 @@ Outcome hdioDriveCmd(Drive &d, uint8_t *args, std::string &line)
 		tf.lbaHigh = 0xC2;
 	}
 	Outcome o = withFault(d, ataOp(tf), out, [&] { return d.ata(tf, out, {}); });
+	// The kernel hands back status, error and count only for commands
+	// without data (it asks the drive for them with the check condition
+	// bit); after a data command the header stays as sent.
+	const std::size_t room = static_cast<std::size_t>(args[3]) * 512;
 	if (o.kind == Outcome::Ok) {
 		// The kernel reads as many sectors as the header's count says.
-		std::size_t room = static_cast<std::size_t>(args[3]) * 512;
 		if (out.size() != room && !(tf.command == 0xB0 && tf.features == 0xD5 && out.size() >= room))
 			return refuse(EIO, "sector count differs from the command's data");
-		if (room)
+		if (room) {
 			std::memcpy(args + 4, out.data(), room);
-		args[0] = 0x50;
-		args[1] = 0;
-		args[2] = o.count;
+		} else {
+			args[0] = 0x50;
+			args[1] = 0;
+			args[2] = o.count;
+		}
 	} else if (o.kind == Outcome::Abort) {
-		args[0] = 0x51;
-		args[1] = o.ataError;
+		if (!room) {
+			args[0] = 0x51;
+			args[1] = o.ataError;
+		}
 		o.kind = Outcome::Errno;
 		o.err = EIO;
 		o.note = "abort: " + o.note;

@@ -19,7 +19,7 @@ inline constexpr Key kKeys[] = {
 	{"below_remain_life_mail_notify_thr", KeyType::Int}, {"below_remain_life_show_thr", KeyType::Int},
 	{"below_remain_life_thr", KeyType::Int}, {"critical_warning", KeyType::Int},
 	{"dsl_cmd_support", KeyType::Int}, {"erase_time", KeyType::Int}, {"is_bundle_ssd", KeyType::Int},
-	{"is_vexo_drive", KeyType::Int}, {"mask_serial", KeyType::Int}, {"predict_weight", KeyType::Int},
+	{"ironwolf", KeyType::Int}, {"is_vexo_drive", KeyType::Int}, {"mask_serial", KeyType::Int}, {"predict_weight", KeyType::Int},
 	{"read_only", KeyType::Int}, {"remain_life", KeyType::Int}, {"remain_life_danger", KeyType::Int},
 	{"reset_fail_weight", KeyType::Int}, {"sct_cmd_support", KeyType::Int},
 	{"smart_attr_ignore", KeyType::Int}, {"smart_damage_weight", KeyType::Int},

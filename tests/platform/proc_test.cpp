@@ -143,6 +143,20 @@ TEST_F(Proc, AliveByPidAndByName)
 	EXPECT_ERR(0x0D00);
 }
 
+TEST_F(Proc, AliveByNameFollowsEachProcessFound)
+{
+	// The answer is kept for the process found; its end, and a successor
+	// under the same name, are both seen.
+	for (int round = 0; round < 2; ++round) {
+		pid_t p = vexo::test::startNamedProcess("vexo_t_follow");
+		EXPECT_EQ(VLIBCIsProcAlive("vexo_t_follow", 0), 1);
+		EXPECT_EQ(VLIBCIsProcAlive("vexo_t_follow", 0), 1);
+		kill(p, SIGKILL);
+		waitpid(p, nullptr, 0);
+		EXPECT_EQ(VLIBCIsProcAlive("vexo_t_follow", 0), 0) << "round " << round;
+	}
+}
+
 TEST_F(Proc, PidFiles)
 {
 	root.mkdirs("/var/run");

@@ -2,6 +2,7 @@
 // bytes each command puts on the wire, the sg_io_hdr around them, what
 // comes back, and which refusals are logged.
 #include <cstring>
+#include <linux/hdreg.h>
 #include <syslog.h>
 #include <vexohw/smartctl.h>
 
@@ -70,6 +71,28 @@ TEST_F(AtaPath, HeaderBytesPerCommand)
 	for (auto &l : all)
 		identities += l.rfind("HDIO_GET_IDENTITY", 0) == 0;
 	EXPECT_EQ(identities, 1);
+}
+
+// As the kernel does: status, error and count come back in the header only
+// for commands without data; a data command or its abort leaves it as sent.
+TEST_F(AtaPath, HeaderWrittenBackOnlyWithoutData)
+{
+	ASSERT_TRUE(kBackend);
+	unsigned char buf[4 + 512] = {0xB0, 0x00, 0xD0, 0x01};
+	ASSERT_EQ(vexo::dev::ioctl(fd, HDIO_DRIVE_CMD, buf), 0);
+	EXPECT_EQ(std::memcmp(buf, "\xB0\x00\xD0\x01", 4), 0);
+
+	unsigned char power[4] = {0xE5, 0, 0, 0};
+	ASSERT_EQ(vexo::dev::ioctl(fd, HDIO_DRIVE_CMD, power), 0);
+	EXPECT_EQ(power[0], 0x50);
+	EXPECT_EQ(power[2], 0xFF);
+
+	// A non-packet drive aborts IDENTIFY PACKET DEVICE.
+	unsigned char packet[4 + 512] = {0xA1, 0x00, 0x00, 0x01};
+	errno = 0;
+	EXPECT_EQ(vexo::dev::ioctl(fd, HDIO_DRIVE_CMD, packet), -1);
+	EXPECT_EQ(errno, EIO);
+	EXPECT_EQ(std::memcmp(packet, "\xA1\x00\x00\x01", 4), 0);
 }
 
 TEST_F(AtaPath, StandbyThenCheckPowerMode)

@@ -1,0 +1,273 @@
+// Listing disks: DiskInfoEnum from a 60-disk snapshot against one read of
+// the same file, and the whole "vexohw overview --walk --json" process
+// against lsblk on the same simulated 60-disk box.
+//
+//   bench_disk_enum_bench [--benchmark_filter=...]
+//
+// The process benchmarks build the box from examples/box60.json with
+// vexosim (beside this program in the build tree) and run both programs
+// with the box as their root and the drive emulator behind the device seam,
+// so a walk reads every temperature from the emulated drives. Each
+// iteration runs both programs once; the counter "ratio" is ours over
+// lsblk's wall time, measured in the same run.
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <spawn.h>
+#include <string>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#include <vexohw/disk_enum.h>
+#include <vexohw/disk_state.h>
+
+#include "disk/disk_info_walk.h"
+
+extern char **environ;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string buildDir()
+{
+	char self[PATH_MAX];
+	ssize_t n = ::readlink("/proc/self/exe", self, sizeof(self) - 1);
+	if (n <= 0)
+		return ".";
+	self[n] = '\0';
+	return fs::path(self).parent_path().parent_path().string(); // <build>/bench/x -> <build>
+}
+
+std::string sourceDir()
+{
+	// The build tree's cache names the source tree.
+	std::ifstream in(buildDir() + "/CMakeCache.txt");
+	for (std::string l; std::getline(in, l);)
+		if (l.rfind("vexohw_SOURCE_DIR:STATIC=", 0) == 0)
+			return l.substr(25);
+	return ".";
+}
+
+// A process named "vcemd" for the life of the benchmark, so that
+// DiskInfoEnum takes the snapshot.
+struct FakeDaemon {
+	pid_t pid = -1;
+	FakeDaemon()
+	{
+		pid = ::fork();
+		if (pid == 0) {
+			::prctl(PR_SET_NAME, "vcemd");
+			::prctl(PR_SET_PDEATHSIG, SIGKILL);
+			for (;;)
+				::pause();
+		}
+		for (int i = 0; i < 200; ++i) {
+			std::ifstream c("/proc/" + std::to_string(pid) + "/comm");
+			std::string comm;
+			std::getline(c, comm);
+			if (comm == "vcemd")
+				break;
+			::usleep(5000);
+		}
+	}
+	~FakeDaemon()
+	{
+		::kill(pid, SIGKILL);
+		::waitpid(pid, nullptr, 0);
+	}
+};
+
+// A root holding a snapshot of 60 disks.
+struct SnapshotRoot {
+	std::string dir;
+	SnapshotRoot()
+	{
+		char t[] = "/tmp/vexo-bench-snap.XXXXXX";
+		dir = ::mkdtemp(t);
+		fs::create_directories(dir + "/tmp");
+		std::ofstream out(dir + VEXO_DISK_SNAPSHOT, std::ios::binary);
+		for (int i = 0; i < 60; ++i) {
+			DiskInfo d{};
+			d.id.index = i % 12 + 1;
+			d.id.container = i < 12 ? DISK_CONTAINER_INTERNAL : DISK_CONTAINER_EBOX;
+			d.id.unit = i < 12 ? 0 : 13 + (i - 12) / 12;
+			d.id.slot = -1;
+			std::snprintf(d.name, sizeof(d.name), "sd%c%c", 'a' + i / 26, 'a' + i % 26);
+			std::snprintf(d.path, sizeof(d.path), "/dev/%s", d.name);
+			std::snprintf(d.model, sizeof(d.model), "ST8000VN004-3CP101");
+			d.sizeBytes = 8001563222016ULL;
+			d.temperature = 30 + i % 10;
+			d.logicalBlockSize = 512;
+			DiskInfoFileEntry e;
+			std::memset(&e, 0, sizeof(e));
+			vexo::disk::encodeEntry(d, e);
+			out.write(reinterpret_cast<const char *>(&e), sizeof(e));
+		}
+		::setenv("VEXO_SYSROOT", dir.c_str(), 1);
+		::setenv("VEXO_LOG", "/dev/null", 1);
+	}
+	~SnapshotRoot() { fs::remove_all(dir); }
+};
+
+void BM_DiskInfoEnumSnapshot60(benchmark::State &state)
+{
+	SnapshotRoot root;
+	FakeDaemon daemon;
+	int32_t mask = 0xFF;
+	DiskEnumFilter filter{&mask};
+	for (auto _ : state) {
+		DiskListNode *list = nullptr;
+		int n = DiskInfoEnum(&filter, &list);
+		if (n != 60)
+			state.SkipWithError("DiskInfoEnum did not read the 60-disk snapshot");
+		DiskInfoEnumFree(list);
+	}
+}
+BENCHMARK(BM_DiskInfoEnumSnapshot60);
+
+// The reader alone: no liveness question.
+void BM_SnapshotReaderOnly60(benchmark::State &state)
+{
+	SnapshotRoot root;
+	int32_t mask = 0xFF;
+	DiskEnumFilter filter{&mask};
+	for (auto _ : state) {
+		DiskListNode *list = nullptr;
+		int n = 0;
+		if (vexo::disk::readSnapshot(&filter, &list, &n) != vexo::disk::SnapshotRead::Listed || n != 60)
+			state.SkipWithError("no snapshot");
+		DiskInfoEnumFree(list);
+	}
+}
+BENCHMARK(BM_SnapshotReaderOnly60);
+
+// The liveness question alone, as DiskInfoEnum asks it.
+void BM_VcemdAlive(benchmark::State &state)
+{
+	FakeDaemon daemon;
+	for (auto _ : state)
+		benchmark::DoNotOptimize(VLIBCIsProcAlive("vcemd", 0));
+}
+BENCHMARK(BM_VcemdAlive);
+
+// The one field a reader computes afresh, for all 60 entries.
+void BM_SecureErasingCheck60(benchmark::State &state)
+{
+	SnapshotRoot root;
+	for (auto _ : state)
+		for (int i = 0; i < 60; ++i)
+			benchmark::DoNotOptimize(VLIBDiskIsSecureErasing("/dev/sdab"));
+}
+BENCHMARK(BM_SecureErasingCheck60);
+
+// The floor: open, one read of the whole file, close.
+void BM_BareRead60(benchmark::State &state)
+{
+	SnapshotRoot root;
+	const std::string file = root.dir + VEXO_DISK_SNAPSHOT;
+	static char buf[60 * 320 + 1];
+	for (auto _ : state) {
+		int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+		ssize_t got = ::read(fd, buf, sizeof(buf));
+		::close(fd);
+		if (got != 60 * 320)
+			state.SkipWithError("short read");
+	}
+}
+BENCHMARK(BM_BareRead60);
+
+// ---- whole processes ---------------------------------------------------------
+
+struct Box60 {
+	std::string dir, root;
+	bool ok = false;
+	Box60()
+	{
+		char t[] = "/tmp/vexo-bench-box60.XXXXXX";
+		dir = ::mkdtemp(t);
+		root = dir + "/root";
+		std::string sim = buildDir() + "/bin/vexosim";
+		std::string desc = sourceDir() + "/examples/box60.json";
+		ok = spawn({sim, "build", desc, root}, {}) == 0;
+	}
+	~Box60() { fs::remove_all(dir); }
+
+	// Runs argv with extra environment entries, output to /dev/null. The
+	// exit status, or -1.
+	static int spawn(const std::vector<std::string> &argv, const std::vector<std::string> &env)
+	{
+		std::vector<std::string> envs;
+		for (char **e = environ; *e; ++e)
+			if (std::strncmp(*e, "VEXO_", 5) != 0) // ours replace the caller's
+				envs.emplace_back(*e);
+		envs.insert(envs.end(), env.begin(), env.end());
+		std::vector<char *> a, e;
+		for (const auto &s : argv)
+			a.push_back(const_cast<char *>(s.c_str()));
+		a.push_back(nullptr);
+		for (const auto &s : envs)
+			e.push_back(const_cast<char *>(s.c_str()));
+		e.push_back(nullptr);
+		posix_spawn_file_actions_t fa;
+		posix_spawn_file_actions_init(&fa);
+		posix_spawn_file_actions_addopen(&fa, 1, "/dev/null", O_WRONLY, 0);
+		posix_spawn_file_actions_addopen(&fa, 2, "/dev/null", O_WRONLY, 0);
+		pid_t pid;
+		int rc = posix_spawn(&pid, a[0], &fa, nullptr, a.data(), e.data());
+		posix_spawn_file_actions_destroy(&fa);
+		if (rc != 0)
+			return -1;
+		int st = 0;
+		::waitpid(pid, &st, 0);
+		return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+	}
+};
+
+void BM_OverviewWalkVsLsblk60(benchmark::State &state)
+{
+	Box60 box;
+	if (!box.ok) {
+		state.SkipWithError("vexosim could not build examples/box60.json");
+		return;
+	}
+	// What "vexosim run" sets, without its extra exec.
+	std::vector<std::string> env = {"VEXO_SYSROOT=" + box.root,
+					"VEXO_DEVICE_BACKEND=" + buildDir() + "/sim/drive/libvexosim_drive.so",
+					"VEXO_LOG=/dev/null"};
+	std::vector<std::string> ours = {buildDir() + "/bin/vexohw", "overview", "--walk", "--json"};
+	std::vector<std::string> theirs = {"/usr/bin/lsblk", "--sysroot", box.root, "--json", "-o",
+					   "NAME,MODEL,SIZE,ROTA,LOG-SEC"};
+	using Clock = std::chrono::steady_clock;
+	double oursNs = 0, theirsNs = 0;
+	for (auto _ : state) {
+		auto t0 = Clock::now();
+		if (Box60::spawn(ours, env) != 0)
+			state.SkipWithError("vexohw overview failed");
+		auto t1 = Clock::now();
+		if (Box60::spawn(theirs, {}) != 0)
+			state.SkipWithError("lsblk failed");
+		auto t2 = Clock::now();
+		oursNs += std::chrono::duration<double, std::nano>(t1 - t0).count();
+		theirsNs += std::chrono::duration<double, std::nano>(t2 - t1).count();
+	}
+	double n = static_cast<double>(state.iterations());
+	state.counters["ours_ms"] = oursNs / n / 1e6;
+	state.counters["lsblk_ms"] = theirsNs / n / 1e6;
+	state.counters["ratio"] = theirsNs > 0 ? oursNs / theirsNs : 0;
+}
+BENCHMARK(BM_OverviewWalkVsLsblk60)->Unit(benchmark::kMillisecond)->Iterations(20);
+
+} // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,41 @@
+// The attribute list of a disk by its command family: ATA-style disks from
+// the cache or the tool; SCSI disks have no attribute table.
+#include <cstring>
+#include <vexohw/disk_port.h>
+#include <vexohw/frame.h>
+#include <vexohw/smart_info.h>
+
+#include "frame/err.h"
+#include "frame/priv.h"
+
+extern "C" VEXO_API int VEXODiskAtaSmartInfoParse(const char *path, SmartInfoEntry **list)
+{
+	if (!path || !list) {
+		VEXO_ERR(VEXO_ERR_BAD_PARAM);
+		return -1;
+	}
+	ENTERCriticalSection;
+	char type[16] = {};
+	if (VEXODiskDeviceTypeGet(path, type, sizeof(type)) != 0) {
+		vlog(LOG_ERR, "%s:%d Failed to get device type of %s", VEXO_AT, path);
+		VEXO_ERR(VEXO_ERR_NOT_FOUND);
+		return -1;
+	}
+	if (std::strcmp(type, "scsi") == 0) {
+		// The health code reads this code as "no ATA attributes" and goes on.
+		*list = nullptr;
+		VEXO_ERR(VEXO_ERR_WRONG_IFACE);
+		return -1;
+	}
+	if (std::strcmp(type, "nvme") == 0) {
+		vlog(LOG_ERR, "%s:%d SMART attribute list of NVMe disk %s is not available", VEXO_AT, path);
+		VEXO_ERR(VEXO_ERR_UNSUPPORTED);
+		return -1;
+	}
+	if (SmartInfoGet(path, type, list, 0) != 0) {
+		vlog(LOG_ERR, "%s:%d Failed to get smart info on %s, 0x%X", VEXO_AT, path, VLIBCErrGet());
+		VEXO_ERR_PASS();
+		return -1;
+	}
+	return 0;
+}

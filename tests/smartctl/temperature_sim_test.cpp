@@ -1,0 +1,235 @@
+// VEXODiskTemperatureGet against the emulated drive: each source in its
+// turn, the ceiling, the SCSI page rule, and that a disk that isn't running
+// or is being erased is not touched at all.
+#include <fstream>
+#include <sstream>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+#include <vexohw/disk_state.h>
+#include <vexohw/smart_temperature.h>
+
+#include "smartctl/sim_disk.h"
+
+using namespace vexo::test;
+
+namespace {
+
+const bool kBackend = installDriveEmulator();
+
+std::string capture(const std::string &name)
+{
+	std::ifstream in(sourceDir() + "/tests/smartctl/data/" + name);
+	std::stringstream s;
+	s << in.rdbuf();
+	return s.str();
+}
+
+// bin/vexohw with args, in this process's sysroot and device backend; its
+// standard output.
+std::string cli(const std::vector<std::string> &args)
+{
+	int fds[2];
+	if (::pipe(fds) != 0)
+		return {};
+	std::string exe = buildDir() + "/bin/vexohw";
+	pid_t pid = ::fork();
+	if (pid == 0) {
+		::dup2(fds[1], 1);
+		::close(fds[0]);
+		::close(fds[1]);
+		std::vector<char *> argv{exe.data()};
+		for (const auto &a : args)
+			argv.push_back(const_cast<char *>(a.c_str()));
+		argv.push_back(nullptr);
+		::execv(exe.c_str(), argv.data());
+		::_exit(126);
+	}
+	::close(fds[1]);
+	std::string out;
+	char b[1024];
+	ssize_t n;
+	while ((n = ::read(fds[0], b, sizeof(b))) > 0)
+		out.append(b, static_cast<size_t>(n));
+	::close(fds[0]);
+	int st;
+	::waitpid(pid, &st, 0);
+	return out;
+}
+
+const char *kSmartRead = "args=b000d001"; // SMART READ DATA through HDIO
+
+class Temperature : public SimDisk {
+protected:
+	void SetUp() override
+	{
+		SimDisk::SetUp();
+		ASSERT_TRUE(kBackend);
+		attributes(R"({"id":194,"raw":41},{"id":190,"raw":29})");
+		tool("/usr/vexo/bin/sg_raw", "cat \"$VEXO_SYSROOT/tmp/sg_raw.dump\" >&2");
+		root.write("/tmp/sg_raw.dump", capture("sg_raw_sct_status.txt"));
+	}
+	void attributes(const std::string &rows)
+	{
+		node("sda", R"({"protocol":"ata","serial":"ZL2K4T7C","smart":{"attributes":[{"id":1,"raw":0},)" + rows + "]}}");
+	}
+	void debugTemperature(const std::string &value)
+	{
+		product({{"support_disk_status_debug", "yes"}});
+		root.write("/tmp/.disk_status_debug", "[OTHER]\ntemp=1\n[ZL2K4T7C]\ntemp=" + value + "\n");
+	}
+	void sctFlag(int v) { root.write("/run/vexostorage/disks/sda/sct_cmd_support", std::to_string(v)); }
+};
+
+TEST_F(Temperature, EachSourceInItsTurn)
+{
+	debugTemperature("77");
+	sctFlag(1);
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 77);
+	EXPECT_TRUE(runs("sg_raw").empty());
+	EXPECT_EQ(countOf("sda", kSmartRead), 0);
+
+	// No override: the SCT status log, through sg_raw with the exact CDB.
+	root.remove("/tmp/.disk_status_debug");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 38);
+	ASSERT_EQ(runs("sg_raw").size(), 1u);
+	EXPECT_EQ(runs("sg_raw")[0], "-r 512 /dev/sda 85 08 0e 00 00 00 01 00 e0 00 00 00 00 00 2f 00");
+	EXPECT_EQ(countOf("sda", kSmartRead), 0);
+
+	// SCT not supported by the cached flag, or the file missing: SMART data.
+	sctFlag(0);
+	EXPECT_EQ(VEXODiskTemperatureGet("sda"), 41);
+	EXPECT_EQ(runs("sg_raw").size(), 1u);
+	EXPECT_EQ(countOf("sda", kSmartRead), 1);
+	root.remove("/run/vexostorage/disks/sda/sct_cmd_support");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 41);
+
+	// SCT answers too hot to believe, or sg_raw prints nothing: SMART data.
+	sctFlag(1);
+	std::string dump = capture("sg_raw_sct_status.txt");
+	root.write("/tmp/sg_raw.dump", dump.replace(dump.find(" c0     ") + 8 + 25, 2, "65"));
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 41);
+	root.write("/tmp/sg_raw.dump", "");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 41);
+
+	// Without 194 the airflow temperature; without either, nothing.
+	attributes(R"({"id":190,"raw":29})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 29);
+	attributes(R"({"id":9,"raw":1200})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), -1);
+	// The drive refuses SMART READ DATA (twice: the read has one retry).
+	node("sda", R"({"protocol":"ata","faults":{"smart_read_values":{"errno":"EIO"}}})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), -1);
+}
+
+TEST_F(Temperature, OverrideThatIsNoNumberCountsAsAbsent)
+{
+	debugTemperature("99999999999999999999");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 41);
+	debugTemperature("hot");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 41);
+	debugTemperature("250"); // the ceiling holds for every source
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 0);
+}
+
+TEST_F(Temperature, AboveTwoHundredReadsAsZero)
+{
+	attributes(R"({"id":194,"raw":200})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 200);
+	attributes(R"({"id":194,"raw":201})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 0);
+	// Only the first raw byte is the temperature.
+	attributes(R"({"id":194,"raw":184683593764})"); // 0x2b00140024: 36, min 20, max 43
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 36);
+}
+
+TEST_F(Temperature, NotRunningOrErasingLeavesTheDriveAlone)
+{
+	sctFlag(1);
+	debugTemperature("77");
+	sysfs("sda", "ATA", "VEXO HAT5300-8T", true, "offline");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), -1);
+	sysfs("sda", "ATA", "VEXO HAT5300-8T", true, "running");
+	root.write("/run/vexostorage/disks/sda/" VEXO_SECURE_ERASE_MARKER, std::to_string(::getpid()) + "\n");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda3"), -1);
+	EXPECT_FALSE(root.exists("/run/vexosim/drive/sda.log")); // not even opened
+	EXPECT_TRUE(runs("sg_raw").empty());
+
+	// A marker whose eraser is gone does not count.
+	pid_t dead = ::fork();
+	if (dead == 0)
+		::_exit(0);
+	ASSERT_GT(dead, 0);
+	int st;
+	::waitpid(dead, &st, 0);
+	root.write("/run/vexostorage/disks/sda/" VEXO_SECURE_ERASE_MARKER, std::to_string(dead) + "\n");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 77);
+	EXPECT_EQ(VEXODiskTemperatureGet(nullptr), -1);
+}
+
+TEST_F(Temperature, ScsiLogPage)
+{
+	product({{"vvos", "yes"}});
+	node("sda", R"({"protocol":"scsi","temperature":45})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 45);
+	EXPECT_EQ(countOf("sda", "cdb=4d004d00000000001000"), 1);
+
+	// Zero is zero only on the temperature page itself.
+	node("sda", R"({"protocol":"scsi","scsi":{"log_pages":{"0x0d":"0d00000c00000200000000010002003c"}}})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 0);
+	LogCapture log;
+	node("sda", R"({"protocol":"scsi","scsi":{"log_pages":{"0x0d":"4e00000c00000200000000010002003c"}}})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), -1);
+	EXPECT_TRUE(log.has(LOG_ERR, "Invaild SMART log page: 4e")) << log.dump();
+	node("sda", R"({"protocol":"scsi","scsi":{"log_pages":{"0x0d":"0d00000c000002000000d2010002003c"}}})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 0); // 210
+	node("sda", R"({"protocol":"scsi","faults":{"log_sense":{"errno":"EIO"}}})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), -1);
+}
+
+TEST_F(Temperature, NvmeHealthLog)
+{
+	DiskLayout(root).nvme("nvme0n1", "0000:00:01.0");
+	node("nvme0n1", R"({"protocol":"nvme","serial":"22514D800394","temperature":38})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/nvme0n1"), 38);
+	EXPECT_EQ(countOf("nvme0n1", "opcode=0x02"), 1); // Get Log Page
+	node("nvme0n1", R"({"protocol":"nvme","serial":"22514D800394","temperature":201})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/nvme0n1"), 0);
+	node("nvme0n1", R"({"protocol":"nvme","faults":{"nvme_get_log_page":{"errno":"EIO"}}})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/nvme0n1"), -1);
+	EXPECT_TRUE(runs("sg_raw").empty());
+}
+
+TEST_F(Temperature, CliNamesTheSource)
+{
+	EXPECT_NE(cli({"--json", "smart", "temp", "sda"}).find("\"temperature_c\": 41,\n  \"source\": \"smart_data\""),
+		  std::string::npos);
+	sctFlag(1);
+	EXPECT_NE(cli({"smart", "temp", "/dev/sda"}).find("sct_status_log"), std::string::npos);
+	debugTemperature("77");
+	EXPECT_NE(cli({"--json", "smart", "temp", "sda"}).find("\"temperature_c\": 77,\n  \"source\": \"debug_override\""),
+		  std::string::npos);
+	sysfs("sda", "ATA", "VEXO HAT5300-8T", true, "offline");
+	EXPECT_NE(cli({"--json", "smart", "temp", "sda"}).find("\"temperature_c\": null,\n  \"source\": \"not_running\""),
+		  std::string::npos);
+	DiskLayout(root).nvme("nvme0n1", "0000:00:01.0");
+	node("nvme0n1", R"({"protocol":"nvme","temperature":38})");
+	EXPECT_NE(cli({"smart", "temp", "nvme0n1"}).find("nvme_health_log"), std::string::npos);
+	EXPECT_NE(cli({"--json", "disk", "serial", "sda"}).find("\"serial\": \"ZL2K4T7C\",\n  \"firmware\": \"VX01\""),
+		  std::string::npos);
+}
+
+TEST_F(Temperature, FromCache)
+{
+	EXPECT_EQ(VEXODiskTemperatureGetFromCache("sda"), -1);
+	EXPECT_ERR(0x0900);
+	root.write("/run/vexostorage/disks/sda/temperature", "43\nstale");
+	EXPECT_EQ(VEXODiskTemperatureGetFromCache("sda"), 43);
+	EXPECT_EQ(VEXODiskTemperatureGetFromCache("/dev/sda"), 43);
+	root.write("/run/vexostorage/disks/sda/temperature", "");
+	EXPECT_EQ(VEXODiskTemperatureGetFromCache("sda"), -1);
+	EXPECT_ERR(0x0A00);
+	EXPECT_EQ(VEXODiskTemperatureGetFromCache(nullptr), -1);
+}
+
+} // namespace

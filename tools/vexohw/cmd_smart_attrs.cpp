@@ -1,0 +1,109 @@
+// SMART attribute lists: the live list of a disk and its cached copy.
+#include <cstdio>
+#include <string>
+#include <vexohw/frame.h>
+#include <vexohw/smart_info.h>
+#include <vexoplatform/vexocore.h>
+
+#include "cli.h"
+#include "smartctl/smart_info_list.h"
+
+using namespace vexo::cli;
+
+namespace {
+
+const char *statusText(uint32_t status)
+{
+	switch (status) {
+	case SMART_ATTR_STATUS_GOOD: return "good";
+	case SMART_ATTR_STATUS_FAILED_PAST: return "failed in the past";
+	case SMART_ATTR_STATUS_FAILING_NOW: return "failing now";
+	default: return "unknown";
+	}
+}
+
+Value attributes(const SmartInfoEntry *list)
+{
+	Value rows = Value::list();
+	for (const SmartInfoEntry *e = list; e; e = e->next) {
+		Value r = Value::object();
+		r.set("id", e->id);
+		r.set("name", e->name);
+		r.set("value", e->value);
+		r.set("worst", e->worst);
+		r.set("threshold", e->threshold);
+		r.set("raw", e->raw);
+		r.set("status", static_cast<int>(e->status));
+		r.set("status_text", statusText(e->status));
+		rows.push(r);
+	}
+	return rows;
+}
+
+const std::vector<Column> kColumns = {{"id", "ID#"},         {"name", "ATTRIBUTE_NAME"}, {"value", "VALUE"},
+				      {"worst", "WORST"},    {"threshold", "THRESH"},    {"raw", "RAW_VALUE"},
+				      {"status_text", "STATUS"}};
+
+// "sda" or "/dev/sda" -> "/dev/sda"
+std::string devicePath(const std::string &disk) { return disk.rfind("/dev/", 0) == 0 ? disk : "/dev/" + disk; }
+
+int smartAttrs(Context &ctx)
+{
+	if (ctx.args.size() != 1)
+		return fail("usage: smart attrs DISK");
+	const std::string path = devicePath(ctx.args[0]);
+	SmartInfoEntry *list = nullptr;
+	if (VEXODiskAtaSmartInfoParse(path.c_str(), &list) != 0) {
+		int code = VLIBCErrGet();
+		if (code == VEXO_ERR_WRONG_IFACE)
+			return fail("%s is a SCSI disk: it has no ATA attribute table", path.c_str());
+		if (code == VEXO_ERR_UNSUPPORTED)
+			return fail("%s: attribute lists of NVMe disks are not available", path.c_str());
+		return fail("cannot read the SMART attributes of %s (error 0x%04X)", path.c_str(), code);
+	}
+	vexo::smart::UniqueList owned(list);
+	printTable(ctx, attributes(list), kColumns, path.c_str());
+	return 0;
+}
+
+int smartCache(Context &ctx)
+{
+	if (ctx.args.size() != 1)
+		return fail("usage: smart cache DISK [--refresh]");
+	const std::string path = devicePath(ctx.args[0]);
+	const std::string name = path.substr(5);
+	if (ctx.has("refresh") && VEXODiskAtaSmartInfoUpdate(path.c_str()) != 0)
+		return fail("cannot refresh the SMART attribute cache of %s (error 0x%04X)", path.c_str(), VLIBCErrGet());
+	SmartInfoEntry *list = nullptr;
+	if (SmartInfoCacheGet(name.c_str(), &list) != 0)
+		return fail("no cached SMART attribute list for %s (error 0x%04X)", path.c_str(), VLIBCErrGet());
+	vexo::smart::UniqueList owned(list);
+
+	long long stamp = 0;
+	const bool stamped = VEXODiskGetLLIntValueCacheFile(path.c_str(), vexo::smart::kCacheStamp, &stamp) == 0;
+	const long long now = vexo::smart::coarseMonotonicSeconds();
+	Value r = Value::object();
+	r.set("disk", path);
+	r.set("age_s", stamped ? Value(now - stamp) : Value());
+	r.set("max_age_s", vexo::smart::kCacheMaxAgeSeconds);
+	r.set("fresh", stamped && vexo::smart::cacheFresh(stamp, now));
+	r.set("attributes", attributes(list));
+	if (ctx.json) {
+		std::printf("%s\n", r.json().c_str());
+		return 0;
+	}
+	std::string title = path + ": cached list, ";
+	if (stamped)
+		title += std::to_string(now - stamp) + " s old (" +
+			 (vexo::smart::cacheFresh(stamp, now) ? "fresh" : "stale, the next read runs smartctl") + ")";
+	else
+		title += "no time stamp (stale, the next read runs smartctl)";
+	printTable(ctx, *r.get("attributes"), kColumns, title.c_str());
+	return 0;
+}
+
+VEXO_CLI_COMMAND("smart attrs", "DISK", "SMART attribute table of an ATA disk (cached for an hour)", smartAttrs, {});
+VEXO_CLI_COMMAND("smart cache", "DISK [--refresh]", "the cached SMART attribute list and its age; --refresh reads the drive",
+		 smartCache, {});
+
+} // namespace
