@@ -66,7 +66,9 @@ int ScsiFirmAndSerialRead(int fd, char *firmware, char *serial)
 		return -1;
 	int length = buf[3]; // at most 255, within the buffer
 	buf[length + 4] = '\0';
-	std::snprintf(serial, kSerialBuffer, "%s", reinterpret_cast<const char *>(buf + 4));
+	const size_t n = strnlen(reinterpret_cast<const char *>(buf + 4), kSerialBuffer - 1);
+	std::memcpy(serial, buf + 4, n);
+	serial[n] = '\0';
 	std::memset(buf, 0, sizeof(buf));
 	if (sas_command_interface(fd, SCSI_INQUIRY, buf) != 0)
 		return -1;
