@@ -1,8 +1,10 @@
 #include "build.h"
 
+#include <climits>
 #include <cstdio>
 #include <json-c/json.h>
 #include <map>
+#include <unistd.h>
 #include <vector>
 
 namespace vexosim {
@@ -69,9 +71,40 @@ public:
 		}
 		for (const char *d : {"/tmp", "/var/log", "/var/lib", "/run/vexostorage"})
 			tree_.dir(d);
+		tools();
 	}
 
 private:
+	// The stand-ins for the programs the library runs, by the paths it runs
+	// them by: one program, built beside vexosim and copied into the root so
+	// that the root stays whole by itself. Without it (a vexosim copied out
+	// of its build) the root simply has no tools.
+	void tools()
+	{
+		std::string bin = toolsProgram();
+		if (bin.empty())
+			return;
+		const char *program = "/usr/vexo/libexec/vexosim-tools";
+		tree_.program(program, bin);
+		for (const char *p : {"/usr/bin/smartctl", "/usr/vexo/bin/sg_raw", "/usr/vexo/bin/sg_sat_identify",
+				      "/usr/vexo/sbin/sg_logs", "/usr/vexo/sbin/vexostorage", "/usr/vexo/sbin/dhm_tool"})
+			tree_.link(p, program);
+	}
+
+	static std::string toolsProgram()
+	{
+		char self[PATH_MAX];
+		ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
+		if (n <= 0)
+			return "";
+		self[n] = 0;
+		std::string dir(self);
+		dir.resize(dir.rfind('/'));
+		std::string bin = dir + "/vexosim-tools";
+		char real[PATH_MAX];
+		return ::access(bin.c_str(), X_OK) == 0 && ::realpath(bin.c_str(), real) ? real : "";
+	}
+
 	const Device *find(Where w, int a, int b = 0) const
 	{
 		for (const auto &d : box_.devices) {

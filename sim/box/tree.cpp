@@ -142,6 +142,21 @@ void Tree::link(std::string_view path, std::string_view target)
 		sysFail("cannot link", h);
 }
 
+void Tree::program(std::string_view path, const std::string &hostSource)
+{
+	std::string h = host(path);
+	dir(parentOf(path));
+	std::error_code ec;
+	fs::copy_file(hostSource, h, fs::copy_options::overwrite_existing, ec);
+	if (ec)
+		throw TreeError("cannot copy " + hostSource + " to " + h + ": " + ec.message());
+	fs::permissions(h, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+				   fs::perms::others_read | fs::perms::others_exec,
+			ec);
+	if (ec)
+		throw TreeError("cannot make " + h + " executable: " + ec.message());
+}
+
 void Tree::commit()
 {
 	file(kMarker, "vexosim root\n");

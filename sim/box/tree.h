@@ -33,6 +33,8 @@ public:
 	// A symlink at `path` to the appliance path `target`, written relative,
 	// as the kernel writes its sysfs links.
 	void link(std::string_view path, std::string_view target);
+	// An executable file at `path`, copied from a host file.
+	void program(std::string_view path, const std::string &hostSource);
 
 	// Puts the staged tree at `dir`.
 	void commit();

@@ -1,0 +1,11 @@
+#pragma once
+
+namespace vexosim::tools {
+
+// dhm_tool's exit statuses: the drive's product line, or busy (try again).
+inline constexpr int kDhmLine1 = 50, kDhmLine2 = 51, kDhmBusy = 16;
+
+int vexostorage(int argc, char **argv);
+int dhmTool(int argc, char **argv);
+
+} // namespace vexosim::tools
