@@ -97,7 +97,7 @@ const char *kAttrHeader =
 
 void printAttribute(const Attribute &a)
 {
-	char thresh[8];
+	char thresh[16];
 	if (a.threshold < 0)
 		std::snprintf(thresh, sizeof thresh, "---");
 	else
