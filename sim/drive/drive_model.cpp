@@ -335,6 +335,18 @@ std::vector<uint8_t> Drive::smartValues() const
 	return page;
 }
 
+// A pre-fail attribute at or below its (non-zero) threshold.
+bool Drive::thresholdExceeded() const
+{
+	std::vector<uint8_t> values = smartValues(), thresholds = smartThresholds();
+	for (int slot = 0; slot < 30; ++slot) {
+		const uint8_t *v = values.data() + 2 + 12 * slot, *t = thresholds.data() + 2 + 12 * slot;
+		if (v[0] && (v[1] & 1) && t[1] && v[3] <= t[1])
+			return true;
+	}
+	return false;
+}
+
 std::vector<uint8_t> Drive::smartThresholds() const
 {
 	std::vector<uint8_t> page(512, 0);
@@ -537,6 +549,10 @@ Outcome Drive::ata(const Taskfile &tf, std::vector<uint8_t> &out, const std::vec
 		changed_ = true;
 		return o;
 	case 0xDA:
+		if (thresholdExceeded()) {
+			o.lbaMid = 0xF4;
+			o.lbaHigh = 0x2C;
+		}
 		return o;
 	case 0xD4:
 		if (tf.count != 0)

@@ -16,6 +16,9 @@ struct Outcome {
 	uint8_t senseKey = 0, asc = 0, ascq = 0;
 	uint8_t ataError = 0;
 	uint8_t count = 0;           // ATA sector count register on return
+	// LBA mid/high on return when the drive changes them (SMART RETURN
+	// STATUS reports a threshold exceeded as 0xF4/0x2C); else as sent.
+	int lbaMid = -1, lbaHigh = -1;
 	bool noSense = false;        // a bridge that drops the return descriptor
 	std::string note;            // why it was refused, for the command log
 };
@@ -70,6 +73,7 @@ private:
 
 	std::vector<uint8_t> smartValues() const;
 	std::vector<uint8_t> smartThresholds() const;
+	bool thresholdExceeded() const;
 	bool smartLog(unsigned addr, bool gpl, std::vector<uint8_t> &pages) const;
 	bool scsiLogPage(unsigned page, std::vector<uint8_t> &out) const;
 	std::vector<uint8_t> ieBytes(const char *key, const char *fallback) const;

@@ -439,9 +439,12 @@ TEST_F(SmartctlTool, HealthVerdictsAndExitStatus)
 		std::vector<std::string> expect;
 	} cases[] = {
 		{"healthy", fine, "", {"-H"}, 0, {"SMART overall-health self-assessment test result: PASSED", ""}},
-		{"drive says fine, an attribute failing", failingPrefail + "," + fine, "", {"-H"}, 32,
+		{"drive says fine, a usage attribute failed in the past", pastUsage + "," + fine, "", {"-H"}, 32,
 		 {"SMART overall-health self-assessment test result: PASSED",
 		  "Please note the following marginal Attributes:"}},
+		{"drive says a threshold is exceeded", failingPrefail + "," + fine, "", {"-H"}, 24,
+		 {"SMART overall-health self-assessment test result: FAILED!",
+		  "Drive failure expected in less than 24 hours. SAVE ALL DATA.", "Failed Attributes:"}},
 		{"registers missing, prefail failing", failingPrefail + "," + fine, noRegs, {"-H"}, 24,
 		 {"SMART Status not supported: Incomplete response, ATA output registers missing",
 		  "SMART overall-health self-assessment test result: FAILED!",
