@@ -149,7 +149,8 @@ TEST_F(DriveCli, SmartPageDecodesTheSlotsAndTheStatusBytes)
 	EXPECT_EQ(text(first, "threshold"), "16");
 	json_object *temp = json_object_array_get_idx(attrs, 8);
 	EXPECT_EQ(text(temp, "id"), "194");
-	EXPECT_EQ(text(temp, "raw"), "35");
+	// sdc of the bundled box runs at 33 degrees.
+	EXPECT_EQ(text(temp, "raw"), "33");
 
 	// All 30 slots, a 48-bit raw value, and a slot the drive leaves empty.
 	std::string list;
