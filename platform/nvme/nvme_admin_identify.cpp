@@ -40,6 +40,25 @@ const char *vendorByPciId(uint16_t id)
 	return nullptr;
 }
 
+namespace {
+
+// The argument check and the Identify Controller read that each text
+// question starts with.
+bool identifyFor(const char *path, const char *out, int size, uint8_t (&page)[kIdentifySize])
+{
+	if (!path || !out || size <= 0) {
+		VEXO_ERR(VEXO_ERR_BAD_PARAM);
+		vlog(LOG_ERR, "%s:%d Bad parameters", VEXO_AT);
+		return false;
+	}
+	if (identifyController(path, page) != 0) {
+		VEXO_ERR_PASS();
+		return false;
+	}
+	return true;
+}
+
+} // namespace
 } // namespace vexo::nvme
 
 using namespace vexo::nvme;
@@ -73,31 +92,17 @@ VEXOP_API int VEXONVMeFirmAndSerialRead(const char *path, char *firmware, int fi
 
 VEXOP_API int VEXONVMeDiskModelGet(const char *path, char *model, int size)
 {
-	if (!path || !model || size <= 0) {
-		VEXO_ERR(VEXO_ERR_BAD_PARAM);
-		vlog(LOG_ERR, "%s:%d Bad parameters", VEXO_AT);
-		return -1;
-	}
 	uint8_t page[kIdentifySize];
-	if (identifyController(path, page) != 0) {
-		VEXO_ERR_PASS();
+	if (!identifyFor(path, model, size, page))
 		return -1;
-	}
 	return copyOut(idText(page + kIdMn, kMnLen), model, size, "model number", path) ? 0 : -1;
 }
 
 VEXOP_API int VEXONVMeDiskVendorGet(const char *path, char *vendor, int size)
 {
-	if (!path || !vendor || size <= 0) {
-		VEXO_ERR(VEXO_ERR_BAD_PARAM);
-		vlog(LOG_ERR, "%s:%d Bad parameters", VEXO_AT);
-		return -1;
-	}
 	uint8_t page[kIdentifySize];
-	if (identifyController(path, page) != 0) {
-		VEXO_ERR_PASS();
+	if (!identifyFor(path, vendor, size, page))
 		return -1;
-	}
 	const char *name = vendorByPciId(le16(page + kIdVid));
 	if (!name)
 		name = vendorByPciId(le16(page + kIdSsvid));

@@ -7,6 +7,7 @@
 
 #include "frame/err.h"
 #include "frame/priv.h"
+#include "smartctl/smart_info_list.h"
 
 extern "C" VEXO_API int VEXODiskAtaSmartInfoParse(const char *path, SmartInfoEntry **list)
 {
@@ -15,12 +16,9 @@ extern "C" VEXO_API int VEXODiskAtaSmartInfoParse(const char *path, SmartInfoEnt
 		return -1;
 	}
 	ENTERCriticalSection;
-	char type[16] = {};
-	if (VEXODiskDeviceTypeGet(path, type, sizeof(type)) != 0) {
-		vlog(LOG_ERR, "%s:%d Failed to get device type of %s", VEXO_AT, path);
-		VEXO_ERR(VEXO_ERR_NOT_FOUND);
+	char type[16];
+	if (!vexo::smart::deviceType(path, type))
 		return -1;
-	}
 	if (std::strcmp(type, "scsi") == 0) {
 		// The health code reads this code as "no ATA attributes" and goes on.
 		*list = nullptr;

@@ -15,12 +15,9 @@ extern "C" VEXO_API int VEXODiskAtaSmartInfoUpdate(const char *path)
 		return -1;
 	}
 	ENTERCriticalSection;
-	char type[16] = {};
-	if (VEXODiskDeviceTypeGet(path, type, sizeof(type)) != 0) {
-		vlog(LOG_ERR, "%s:%d Failed to get device type of %s", VEXO_AT, path);
-		VEXO_ERR(VEXO_ERR_NOT_FOUND);
+	char type[16];
+	if (!vexo::smart::deviceType(path, type))
 		return -1;
-	}
 	// Neither keeps an ATA list in the cache.
 	if (std::strcmp(type, "scsi") == 0 || std::strcmp(type, "nvme") == 0)
 		return 0;

@@ -9,7 +9,11 @@
 #include <json-c/json.h>
 #include <memory>
 #include <string_view>
+#include <vexohw/disk_port.h>
+#include <vexohw/frame.h>
 #include <vexohw/smart_info.h>
+
+#include "frame/err.h"
 
 namespace vexo::smart {
 
@@ -50,6 +54,17 @@ inline bool deviceName(const char *path, char (&name)[32])
 {
 	name[0] = '\0';
 	return std::sscanf(path, "/dev/%31s", name) == 1 && std::strcmp(name, path + 5) == 0;
+}
+
+// The -d keyword of a disk; logs and records 0x2A00 when it can't be told.
+inline bool deviceType(const char *path, char (&type)[16])
+{
+	type[0] = '\0';
+	if (VEXODiskDeviceTypeGet(path, type, sizeof(type)) == 0)
+		return true;
+	vlog(LOG_ERR, "%s:%d Failed to get device type of %s", VEXO_AT, path);
+	VEXO_ERR(VEXO_ERR_NOT_FOUND);
+	return false;
 }
 
 struct ListFree {
