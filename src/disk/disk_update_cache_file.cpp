@@ -16,17 +16,7 @@
 
 namespace {
 
-class UmaskGuard {
-public:
-	explicit UmaskGuard(mode_t m) : old_(::umask(m)) {}
-	~UmaskGuard() { ::umask(old_); }
-	UmaskGuard(const UmaskGuard &) = delete;
-	UmaskGuard &operator=(const UmaskGuard &) = delete;
-
-private:
-	mode_t old_;
-};
-
+using vexo::UmaskGuard;
 template <typename Put>
 int writeValue(const char *name, const char *key, Put put)
 {

@@ -21,18 +21,8 @@
 
 namespace {
 
+using vexo::UmaskGuard;
 using vexo::smart::UniqueJson;
-
-class UmaskGuard {
-public:
-	explicit UmaskGuard(mode_t m) : old_(::umask(m)) {}
-	~UmaskGuard() { ::umask(old_); }
-	UmaskGuard(const UmaskGuard &) = delete;
-	UmaskGuard &operator=(const UmaskGuard &) = delete;
-
-private:
-	mode_t old_;
-};
 
 // Holds a lock file. Failure paths release it quietly; the success path
 // releases it with release(), whose failure is recorded.
