@@ -234,6 +234,27 @@ struct Box60 {
 	}
 };
 
+// The walk alone, in this process: each disk's record from /sys and its
+// temperature from the emulated drive, as "--walk" lists them.
+void BM_Walk60(benchmark::State &state)
+{
+	Box60 box;
+	if (!box.ok) {
+		state.SkipWithError("vexosim could not build examples/box60.json");
+		return;
+	}
+	::setenv("VEXO_SYSROOT", box.root.c_str(), 1);
+	::setenv("VEXO_DEVICE_BACKEND", (buildDir() + "/sim/drive/libvexosim_drive.so").c_str(), 1);
+	::setenv("VEXO_LOG", "/dev/null", 1);
+	for (auto _ : state) {
+		DiskListNode *list = nullptr;
+		if (vexo::disk::walkSystem(nullptr, &list) != 60)
+			state.SkipWithError("the walk did not list 60 disks");
+		DiskInfoEnumFree(list);
+	}
+}
+BENCHMARK(BM_Walk60)->Unit(benchmark::kMillisecond);
+
 void BM_OverviewWalkVsLsblk60(benchmark::State &state)
 {
 	Box60 box;

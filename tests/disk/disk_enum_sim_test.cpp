@@ -37,8 +37,8 @@ constexpr const char *kBox = R"({
     {"name": "sda", "where": "bay", "bay": 1, "protocol": "ata", "model": "ST8000VN004-3CP101",
      "serial": "WWZ4K1QA", "firmware": "SC60", "size_bytes": 8001563222016, "rotation_rate": 7200,
      "drive": {"temperature": 37}},
-    {"name": "sdb", "where": "bay", "bay": 2, "protocol": "scsi", "vendor": "VEXO", "model": "HAS5300-16T",
-     "serial": "SX00001234", "firmware": "S100", "size_bytes": 16000900661248, "rotation_rate": 7200,
+    {"name": "sdb", "where": "bay", "bay": 2, "protocol": "ata", "model": "TOSHIBA MG08ACA16TE",
+     "serial": "31P0A0GDFVGG", "firmware": "0102", "size_bytes": 16000900661248, "rotation_rate": 7200,
      "drive": {"temperature": 39}},
     {"name": "sdca", "where": "unit", "port": 1, "bay": 1, "protocol": "ata", "model": "ST4000VN006-3CW104",
      "serial": "ZW62Z1HX", "firmware": "SC60", "size_bytes": 4000787030016, "rotation_rate": 5400,
@@ -225,8 +225,6 @@ TEST_F(EnumSim, OverviewWalkAndSnapshotAgree)
 	EXPECT_EQ(json_object_get_int64(json_object_object_get(sda, "capacity_bytes")), 8001563222016LL);
 	EXPECT_EQ(json_object_get_int(json_object_object_get(sda, "temperature_c")), 37);
 	EXPECT_STREQ(json_object_get_string(json_object_object_get(sda, "media")), "HDD");
-	EXPECT_EQ(json_object_get_type(json_object_object_get(json_object_array_get_idx(disks, 1), "smart")),
-		  json_type_null); // SCSI: no ATA list
 	EXPECT_EQ(json_object_get_type(json_object_object_get(json_object_array_get_idx(disks, 4), "temperature_c")),
 		  json_type_null); // USB: not asked
 	EXPECT_STREQ(json_object_get_string(json_object_object_get(json_object_array_get_idx(disks, 2), "location")),
