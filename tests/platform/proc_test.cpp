@@ -103,6 +103,12 @@ TEST_F(Proc, PopenReadsManyLinesAndPcloseReapsTheRightChild)
 	EXPECT_EQ(n, 5001); // the last line is what it said on its error output
 	EXPECT_TRUE(inOrder);
 	EXPECT_STREQ(line, "oops");
+	// Drained before it is closed: a child still writing into a closed pipe
+	// would die of SIGPIPE instead of exiting with its own status.
+	int m = 0;
+	while (VLIBCFgets(line, sizeof(line), b))
+		++m;
+	EXPECT_EQ(m, 3);
 	// Closed in the opposite order: each close gets its own child's status.
 	EXPECT_EQ(VLIBCPclose(b), 5);
 	EXPECT_EQ(VLIBCPclose(a), 3);
