@@ -12,6 +12,7 @@
 #include <vexohw/disk_state.h>
 
 #include "disk/disk_info_walk.h"
+#include "disk/secure_erase_markers.h"
 #include "frame/err.h"
 #include "frame/sysroot.h"
 #include "frame/unique.h"
@@ -95,6 +96,8 @@ SnapshotRead readSnapshot(const DiskEnumFilter *filter, DiskListNode **list, int
 		DiskInfoEnumFree(head);
 		return SnapshotRead::Failed;
 	};
+	// One look at the markers' folder; only a disk with a marker is asked.
+	const SecureEraseMarkers markers;
 	UniqueMalloc<DiskInfoFileEntry> buf(static_cast<DiskInfoFileEntry *>(std::malloc(kChunk * sizeof(DiskInfoFileEntry))));
 	if (!buf)
 		return fail(VEXO_ERR_NOMEM);
@@ -121,7 +124,7 @@ SnapshotRead readSnapshot(const DiskEnumFilter *filter, DiskListNode **list, int
 			decodeEntry(e, *info);
 			// The one field that must be current: an erase may have begun
 			// since the snapshot was written.
-			info->secureErasing = VLIBDiskIsSecureErasing(info->path) != 0;
+			info->secureErasing = markers.mayErase(info->path) && VLIBDiskIsSecureErasing(info->path) != 0;
 			cell->info = info;
 			*tail = cell;
 			tail = &cell->next;
