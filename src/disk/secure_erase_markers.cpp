@@ -4,6 +4,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <vexohw/disk_state.h>
@@ -33,6 +34,18 @@ std::string secureEraseMarker(const char *path)
 SecureEraseMarkers::SecureEraseMarkers()
 {
 	const int saved = errno;
+	// The usual case, no folder, costs one failed stat.
+	struct stat st {};
+	if (sysroot::stat(VEXO_SECURE_ERASE_DIR, &st) != 0) {
+		known_ = errno == ENOENT || errno == ENOTDIR;
+		errno = saved;
+		return;
+	}
+	if (!S_ISDIR(st.st_mode)) {
+		known_ = true; // a file in its place holds no marker
+		errno = saved;
+		return;
+	}
 	int fd = sysroot::open(VEXO_SECURE_ERASE_DIR, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 	if (fd < 0) {
 		// No folder, no marker. Any other failure: ask each disk.
