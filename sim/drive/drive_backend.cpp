@@ -54,6 +54,12 @@ void mkdirs(const std::string &dir)
 void appendLog(const std::string &path, const std::string &line)
 {
 	int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+	if (fd < 0 && errno == ENOENT) {
+		// The log's folder is made the first time it is missing, not on
+		// every open.
+		mkdirs(path.substr(0, path.rfind('/')));
+		fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+	}
 	if (fd < 0)
 		return;
 	std::string l = line + "\n";
@@ -512,9 +518,7 @@ int emuOpen(const char *hostPath, const char *appliancePath, int flags)
 				   ? host.substr(0, host.size() - app.size())
 				   : std::string();
 	std::string name = app.substr(app.rfind('/') + 1);
-	std::string dir = root + "/run/vexosim/drive";
-	mkdirs(dir);
-	std::string log = dir + "/" + name + ".log";
+	std::string log = root + "/run/vexosim/drive/" + name + ".log";
 	appendLog(log, "OPEN flags=" + std::to_string(flags));
 	std::lock_guard<std::mutex> lk(gMutex);
 	gNodes[fd] = Node{log};
