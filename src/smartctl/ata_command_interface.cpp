@@ -3,8 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <linux/hdreg.h>
-#include <memory>
-#include <new>
+#include <vector>
 #include <vexohw/smartctl.h>
 
 #include "frame/device.h"
@@ -33,17 +32,11 @@ VEXO_API int ata_command_interface(int fd, unsigned int command, void *data)
 		return -1;
 	}
 
-	// The whole area is the kernel's to fill, but only the header and the
-	// sectors of this command are ever sent or read back: clearing those
-	// alone spares a 124 KiB memset on every command.
-	std::unique_ptr<unsigned char[]> buf(new (std::nothrow) unsigned char[kAtaBufferSize]);
-	if (!buf) {
-		VEXO_ERR(VEXO_ERR_NOMEM);
-		return -1;
-	}
-	const std::size_t used = std::min<std::size_t>(
-		kAtaBufferSize, 4 + std::max<std::size_t>(row->bytesReturned, std::size_t{row->sectorCount} * 512));
-	std::memset(buf.get(), 0, used);
+	// The kernel fills as many sectors as the header's count says and this
+	// command reads back bytesReturned: the area is sized to that, not to
+	// the largest transfer there could be.
+	const std::size_t area = std::max<std::size_t>(row->bytesReturned, std::size_t{row->sectorCount} * 512);
+	std::vector<unsigned char> buf(4 + area, 0);
 	buf[0] = row->command;
 	buf[1] = row->sectorNumber;
 	buf[2] = row->features;
@@ -57,7 +50,7 @@ VEXO_API int ata_command_interface(int fd, unsigned int command, void *data)
 			buf[0] = command == CMD_IDENTIFY ? 0xA1 : 0xEC;
 	}
 
-	if (vexo::dev::ioctl(fd, HDIO_DRIVE_CMD, buf.get()) != 0) {
+	if (vexo::dev::ioctl(fd, HDIO_DRIVE_CMD, buf.data()) != 0) {
 		VEXO_ERR(VEXO_ERR_DEVICE);
 		return -1;
 	}
@@ -69,7 +62,7 @@ VEXO_API int ata_command_interface(int fd, unsigned int command, void *data)
 		return 0;
 	}
 	if (row->bytesReturned)
-		std::memcpy(data, buf.get() + 4, row->bytesReturned);
+		std::memcpy(data, buf.data() + 4, row->bytesReturned);
 	return 0;
 }
 
