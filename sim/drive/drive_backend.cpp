@@ -70,11 +70,21 @@ void appendLog(const std::string &path, const std::string &line)
 
 std::string readAll(int fd)
 {
+	// Read under the node's lock, so a short read is the end of the file:
+	// a node is one pread, not a seek and two reads.
 	std::string s;
 	char buf[8192];
-	::lseek(fd, 0, SEEK_SET);
-	for (ssize_t n; (n = ::read(fd, buf, sizeof(buf))) > 0;)
-		s.append(buf, n);
+	for (off_t at = 0;;) {
+		ssize_t n = ::pread(fd, buf, sizeof(buf), at);
+		if (n < 0 && errno == EINTR)
+			continue;
+		if (n <= 0)
+			break;
+		s.append(buf, static_cast<std::size_t>(n));
+		at += n;
+		if (static_cast<std::size_t>(n) < sizeof(buf))
+			break;
+	}
 	return s;
 }
 
