@@ -42,11 +42,12 @@ std::vector<std::string> hostNames(const std::string &hosts)
 // first match is found by opening the candidates in order instead of
 // testing each one and then opening the first: the same file is read, with
 // the same failures, at a third of the system calls.
-int hostDriverMatch(const char *path, const char *expected, const char *src, int line)
+HostDriverLine readHostDriver(const char *path)
 {
+	HostDriverLine out;
 	std::string disk = physicalName(shortName(path));
 	const std::string hosts = "/sys/block/" + disk + "/device/../../scsi_host";
-	const std::string pattern = hosts + "/host*/proc_name";
+	out.where = hosts + "/host*/proc_name";
 	std::vector<std::string> names = disk.empty() ? std::vector<std::string>() : hostNames(hosts);
 	for (const std::string &name : names) {
 		const std::string file = hosts + "/" + name + "/proc_name";
@@ -57,8 +58,9 @@ int hostDriverMatch(const char *path, const char *expected, const char *src, int
 			struct stat st {};
 			if (sysroot::lstat(file.c_str(), &st) != 0)
 				continue;
-			vlog(LOG_ERR, "%s:%d can't open %s", src, line, file.c_str());
-			return 0;
+			out.how = HostDriverLine::How::CantOpen;
+			out.where = file;
+			return out;
 		}
 		// The first line, as fgets would give it into 64 bytes.
 		char text[64] = {};
@@ -66,14 +68,29 @@ int hostDriverMatch(const char *path, const char *expected, const char *src, int
 		do
 			got = ::read(fd.get(), text, sizeof(text) - 1);
 		while (got < 0 && errno == EINTR);
-		if (got <= 0)
-			return 0;
-		if (char *nl = static_cast<char *>(std::memchr(text, '\n', static_cast<size_t>(got))))
-			nl[1] = '\0';
-		return std::strcmp(text, expected) == 0 ? 1 : 0;
+		if (got > 0)
+			if (char *nl = static_cast<char *>(std::memchr(text, '\n', static_cast<size_t>(got))))
+				nl[1] = '\0';
+		out.how = HostDriverLine::How::Read;
+		out.text = got > 0 ? text : "";
+		return out;
 	}
-	vlog(LOG_ERR, "%s:%d Can't get sata chip name from pattern %s", src, line, pattern.c_str());
-	return 0;
+	return out;
+}
+
+int hostDriverIs(const HostDriverLine &host, const char *expected, const char *src, int line)
+{
+	switch (host.how) {
+	case HostDriverLine::How::NoMatch:
+		vlog(LOG_ERR, "%s:%d Can't get sata chip name from pattern %s", src, line, host.where.c_str());
+		return 0;
+	case HostDriverLine::How::CantOpen:
+		vlog(LOG_ERR, "%s:%d can't open %s", src, line, host.where.c_str());
+		return 0;
+	case HostDriverLine::How::Read:
+		break;
+	}
+	return host.text == expected ? 1 : 0;
 }
 
 } // namespace vexo::disk

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <syslog.h>
 #include <vexohw/disk_probe.h>
+#include <vexohw/disk_port.h>
 #include <vexohw/smartctl.h>
 
 #include "smartctl/drive_sim.h"
@@ -81,6 +82,25 @@ TEST_F(DriveCalls, DriverProbesTakeTheFirstHostThatHasAProcName)
 	root.remove(hosts + "/host10");
 	EXPECT_EQ(VEXODiskIsMv1475Driver("/dev/sda"), 1);
 	EXPECT_EQ(VEXOSmartctlCommandInterfaceGet("/dev/sda"), sat_command_interface);
+	char type[16] = "";
+	ASSERT_EQ(VEXODiskDeviceTypeGet("/dev/sda", type, sizeof(type)), 0);
+	EXPECT_STREQ(type, "sat");
+	root.write(hosts + "/host2/proc_name", "mvSata\n");
+	EXPECT_EQ(VEXOSmartctlCommandInterfaceGet("/dev/sda"), marvell_command_interface);
+	ASSERT_EQ(VEXODiskDeviceTypeGet("/dev/sda", type, sizeof(type)), 0);
+	EXPECT_STREQ(type, "marvell");
+
+	// With no host at all each of the two probes that an interface
+	// question makes logs at its own place, SoC first.
+	root.remove(hosts);
+	LogCapture none;
+	EXPECT_EQ(VEXOSmartctlCommandInterfaceGet("/dev/sda"), ata_command_interface);
+	std::vector<std::string> places;
+	for (const auto &l : none.lines())
+		if (l.text.find("Can't get sata chip name from pattern /sys/block/sda/device/../../scsi_host/host*/proc_name") !=
+		    std::string::npos)
+			places.push_back(l.text.substr(0, l.text.find(':')));
+	EXPECT_EQ(places, (std::vector<std::string>{"disk/disk_is_mv_soc_driver", "disk/disk_is_mv1475_driver"}));
 }
 
 TEST_F(DriveCalls, SelectionOrder)
