@@ -57,7 +57,11 @@ VEXO_API int DiskEnumHibDevPush(const char *path, DiskEnumHibStatus *status, int
  * Without "vcemd", or without a usable snapshot, /sys is walked; then a null
  * filter (or mask pointer) lists every disk. With "vcemd" alive and a
  * snapshot that holds entries, a null filter is refused: -1, 0x0D00.
- * Only secureErasing is computed afresh for a snapshot entry.
+ * Only secureErasing is computed afresh for a snapshot entry: one look at
+ * the secure erase markers' folder (disk_state.h) serves the whole list,
+ * and only a disk with a marker there is asked VLIBDiskIsSecureErasing.
+ * Cells and records are each malloc'd apart; free them with free(), or
+ * all at once with DiskInfoEnumFree.
  */
 VEXO_API int DiskInfoEnum(DiskEnumFilter *filter, DiskListNode **list);
 /* Frees cells and records; null is allowed. */

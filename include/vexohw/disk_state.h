@@ -15,9 +15,14 @@ VEXO_BEGIN_DECLS
 VEXO_API int VEXODiskIsRunning(const char *path);
 
 /* The marker of a secure erase: while it erases a disk, the erase tool
-   keeps its pid in /run/vexostorage/disks/<name>/.secure_erase.pid
-   (VLIBCProcPidFileCreate) and removes the file when it is done. */
-#define VEXO_SECURE_ERASE_MARKER ".secure_erase.pid"
+   keeps its pid in /run/vexostorage/secure_erase/<name>.pid (<name> the
+   whole disk, "sda"; VLIBCProcPidFileCreate, after making the folder)
+   and removes the file when it is done. The markers of all disks share
+   that one folder and nothing else lives there, so that a reader of many
+   disks learns from one look that no erase runs anywhere. The folder may
+   stay behind, empty. */
+#define VEXO_SECURE_ERASE_DIR "/run/vexostorage/secure_erase"
+#define VEXO_SECURE_ERASE_SUFFIX ".pid"
 /* 1 while the disk's marker names a live process, else 0 (a marker left
    by an eraser that died does not count). Never touches the drive. */
 VEXO_API int VLIBDiskIsSecureErasing(const char *path);

@@ -1,7 +1,8 @@
 // Product questions, answered from the product's fixed description,
 // /etc.defaults/vexoinfo.conf. Each question is one key; "yes" (any case)
-// means true and a missing key or file means no. Nothing is cached: the
-// file is small and a process may be pointed at another root.
+// means true and a missing key or file means no. The answers are never
+// kept: the parsed file is, checked by one stat on every question (see
+// findValue), so a rewritten file or another root answers at once.
 #include <cstdlib>
 #include <cstring>
 #include <strings.h>

@@ -48,6 +48,11 @@ bool formatPair(const char *format, const char *key, const char *value, std::str
 
 // The value of key in a key-value file (the first line that names it wins).
 // 1 found, 0 absent, -1 failure (code recorded by readLines).
+// /etc/vexoinfo.conf and /etc.defaults/vexoinfo.conf are parsed once per
+// process and root, and parsed again when a stat shows another file
+// (device, inode, size, modification or change time), or when the parse
+// was taken so soon after a change that a same-sized rewrite could keep
+// those times.
 int findValue(const char *file, const char *key, std::string &value);
 
 // The pairs of lines[begin, end) into *pHash (allocated when null, cleared

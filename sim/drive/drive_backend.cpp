@@ -54,6 +54,12 @@ void mkdirs(const std::string &dir)
 void appendLog(const std::string &path, const std::string &line)
 {
 	int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+	if (fd < 0 && errno == ENOENT) {
+		// The log's folder is made the first time it is missing, not on
+		// every open.
+		mkdirs(path.substr(0, path.rfind('/')));
+		fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+	}
 	if (fd < 0)
 		return;
 	std::string l = line + "\n";
@@ -64,11 +70,21 @@ void appendLog(const std::string &path, const std::string &line)
 
 std::string readAll(int fd)
 {
+	// Read under the node's lock, so a short read is the end of the file:
+	// a node is one pread, not a seek and two reads.
 	std::string s;
 	char buf[8192];
-	::lseek(fd, 0, SEEK_SET);
-	for (ssize_t n; (n = ::read(fd, buf, sizeof(buf))) > 0;)
-		s.append(buf, n);
+	for (off_t at = 0;;) {
+		ssize_t n = ::pread(fd, buf, sizeof(buf), at);
+		if (n < 0 && errno == EINTR)
+			continue;
+		if (n <= 0)
+			break;
+		s.append(buf, static_cast<std::size_t>(n));
+		at += n;
+		if (static_cast<std::size_t>(n) < sizeof(buf))
+			break;
+	}
 	return s;
 }
 
@@ -512,9 +528,7 @@ int emuOpen(const char *hostPath, const char *appliancePath, int flags)
 				   ? host.substr(0, host.size() - app.size())
 				   : std::string();
 	std::string name = app.substr(app.rfind('/') + 1);
-	std::string dir = root + "/run/vexosim/drive";
-	mkdirs(dir);
-	std::string log = dir + "/" + name + ".log";
+	std::string log = root + "/run/vexosim/drive/" + name + ".log";
 	appendLog(log, "OPEN flags=" + std::to_string(flags));
 	std::lock_guard<std::mutex> lk(gMutex);
 	gNodes[fd] = Node{log};

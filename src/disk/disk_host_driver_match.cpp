@@ -1,7 +1,13 @@
 #include "disk/disk_host_driver_match.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
 #include <string>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 #include "disk/disk_probe_name.h"
@@ -11,24 +17,80 @@
 
 namespace vexo::disk {
 
-int hostDriverMatch(const char *path, const char *expected, const char *src, int line)
+namespace {
+
+// The hosts of the glob "<hosts>/host*/proc_name", in the glob's order. A
+// failure to list reads as no match, as for the glob.
+std::vector<std::string> hostNames(const std::string &hosts)
 {
+	std::vector<std::string> names;
+	DIR *d = sysroot::opendir(hosts.c_str());
+	if (!d)
+		return names;
+	while (struct dirent *e = ::readdir(d))
+		if (std::strncmp(e->d_name, "host", 4) == 0)
+			names.emplace_back(e->d_name);
+	::closedir(d);
+	std::sort(names.begin(), names.end(),
+		  [](const std::string &a, const std::string &b) { return std::strcoll(a.c_str(), b.c_str()) < 0; });
+	return names;
+}
+
+} // namespace
+
+// The probes run several times for every disk question, so the glob's
+// first match is found by opening the candidates in order instead of
+// testing each one and then opening the first: the same file is read, with
+// the same failures, at a third of the system calls.
+HostDriverLine readHostDriver(const char *path)
+{
+	HostDriverLine out;
 	std::string disk = physicalName(shortName(path));
-	std::string pattern = "/sys/block/" + disk + "/device/../../scsi_host/host*/proc_name";
-	std::vector<std::string> matches;
-	if (disk.empty() || sysroot::glob(pattern.c_str(), matches) != 0 || matches.empty()) {
-		vlog(LOG_ERR, "%s:%d Can't get sata chip name from pattern %s", src, line, pattern.c_str());
-		return 0;
+	const std::string hosts = "/sys/block/" + disk + "/device/../../scsi_host";
+	out.where = hosts + "/host*/proc_name";
+	std::vector<std::string> names = disk.empty() ? std::vector<std::string>() : hostNames(hosts);
+	for (const std::string &name : names) {
+		const std::string file = hosts + "/" + name + "/proc_name";
+		UniqueFd fd(sysroot::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+		if (!fd) {
+			// Not there: the glob would not have listed it either. There
+			// but unreadable: it is the first match, and it can't be read.
+			struct stat st {};
+			if (sysroot::lstat(file.c_str(), &st) != 0)
+				continue;
+			out.how = HostDriverLine::How::CantOpen;
+			out.where = file;
+			return out;
+		}
+		// The first line, as fgets would give it into 64 bytes.
+		char text[64] = {};
+		ssize_t got;
+		do
+			got = ::read(fd.get(), text, sizeof(text) - 1);
+		while (got < 0 && errno == EINTR);
+		if (got > 0)
+			if (char *nl = static_cast<char *>(std::memchr(text, '\n', static_cast<size_t>(got))))
+				nl[1] = '\0';
+		out.how = HostDriverLine::How::Read;
+		out.text = got > 0 ? text : "";
+		return out;
 	}
-	UniqueFile f(sysroot::fopen(matches[0].c_str(), "r"));
-	if (!f) {
-		vlog(LOG_ERR, "%s:%d can't open %s", src, line, matches[0].c_str());
+	return out;
+}
+
+int hostDriverIs(const HostDriverLine &host, const char *expected, const char *src, int line)
+{
+	switch (host.how) {
+	case HostDriverLine::How::NoMatch:
+		vlog(LOG_ERR, "%s:%d Can't get sata chip name from pattern %s", src, line, host.where.c_str());
 		return 0;
+	case HostDriverLine::How::CantOpen:
+		vlog(LOG_ERR, "%s:%d can't open %s", src, line, host.where.c_str());
+		return 0;
+	case HostDriverLine::How::Read:
+		break;
 	}
-	char text[64] = {};
-	if (!std::fgets(text, sizeof(text), f.get()))
-		return 0;
-	return std::strcmp(text, expected) == 0 ? 1 : 0;
+	return host.text == expected ? 1 : 0;
 }
 
 } // namespace vexo::disk

@@ -4,7 +4,12 @@
 #include "disk/disk_host_driver_match.h"
 #include "frame/log.h"
 
+int vexo::disk::mv1475DriverIs(const HostDriverLine &host)
+{
+	return hostDriverIs(host, "mv14xx\n", VEXO_AT);
+}
+
 extern "C" VEXO_API int VEXODiskIsMv1475Driver(const char *path)
 {
-	return vexo::disk::hostDriverMatch(path, "mv14xx\n", VEXO_AT);
+	return vexo::disk::mv1475DriverIs(vexo::disk::readHostDriver(path));
 }

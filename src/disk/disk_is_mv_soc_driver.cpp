@@ -4,7 +4,12 @@
 #include "disk/disk_host_driver_match.h"
 #include "frame/log.h"
 
+int vexo::disk::mvSocDriverIs(const HostDriverLine &host)
+{
+	return hostDriverIs(host, "mvSata\n", VEXO_AT);
+}
+
 extern "C" VEXO_API int VEXODiskIsMvSocDriver(const char *path)
 {
-	return vexo::disk::hostDriverMatch(path, "mvSata\n", VEXO_AT);
+	return vexo::disk::mvSocDriverIs(vexo::disk::readHostDriver(path));
 }

@@ -1,10 +1,10 @@
 // Whether a secure erase runs on a disk. The erase tool writes its pid to
-// the disk's run file .secure_erase.pid while it works (see disk_state.h);
-// a marker left by an eraser that died does not count.
+// the disk's marker in /run/vexostorage/secure_erase while it works (see
+// disk_state.h); a marker left by an eraser that died does not count.
 #include <vexohw/disk_state.h>
 #include <vexoplatform/vexocore.h>
 
-#include "disk/disk_probe_name.h"
+#include "disk/secure_erase_markers.h"
 #include "frame/err.h"
 
 extern "C" VEXO_API int VLIBDiskIsSecureErasing(const char *path)
@@ -13,8 +13,7 @@ extern "C" VEXO_API int VLIBDiskIsSecureErasing(const char *path)
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return 0;
 	}
-	std::string name = vexo::disk::physicalName(vexo::disk::shortName(path));
-	std::string marker = "/run/vexostorage/disks/" + name + "/" VEXO_SECURE_ERASE_MARKER;
+	std::string marker = vexo::disk::secureEraseMarker(path);
 	// Asking is not failing: keep the caller's error record as it was.
 	// Places are compile-time strings: the pointer stays good.
 	int code = VLIBCErrGet();

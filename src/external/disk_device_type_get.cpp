@@ -3,6 +3,7 @@
 #include <vexohw/disk_port.h>
 #include <vexohw/disk_probe.h>
 
+#include "disk/disk_host_driver_match.h"
 #include "external/text_out.h"
 #include "frame/err.h"
 
@@ -23,10 +24,14 @@ VEXO_API int VEXODiskDeviceTypeGet(const char *path, char *type, int size)
 		family = "nvme";
 	else if (protocol == 1 || (DiskContainerGet(path, &container) == 0 && container == DISK_CONTAINER_USB))
 		family = "sat";
-	else if (VEXODiskIsMv1475Driver(path) == 1)
-		family = "sat";
-	else if (VEXODiskIsMvSocDriver(path) == 1)
-		family = "marvell";
+	else {
+		// Both driver probes read the same line: read it once.
+		const vexo::disk::HostDriverLine host = vexo::disk::readHostDriver(path);
+		if (vexo::disk::mv1475DriverIs(host) == 1)
+			family = "sat";
+		else if (vexo::disk::mvSocDriverIs(host) == 1)
+			family = "marvell";
+	}
 	return VEXO_PUT_TEXT(type, size, "%s", family);
 }
 

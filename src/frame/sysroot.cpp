@@ -25,7 +25,17 @@ std::string path(std::string_view p)
 {
 	if (p.empty() || p.front() != '/')
 		return std::string(p);
-	return root() + std::string(p);
+	// Every file access composes a path: one allocation, no copy of the root.
+	const char *r = std::getenv("VEXO_SYSROOT");
+	std::string_view rv = r ? std::string_view(r) : std::string_view();
+	while (rv.size() > 1 && rv.back() == '/')
+		rv.remove_suffix(1);
+	if (rv == "/")
+		rv = {};
+	std::string out;
+	out.reserve(rv.size() + p.size());
+	out.append(rv).append(p);
+	return out;
 }
 
 std::string strip(std::string_view host)

@@ -4,6 +4,7 @@
 #include <vexohw/disk_probe.h>
 #include <vexohw/smartctl.h>
 
+#include "disk/disk_host_driver_match.h"
 #include "frame/log.h"
 
 extern "C" VEXO_API DriveCommandInterface VEXOSmartctlCommandInterfaceGet(const char *path)
@@ -24,9 +25,11 @@ extern "C" VEXO_API DriveCommandInterface VEXOSmartctlCommandInterfaceGet(const 
 		return sat_command_interface;
 	if (protocol == VEXO_DISK_PROTOCOL_SCSI)
 		return sas_command_interface;
-	if (VEXODiskIsMvSocDriver(path) == 1)
+	// Both driver probes read the same line: read it once.
+	const vexo::disk::HostDriverLine host = vexo::disk::readHostDriver(path);
+	if (vexo::disk::mvSocDriverIs(host) == 1)
 		return marvell_command_interface;
-	if (VEXODiskIsMv1475Driver(path) == 1)
+	if (vexo::disk::mv1475DriverIs(host) == 1)
 		return sat_command_interface;
 	return ata_command_interface;
 }

@@ -8,6 +8,7 @@
 #include <map>
 #include <json-c/json.h>
 #include <sstream>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -227,6 +228,25 @@ TEST_F(EnumSim, OverviewWalkAndSnapshotAgree)
 		  json_type_null); // USB: not asked
 	EXPECT_STREQ(json_object_get_string(json_object_object_get(json_object_array_get_idx(disks, 2), "location")),
 		     "Unit 3 bay 1 (XU05)");
+
+	// The SMART lists came from the tool once and were cached; a second run
+	// within the hour is served from the cache (which a tool run would have
+	// replaced) and says the same.
+	auto cacheStamp = [](const std::string &name) {
+		struct stat st {};
+		if (::stat((root() + "/run/vexostorage/disks/" + name + "/smart_info_list.cache").c_str(), &st) != 0)
+			return std::string("missing");
+		return std::to_string(st.st_ino) + "@" + std::to_string(st.st_mtim.tv_sec) + "." +
+		       std::to_string(st.st_mtim.tv_nsec);
+	};
+	const std::string sdaCache = cacheStamp("sda"), sdcaCache = cacheStamp("sdca");
+	EXPECT_NE(sdaCache, "missing");
+	EXPECT_NE(sdcaCache, "missing");
+	Ran again = vexohw({"--json", "overview", "--walk"});
+	ASSERT_EQ(again.status, 0) << again.out;
+	EXPECT_EQ(again.out, walk.out);
+	EXPECT_EQ(cacheStamp("sda"), sdaCache);
+	EXPECT_EQ(cacheStamp("sdca"), sdcaCache);
 
 	Ran none = vexohw({"overview", "--snapshot"});
 	EXPECT_EQ(none.status, 1);

@@ -18,6 +18,7 @@
 #include <vexohw/disk.h>
 #include <vexohw/disk_enum.h>
 #include <vexohw/disk_port.h>
+#include <vexohw/disk_state.h>
 
 #include "disk/disk_info_walk.h"
 #include "external/port_map.h"
@@ -142,7 +143,7 @@ protected:
 	}
 	void erasing(const std::string &name) const
 	{
-		root.write("/run/vexostorage/disks/" + name + "/.secure_erase.pid", std::to_string(::getpid()) + "\n");
+		root.write(VEXO_SECURE_ERASE_DIR "/" + name + VEXO_SECURE_ERASE_SUFFIX, std::to_string(::getpid()) + "\n");
 	}
 
 	Sysroot root;
@@ -371,13 +372,56 @@ TEST_F(DiskEnum, SnapshotSizes)
 TEST_F(DiskEnum, SnapshotEntryHasFreshSecureErasing)
 {
 	Vcemd alive(true);
-	root.write(VEXO_DISK_SNAPSHOT, entryBytes("sda", "/dev/sda", 1, 38) + entryBytes("sdb", "/dev/sdb", 1, 39));
+	root.write(VEXO_DISK_SNAPSHOT, entryBytes("sda", "/dev/sda", 1, 38) + entryBytes("sdb", "/dev/sdb", 1, 39) +
+					       entryBytes("sdc", "/dev/sdc", 1, 40));
+	auto erasingFlags = [&] {
+		List l;
+		EXPECT_EQ(enumerate(DISK_CONTAINER_INTERNAL, l), 3);
+		std::vector<int> v;
+		for (const DiskListNode *c = l.head; c; c = c->next) {
+			v.push_back(c->info->secureErasing);
+			// The listing and the one-disk question never disagree.
+			EXPECT_EQ(c->info->secureErasing, VLIBDiskIsSecureErasing(c->info->path)) << c->info->path;
+		}
+		return v;
+	};
+	// No markers' folder at all.
+	ASSERT_FALSE(root.exists(VEXO_SECURE_ERASE_DIR));
+	EXPECT_EQ(erasingFlags(), (std::vector<int>{0, 0, 0}));
+
+	// An erase that begins between two calls is seen by the second.
 	erasing("sdb");
+	EXPECT_EQ(erasingFlags(), (std::vector<int>{0, 1, 0}));
 	List l;
-	ASSERT_EQ(enumerate(DISK_CONTAINER_INTERNAL, l), 2);
-	EXPECT_EQ(l.head->info->secureErasing, 0);
-	EXPECT_EQ(l.head->next->info->secureErasing, 1);
+	ASSERT_EQ(enumerate(DISK_CONTAINER_INTERNAL, l), 3);
 	EXPECT_EQ(l.head->next->info->temperature, 39);
+
+	// A marker whose eraser died does not count, beside one that does.
+	pid_t dead = ::fork();
+	if (dead == 0)
+		::_exit(0);
+	ASSERT_GT(dead, 0);
+	::waitpid(dead, nullptr, 0);
+	root.write(VEXO_SECURE_ERASE_DIR "/sdc" VEXO_SECURE_ERASE_SUFFIX, std::to_string(dead) + "\n");
+	EXPECT_EQ(erasingFlags(), (std::vector<int>{0, 1, 0}));
+
+	// Erases done: the folder stays behind, empty, or holds only strangers.
+	root.remove(VEXO_SECURE_ERASE_DIR "/sdb" VEXO_SECURE_ERASE_SUFFIX);
+	root.remove(VEXO_SECURE_ERASE_DIR "/sdc" VEXO_SECURE_ERASE_SUFFIX);
+	EXPECT_EQ(erasingFlags(), (std::vector<int>{0, 0, 0}));
+	erasing("sdq");
+	root.write(VEXO_SECURE_ERASE_DIR "/sda.tmp", std::to_string(::getpid()) + "\n");
+	EXPECT_EQ(erasingFlags(), (std::vector<int>{0, 0, 0}));
+	erasing("sda");
+	EXPECT_EQ(erasingFlags(), (std::vector<int>{1, 0, 0}));
+
+	// A file where the folder should be holds no marker.
+	root.remove(VEXO_SECURE_ERASE_DIR "/sda" VEXO_SECURE_ERASE_SUFFIX);
+	root.remove(VEXO_SECURE_ERASE_DIR "/sdq" VEXO_SECURE_ERASE_SUFFIX);
+	root.remove(VEXO_SECURE_ERASE_DIR "/sda.tmp");
+	root.remove(VEXO_SECURE_ERASE_DIR);
+	root.write(VEXO_SECURE_ERASE_DIR, std::to_string(::getpid()) + "\n");
+	EXPECT_EQ(erasingFlags(), (std::vector<int>{0, 0, 0}));
 }
 
 TEST_F(DiskEnum, SnapshotWithNullFilterIsRefused)

@@ -101,9 +101,9 @@ TEST_F(DiskState, SataSecureEraseAndRawOpen)
 	EXPECT_ERR(0x0900);
 
 	EXPECT_EQ(VLIBDiskIsSecureErasing("/dev/sda"), 0);
-	root.write("/run/vexostorage/disks/sda/" VEXO_SECURE_ERASE_MARKER, std::to_string(::getpid()));
+	root.write(VEXO_SECURE_ERASE_DIR "/sda" VEXO_SECURE_ERASE_SUFFIX, std::to_string(::getpid()));
 	EXPECT_EQ(VLIBDiskIsSecureErasing("/dev/sda1"), 1);
-	root.write("/run/vexostorage/disks/sda/" VEXO_SECURE_ERASE_MARKER, "garbage");
+	root.write(VEXO_SECURE_ERASE_DIR "/sda" VEXO_SECURE_ERASE_SUFFIX, "garbage");
 	VLIBCErrSetEx(0x1234, "before", 1);
 	EXPECT_EQ(VLIBDiskIsSecureErasing("sda"), 0);
 	EXPECT_ERR(0x1234); // asking left the record alone

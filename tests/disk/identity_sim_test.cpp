@@ -9,6 +9,7 @@
 #include <vexohw/disk.h>
 #include <vexohw/disk_port.h>
 #include <vexohw/disk_probe.h>
+#include <vexohw/disk_state.h>
 
 #include "smartctl/drive_sim.h"
 #include "support/disk_layout.h"
@@ -193,7 +194,7 @@ TEST_F(IdentitySim, NvmeModelFromTheControllerOrTheCache)
 	root.remove("/run/vexosim/drive/nvme0n1.log");
 	root.diskDir("nvme0n1");
 	root.write("/run/vexostorage/disks/nvme0n1/model", "CACHED MODEL");
-	root.write("/run/vexostorage/disks/nvme0n1/.secure_erase.pid", std::to_string(::getpid()) + "\n");
+	root.write(VEXO_SECURE_ERASE_DIR "/nvme0n1" VEXO_SECURE_ERASE_SUFFIX, std::to_string(::getpid()) + "\n");
 	ASSERT_EQ(VEXOLnxDiskGetModel("/dev/nvme0n1", model, sizeof(model)), 0);
 	EXPECT_STREQ(model, "CACHED MODEL");
 	EXPECT_TRUE(commands("nvme0n1").empty());

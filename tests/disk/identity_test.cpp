@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <vexohw/disk_probe.h>
+#include <vexohw/disk_state.h>
 
 #include "support/disk_layout.h"
 
@@ -36,10 +37,10 @@ protected:
 		EXPECT_EQ(VEXOLnxDiskGetVendor("/dev/sda", v, sizeof(v)), 0) << model;
 		return v;
 	}
-	// An eraser at work: its pid (a live one, ours) in the disk's run file.
+	// An eraser at work: its pid (a live one, ours) in the disk's marker.
 	void markSecureErasing(const std::string &name)
 	{
-		root.write("/run/vexostorage/disks/" + name + "/.secure_erase.pid", std::to_string(::getpid()) + "\n");
+		root.write(VEXO_SECURE_ERASE_DIR "/" + name + VEXO_SECURE_ERASE_SUFFIX, std::to_string(::getpid()) + "\n");
 	}
 
 	Sysroot root;

@@ -1,5 +1,8 @@
 // Lock files, numbered locks and product questions.
 #include <chrono>
+#include <ctime>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -156,6 +159,81 @@ TEST(Product, QuestionsReadTheDefaultsEveryTime)
 		EXPECT_EQ(VLIBCSupportSAS(), 0);
 		EXPECT_EQ(VLIBCMaxDiskGet(), 0);
 	}
+}
+
+// The parsed file is kept, so these check that every kind of change is still
+// seen by the next question.
+TEST(Product, KeptParseSeesEveryRewrite)
+{
+	Sysroot root;
+	const char *file = "/etc.defaults/vexoinfo.conf";
+	auto age = [&](int seconds) {
+		timespec t[2];
+		::clock_gettime(CLOCK_REALTIME, &t[0]);
+		t[0].tv_sec -= seconds;
+		t[1] = t[0];
+		ASSERT_EQ(::utimensat(AT_FDCWD, root.host(file).c_str(), t, 0), 0);
+		// Setting the times is a change too: let it settle.
+		::usleep(100 * 1000);
+	};
+	auto inPlace = [&](const std::string &text) {
+		// Same inode, same size, and the old modification time put back:
+		// only the change time tells.
+		struct stat before {};
+		ASSERT_EQ(::stat(root.host(file).c_str(), &before), 0);
+		int fd = ::open(root.host(file).c_str(), O_WRONLY);
+		ASSERT_GE(fd, 0);
+		ASSERT_EQ(::pwrite(fd, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+		::close(fd);
+		timespec t[2] = {before.st_atim, before.st_mtim};
+		ASSERT_EQ(::utimensat(AT_FDCWD, root.host(file).c_str(), t, 0), 0);
+	};
+	root.write(file, "support_sas=\"yes\"\nmaxdisks=\"12\"\nmaxdisks=\"99\"\n");
+	// Asked at once after the write: the parse is not trusted yet.
+	EXPECT_EQ(VLIBCSupportSAS(), 1);
+	root.write(file, "support_sas=\"no_\"\nmaxdisks=\"12\"\nmaxdisks=\"99\"\n");
+	EXPECT_EQ(VLIBCSupportSAS(), 0);
+
+	// A file long settled is kept; a same-sized rewrite in place still shows.
+	age(60);
+	EXPECT_EQ(VLIBCSupportSAS(), 0);
+	EXPECT_EQ(VLIBCMaxDiskGet(), 12); // the first line of a key wins
+	inPlace("support_sas=\"yes\"");
+	EXPECT_EQ(VLIBCSupportSAS(), 1);
+	age(60);
+	EXPECT_EQ(VLIBCSupportSAS(), 1);
+
+	// Replaced by rename, then removed, then back.
+	root.write(file + std::string(".new"), "support_sas=\"no\"\n");
+	ASSERT_EQ(::rename(root.host(file + std::string(".new")).c_str(), root.host(file).c_str()), 0);
+	EXPECT_EQ(VLIBCSupportSAS(), 0);
+	age(60);
+	EXPECT_EQ(VLIBCSupportSAS(), 0);
+	root.remove(file);
+	char value[16] = "untouched";
+	EXPECT_EQ(VLIBCFileGetKeyValue(file, "support_sas", value, sizeof(value), 0), -1);
+	EXPECT_ERR(0x0700);
+	root.write(file, "support_sas=yes\n");
+	age(60);
+	EXPECT_EQ(VLIBCSupportSAS(), 1);
+
+	// Another root answers from its own file, and the first is still kept right.
+	{
+		Sysroot other;
+		other.write(file, "support_sas=no\n");
+		EXPECT_EQ(VLIBCSupportSAS(), 0);
+	}
+	EXPECT_EQ(VLIBCSupportSAS(), 1);
+
+	// /etc/vexoinfo.conf over the defaults, each seen fresh.
+	root.write("/etc/vexoinfo.conf", "upnpmodelname=\"A\"\n");
+	root.write(file, "upnpmodelname=\"D\"\nsupport_sas=yes\n");
+	char model[16] = "";
+	ASSERT_GT(VLIBCINFOGetKeyValue("upnpmodelname", model, sizeof(model)), 0);
+	EXPECT_STREQ(model, "A");
+	root.remove("/etc/vexoinfo.conf");
+	ASSERT_GT(VLIBCINFOGetKeyValue("upnpmodelname", model, sizeof(model)), 0);
+	EXPECT_STREQ(model, "D");
 }
 
 } // namespace

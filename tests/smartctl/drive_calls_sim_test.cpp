@@ -4,6 +4,7 @@
 #include <cstring>
 #include <syslog.h>
 #include <vexohw/disk_probe.h>
+#include <vexohw/disk_port.h>
 #include <vexohw/smartctl.h>
 
 #include "smartctl/drive_sim.h"
@@ -49,6 +50,57 @@ TEST_F(DriveCalls, DriverProbes)
 	EXPECT_EQ(VEXODiskIsMv1475Driver("/dev/sdz"), 0);
 	EXPECT_TRUE(log.has(LOG_ERR, "Can't get sata chip name from pattern /sys/block/sdz/device/../../scsi_host/host*/proc_name"));
 	EXPECT_EQ(VEXOGetDiskDriver("/dev/sdz"), 4);
+}
+
+// The probes read the first host that the glob host*/proc_name would list.
+TEST_F(DriveCalls, DriverProbesTakeTheFirstHostThatHasAProcName)
+{
+	host("sda", "ahci");
+	const std::string hosts = "/sys/devices/pci0/ata1/host0/scsi_host";
+	// "host10" sorts before "host2"; a host without the file and a plain
+	// file named like a host are passed over.
+	root.remove(hosts + "/host0");
+	root.mkdirs(hosts + "/host1");
+	root.write(hosts + "/host00", "not a folder\n");
+	root.write(hosts + "/host10/proc_name", "mvSata\nmv14xx\n");
+	root.write(hosts + "/host2/proc_name", "mv14xx\n");
+	root.write(hosts + "/.host9/proc_name", "mv14xx\n");
+	EXPECT_EQ(VEXODiskIsMvSocDriver("/dev/sda"), 1); // only the first line counts
+	EXPECT_EQ(VEXODiskIsMv1475Driver("/dev/sda"), 0);
+	root.write(hosts + "/host10/proc_name", "mvSata"); // no newline: no match
+	EXPECT_EQ(VEXODiskIsMvSocDriver("/dev/sda"), 0);
+	root.write(hosts + "/host10/proc_name", "");
+	EXPECT_EQ(VEXODiskIsMvSocDriver("/dev/sda"), 0);
+
+	// A proc_name that is there but can't be opened is still the first
+	// match: no falling through to host2.
+	root.remove(hosts + "/host10/proc_name");
+	root.symlink("nowhere", hosts + "/host10/proc_name");
+	LogCapture log;
+	EXPECT_EQ(VEXODiskIsMv1475Driver("/dev/sda"), 0);
+	EXPECT_TRUE(log.has(LOG_ERR, "can't open /sys/block/sda/device/../../scsi_host/host10/proc_name"));
+	root.remove(hosts + "/host10");
+	EXPECT_EQ(VEXODiskIsMv1475Driver("/dev/sda"), 1);
+	EXPECT_EQ(VEXOSmartctlCommandInterfaceGet("/dev/sda"), sat_command_interface);
+	char type[16] = "";
+	ASSERT_EQ(VEXODiskDeviceTypeGet("/dev/sda", type, sizeof(type)), 0);
+	EXPECT_STREQ(type, "sat");
+	root.write(hosts + "/host2/proc_name", "mvSata\n");
+	EXPECT_EQ(VEXOSmartctlCommandInterfaceGet("/dev/sda"), marvell_command_interface);
+	ASSERT_EQ(VEXODiskDeviceTypeGet("/dev/sda", type, sizeof(type)), 0);
+	EXPECT_STREQ(type, "marvell");
+
+	// With no host at all each of the two probes that an interface
+	// question makes logs at its own place, SoC first.
+	root.remove(hosts);
+	LogCapture none;
+	EXPECT_EQ(VEXOSmartctlCommandInterfaceGet("/dev/sda"), ata_command_interface);
+	std::vector<std::string> places;
+	for (const auto &l : none.lines())
+		if (l.text.find("Can't get sata chip name from pattern /sys/block/sda/device/../../scsi_host/host*/proc_name") !=
+		    std::string::npos)
+			places.push_back(l.text.substr(0, l.text.find(':')));
+	EXPECT_EQ(places, (std::vector<std::string>{"disk/disk_is_mv_soc_driver", "disk/disk_is_mv1475_driver"}));
 }
 
 TEST_F(DriveCalls, SelectionOrder)

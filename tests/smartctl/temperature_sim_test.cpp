@@ -150,7 +150,7 @@ TEST_F(Temperature, NotRunningOrErasingLeavesTheDriveAlone)
 	sysfs("sda", "ATA", "VEXO HAT5300-8T", true, "offline");
 	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), -1);
 	sysfs("sda", "ATA", "VEXO HAT5300-8T", true, "running");
-	root.write("/run/vexostorage/disks/sda/" VEXO_SECURE_ERASE_MARKER, std::to_string(::getpid()) + "\n");
+	root.write(VEXO_SECURE_ERASE_DIR "/sda" VEXO_SECURE_ERASE_SUFFIX, std::to_string(::getpid()) + "\n");
 	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda3"), -1);
 	EXPECT_FALSE(root.exists("/run/vexosim/drive/sda.log")); // not even opened
 	EXPECT_TRUE(runs("sg_raw").empty());
@@ -162,7 +162,7 @@ TEST_F(Temperature, NotRunningOrErasingLeavesTheDriveAlone)
 	ASSERT_GT(dead, 0);
 	int st;
 	::waitpid(dead, &st, 0);
-	root.write("/run/vexostorage/disks/sda/" VEXO_SECURE_ERASE_MARKER, std::to_string(dead) + "\n");
+	root.write(VEXO_SECURE_ERASE_DIR "/sda" VEXO_SECURE_ERASE_SUFFIX, std::to_string(dead) + "\n");
 	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 77);
 	EXPECT_EQ(VEXODiskTemperatureGet(nullptr), -1);
 }

@@ -79,38 +79,58 @@ std::string real(double d)
 
 } // namespace
 
-std::string Value::json(int indent) const
+// Written into one string: a box of 60 disks is a few hundred values.
+void Value::jsonTo(std::string &o, int indent) const
 {
-	const std::string pad(indent + 2, ' '), end(indent, ' ');
+	if (const auto *l = std::get_if<List>(&v_)) {
+		if (l->empty()) {
+			o += "[]";
+			return;
+		}
+		o += "[\n";
+		for (size_t i = 0; i < l->size(); ++i) {
+			o.append(indent + 2, ' ');
+			(*l)[i].jsonTo(o, indent + 2);
+			o += i + 1 < l->size() ? ",\n" : "\n";
+		}
+		o.append(indent, ' ');
+		o += ']';
+		return;
+	}
+	if (const auto *ob = std::get_if<Object>(&v_)) {
+		if (ob->empty()) {
+			o += "{}";
+			return;
+		}
+		o += "{\n";
+		for (size_t i = 0; i < ob->size(); ++i) {
+			o.append(indent + 2, ' ');
+			o += quote((*ob)[i].first);
+			o += ": ";
+			(*ob)[i].second.jsonTo(o, indent + 2);
+			o += i + 1 < ob->size() ? ",\n" : "\n";
+		}
+		o.append(indent, ' ');
+		o += '}';
+		return;
+	}
 	struct V {
-		int indent;
-		const std::string &pad, &end;
 		std::string operator()(std::monostate) const { return "null"; }
 		std::string operator()(bool b) const { return b ? "true" : "false"; }
 		std::string operator()(long long i) const { return std::to_string(i); }
 		std::string operator()(double d) const { return real(d); }
 		std::string operator()(const std::string &s) const { return quote(s); }
-		std::string operator()(const List &l) const
-		{
-			if (l.empty())
-				return "[]";
-			std::string o = "[\n";
-			for (size_t i = 0; i < l.size(); ++i)
-				o += pad + l[i].json(indent + 2) + (i + 1 < l.size() ? ",\n" : "\n");
-			return o + end + "]";
-		}
-		std::string operator()(const Object &ob) const
-		{
-			if (ob.empty())
-				return "{}";
-			std::string o = "{\n";
-			for (size_t i = 0; i < ob.size(); ++i)
-				o += pad + quote(ob[i].first) + ": " + ob[i].second.json(indent + 2) +
-				     (i + 1 < ob.size() ? ",\n" : "\n");
-			return o + end + "}";
-		}
+		std::string operator()(const List &) const { return {}; }
+		std::string operator()(const Object &) const { return {}; }
 	};
-	return std::visit(V{indent, pad, end}, v_);
+	o += std::visit(V{}, v_);
+}
+
+std::string Value::json(int indent) const
+{
+	std::string o;
+	jsonTo(o, indent);
+	return o;
 }
 
 std::string Value::text() const

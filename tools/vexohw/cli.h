@@ -41,6 +41,8 @@ public:
 	const Value *get(const std::string &key) const;
 
 	std::string json(int indent = 0) const;
+	// Appends the JSON text of the value to o.
+	void jsonTo(std::string &o, int indent = 0) const;
 	// The value as a table cell (lists joined, null as "-").
 	std::string text() const;
 
