@@ -1,5 +1,4 @@
 // Drive commands through the kernel's HDIO ioctls.
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <linux/hdreg.h>
@@ -32,11 +31,8 @@ VEXO_API int ata_command_interface(int fd, unsigned int command, void *data)
 		return -1;
 	}
 
-	// The kernel fills as many sectors as the header's count says and this
-	// command reads back bytesReturned: the area is sized to that, not to
-	// the largest transfer there could be.
-	const std::size_t area = std::max<std::size_t>(row->bytesReturned, std::size_t{row->sectorCount} * 512);
-	std::vector<unsigned char> buf(4 + area, 0);
+	// The specified area: the header and room for the largest transfer.
+	std::vector<unsigned char> buf(kAtaBufferSize, 0);
 	buf[0] = row->command;
 	buf[1] = row->sectorNumber;
 	buf[2] = row->features;

@@ -93,6 +93,7 @@ inline constexpr ScsiRow kScsiTable[] = {
 	{27, {}, SG_DXFER_NONE, 0},
 };
 
+inline constexpr unsigned kAtaBufferSize = 4 + 126976; // HDIO_DRIVE_CMD header + data area
 inline constexpr unsigned kSenseLength = 32;
 inline constexpr unsigned kSatTimeoutMs = 20000;
 inline constexpr unsigned kScsiTimeoutMs = 30000;
