@@ -31,7 +31,7 @@ VEXO_API int ata_command_interface(int fd, unsigned int command, void *data)
 		return -1;
 	}
 
-	// The specified area: the header and room for the largest transfer.
+	// The header and room for the largest transfer any command here asks for.
 	std::vector<unsigned char> buf(kAtaBufferSize, 0);
 	buf[0] = row->command;
 	buf[1] = row->sectorNumber;
