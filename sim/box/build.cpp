@@ -93,16 +93,8 @@ private:
 
 	static std::string toolsProgram()
 	{
-		char self[PATH_MAX];
-		ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
-		if (n <= 0)
-			return "";
-		self[n] = 0;
-		std::string dir(self);
-		dir.resize(dir.rfind('/'));
-		std::string bin = dir + "/vexosim-tools";
-		char real[PATH_MAX];
-		return ::access(bin.c_str(), X_OK) == 0 && ::realpath(bin.c_str(), real) ? real : "";
+		std::string bin = besideSelf("vexosim-tools");
+		return !bin.empty() && ::access(bin.c_str(), X_OK) == 0 ? bin : "";
 	}
 
 	const Device *find(Where w, int a, int b = 0) const
@@ -436,6 +428,20 @@ private:
 };
 
 } // namespace
+
+std::string besideSelf(const std::string &relative)
+{
+	char self[PATH_MAX];
+	ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
+	if (n <= 0)
+		return "";
+	self[n] = 0;
+	std::string path(self);
+	path.resize(path.rfind('/') + 1);
+	path += relative;
+	char real[PATH_MAX];
+	return ::realpath(path.c_str(), real) ? real : "";
+}
 
 std::string portMask(int first, int count)
 {

@@ -19,4 +19,8 @@ std::string driveNode(const Device &d);
 // map keys hold it ("0xfff").
 std::string portMask(int first, int count);
 
+// The real path of a file of this build, given relative to the folder of
+// the running vexosim (<build>/bin), or "" when it is not there.
+std::string besideSelf(const std::string &relative);
+
 } // namespace vexosim

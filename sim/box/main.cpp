@@ -32,19 +32,7 @@ int usage()
 
 // The drive emulator built beside this program: <build>/bin/vexosim and
 // <build>/sim/drive/libvexosim_drive.so.
-std::string bundledDriveBackend()
-{
-	char self[PATH_MAX];
-	ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
-	if (n <= 0)
-		return "";
-	self[n] = 0;
-	std::string dir(self);
-	dir.resize(dir.rfind('/'));
-	std::string lib = dir + "/../sim/drive/libvexosim_drive.so";
-	char real[PATH_MAX];
-	return ::realpath(lib.c_str(), real) ? real : "";
-}
+std::string bundledDriveBackend() { return vexosim::besideSelf("../sim/drive/libvexosim_drive.so"); }
 
 int runIn(const std::string &dir, char **argv)
 {
