@@ -51,7 +51,7 @@ int AtaSmartFirmAndSerialRead(int fd, DriveCommandInterface iface, char *firmwar
 		return -1;
 	}
 	if (identify[510] == 0xA5 && VEXOSmartChecksum(identify) != 0) {
-		vlog(LOG_ERR, "%s:%d Read identify failed\n", VEXO_AT);
+		vlog(LOG_ERR, "Read identify failed\n");
 		return -1;
 	}
 	identifyString(identify, kIdentifySerialOffset, kIdentifySerialLength, serial);
