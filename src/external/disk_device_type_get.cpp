@@ -22,7 +22,13 @@ VEXO_API int VEXODiskDeviceTypeGet(const char *path, char *type, int size)
 		family = "scsi";
 	else if (protocol == 3)
 		family = "nvme";
-	else if (protocol == 1 || (DiskContainerGet(path, &container) == 0 && container == DISK_CONTAINER_USB))
+	else if (protocol == 1)
+		family = "sat";
+	else if (DiskContainerGet(path, &container) != 0) {
+		vlog(LOG_ERR, "%s:%d Failed to get container", VEXO_AT);
+		VEXO_ERR_PASS();
+		return -1;
+	} else if (container == DISK_CONTAINER_USB)
 		family = "sat";
 	else {
 		// Both driver probes read the same line: read it once.

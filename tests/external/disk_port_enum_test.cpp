@@ -387,6 +387,14 @@ TEST_F(PortEnum, CommandFamily)
 	char tiny[3];
 	EXPECT_EQ(VEXODiskDeviceTypeGet("/dev/sda", tiny, sizeof(tiny)), -1);
 	EXPECT_EQ(VEXODiskDeviceTypeGet(nullptr, tiny, sizeof(tiny)), -1);
+	{
+		// Without port maps a disk has no container, so no family either.
+		root.remove("/etc.defaults/vexoinfo.conf");
+		vexo::external::resetPortMaps();
+		LogCapture log;
+		EXPECT_EQ(family("/dev/sda"), "fail");
+		EXPECT_TRUE(log.has(LOG_ERR, "Failed to get container")) << log.dump();
+	}
 	maps({{"vvos", "yes"}});
 	EXPECT_EQ(family("/dev/sda"), "scsi");
 }

@@ -2,6 +2,7 @@
 #include <vexohw/smart_info.h>
 
 #include "frame/exec.h"
+#include "support/disk_layout.h"
 #include "support/vexotest.h"
 
 using namespace vexo::test;
@@ -13,6 +14,9 @@ protected:
 	void SetUp() override
 	{
 		root.diskDir("sda");
+		// sda in the first internal bay: the command family needs its container.
+		DiskLayout(root).sata("sda", 1);
+		DiskLayout(root).portMaps("4", "2", "1", "");
 		root.write("/usr/bin/smartctl",
 			   "#!/bin/sh\necho run >> '" + root.host("/runs") +
 				   "'\ncat <<'EOF'\n"

@@ -13,6 +13,7 @@
 #include <unistd.h>
 #include <vexohw/smart_info.h>
 
+#include "external/port_map.h"
 #include "support/disk_layout.h"
 #include "support/vexotest.h"
 
@@ -56,6 +57,9 @@ protected:
 	{
 		VLIBCErrClear();
 		root.diskDir("sda");
+		// sda in the first internal bay: the command family needs its container.
+		DiskLayout(root).portMaps("4", "2", "1", "");
+		vexo::external::resetPortMaps();
 	}
 	// /usr/bin/smartctl in the sysroot: records its arguments and each run,
 	// then prints `text`.
