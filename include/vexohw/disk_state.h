@@ -30,6 +30,10 @@ VEXO_API int VLIBDiskIsSecureErasing(const char *path);
    non-blocking). A handle of the device layer, which is the file
    descriptor itself with the kernel backend, or -1 (0x6C00). */
 VEXO_API int VEXOIDiskRawOpen(const char *path);
+/* Makes the disk write out its volatile cache: FLUSH through its command
+   interface, SYNCHRONIZE CACHE on the SCSI interface. 0, or -1 (an NVMe
+   disk: 0xD900, no command sent). */
+VEXO_API int VEXOIDiskFlushBuffer(const char *path);
 /* 1 when the disk is an ATA drive, directly or behind a SAS controller or
    a translating bridge: the kernel's /sys/block/<name>/device/vendor reads
    "ATA". 0 when not (NVMe disks: 0), -1 when the attribute can't be read. */

@@ -117,6 +117,34 @@ TEST_F(DiskState, SataSecureEraseAndRawOpen)
 	EXPECT_EQ(VEXOIDiskRawOpen(nullptr), -1);
 }
 
+// The flush before a spin-down: FLUSH through HDIO on an ATA disk,
+// SYNCHRONIZE CACHE on the SCSI interface, nothing at all on NVMe.
+TEST_F(DiskState, FlushBufferByInterface)
+{
+	EXPECT_EQ(VEXOIDiskFlushBuffer("/dev/sda"), 0); // libata's EINVAL counts as done
+	EXPECT_EQ(last("sda"), "HDIO_DRIVE_CMD args=null -> errno 22: refused: null argument");
+	node("sda", R"({"protocol":"ata","faults":{"flush":{"errno":"EIO"}}})");
+	LogCapture log;
+	EXPECT_EQ(VEXOIDiskFlushBuffer("/dev/sda1"), -1);
+	EXPECT_ERR(0x6C00);
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to flush the buffer of /dev/sda1")) << log.dump();
+
+	// The virtual edition reaches its disks as SCSI.
+	product({{"vvos", "yes"}});
+	node("sda", R"({"protocol":"scsi"})");
+	EXPECT_EQ(VEXOIDiskFlushBuffer("/dev/sda"), 0);
+	EXPECT_NE(last("sda").find("cdb=35"), std::string::npos) << last("sda");
+
+	clearCommands("sda");
+	DiskLayout(root).nvme("nvme0n1", "0000:00:01.2/0000:01:00.0");
+	product({{"support_nvme", "yes"}});
+	EXPECT_EQ(VEXOIDiskFlushBuffer("/dev/nvme0n1"), -1);
+	EXPECT_ERR(0xD900);
+	EXPECT_EQ(VEXOIDiskFlushBuffer(nullptr), -1);
+	EXPECT_ERR(0x0D00);
+	EXPECT_EQ(VEXOIDiskFlushBuffer("/dev/sdz"), -1);
+}
+
 TEST_F(DiskState, ActionDatabase)
 {
 	unsigned flags = 99;
