@@ -801,6 +801,19 @@ TEST_F(DiskEnum, SharedListLifecycle)
 	EXPECT_STREQ(added->info.name, "/sda");
 	EXPECT_EQ(added->warningCountdown, 1);
 	EXPECT_EQ(SharedDiskInfoNodeGetByPath("/dev/sdq", shared, &cell), -1);
+	EXPECT_EQ(cell, shared->next);
+	{
+		// Each missing argument is a bad call with its line; a path that is
+		// not listed is no such call.
+		LogCapture log;
+		EXPECT_EQ(SharedDiskInfoNodeGetByPath("/dev/sdq", shared, &cell), -1);
+		EXPECT_EQ(log.count(LOG_ERR, "Wrong parameter"), 0);
+		EXPECT_EQ(SharedDiskInfoNodeGetByPath(nullptr, shared, &cell), -1);
+		EXPECT_EQ(SharedDiskInfoNodeGetByPath("/dev/sdb", nullptr, &cell), -1);
+		EXPECT_EQ(SharedDiskInfoNodeGetByPath("/dev/sdb", shared, nullptr), -1);
+		EXPECT_EQ(log.count(LOG_ERR, "Wrong parameter"), 3);
+		EXPECT_EQ(cell, shared->next);
+	}
 
 	// Deleting what is not there changes nothing.
 	EXPECT_EQ(SharedDiskInfoNodeDelete("/dev/sdq", &shared), -1);
