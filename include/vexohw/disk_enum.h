@@ -177,7 +177,8 @@ VEXO_API int SharedDiskListTransform(DiskListNode **list, DiskListNode *disks);
 VEXO_API int SharedDiskInfoGet(const char *path, SharedDiskInfo **info);
 /* Appends like DiskListPush; the list takes the record. */
 VEXO_API void SharedDiskListPush(DiskListNode **list, SharedDiskInfo *record);
-/* The cell whose record's path equals path. 0, or -1 when not found. */
+/* The cell whose record's path equals path. 0, or -1 when not found or an
+   argument (the list too) is null. */
 VEXO_API int SharedDiskInfoNodeGetByPath(const char *path, DiskListNode *list, DiskListNode **cell);
 /* Appends SharedDiskInfoGet(path). 0, or -1. */
 VEXO_API int SharedDiskInfoNodeAdd(const char *path, DiskListNode **list);

@@ -114,16 +114,15 @@ SnapshotRead readSnapshot(const DiskEnumFilter *filter, DiskListNode **list, int
 			const DiskInfoFileEntry &e = buf.get()[i];
 			if (!(e.container & mask))
 				continue;
-			// Every field is written below, so no calloc: a box of 60 disks
-			// makes 120 of these.
-			auto *info = static_cast<DiskInfo *>(std::malloc(sizeof(DiskInfo)));
+			// The record is cleared whole, its tail padding too: callers
+			// compare and copy records bytewise.
+			auto *info = static_cast<DiskInfo *>(std::calloc(1, sizeof(DiskInfo)));
 			auto *cell = static_cast<DiskListNode *>(std::malloc(sizeof(DiskListNode)));
 			if (!info || !cell) {
 				std::free(info);
 				std::free(cell);
 				return fail(VEXO_ERR_NOMEM);
 			}
-			std::memset(info->reserved, 0, sizeof(info->reserved));
 			decodeEntry(e, *info);
 			cell->next = nullptr;
 			// The one field that must be current: an erase may have begun

@@ -114,7 +114,7 @@ VEXO_API int SharedDiskInfoGet(const char *path, SharedDiskInfo **info)
 
 VEXO_API int SharedDiskInfoNodeGetByPath(const char *path, DiskListNode *list, DiskListNode **cell)
 {
-	if (!path || !cell) {
+	if (!path || !list || !cell) {
 		vlog(LOG_ERR, "%s:%d Wrong parameter", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;

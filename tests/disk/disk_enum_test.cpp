@@ -2,6 +2,7 @@
 // snapshot and its readers, the lookup by device number, the shared lists.
 #include <atomic>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <string>
@@ -367,6 +368,36 @@ TEST_F(DiskEnum, SnapshotSizes)
 	EXPECT_STREQ(l.head->info->model, "FROM SNAPSHOT");
 	EXPECT_EQ(l.head->info->sizeBytes, 123456789u);
 	EXPECT_EQ(l.head->info->id.slot, -1);
+}
+
+TEST_F(DiskEnum, SnapshotRecordsAreClearedWhole)
+{
+	Vcemd alive(true);
+	root.write(VEXO_DISK_SNAPSHOT, entryBytes("sdx", "/dev/sdx", 1) + entryBytes("sdy", "/dev/sdy", 1) +
+					       entryBytes("sdz", "/dev/sdz", 1));
+	// Blocks of a record's size, full of ones and freed just before: a reader
+	// that does not clear what it allocates hands their bytes on.
+	std::vector<void *> dirty;
+	for (int i = 0; i < 32; ++i) {
+		void *p = std::malloc(sizeof(DiskInfo));
+		ASSERT_NE(p, nullptr);
+		std::memset(p, 0xFF, sizeof(DiskInfo));
+		__asm__ __volatile__("" : : "r"(p) : "memory");
+		dirty.push_back(p);
+	}
+	for (auto it = dirty.rbegin(); it != dirty.rend(); ++it)
+		std::free(*it);
+	List l;
+	ASSERT_EQ(enumerate(DISK_CONTAINER_INTERNAL, l), 3);
+	// Records are compared and copied bytewise, padding and all.
+	const std::size_t end = offsetof(DiskInfo, logicalBlockSize) + sizeof(int32_t);
+	for (const DiskListNode *c = l.head; c; c = c->next) {
+		const auto *bytes = reinterpret_cast<const unsigned char *>(c->info);
+		EXPECT_EQ(std::string(reinterpret_cast<const char *>(c->info->reserved), 12), std::string(12, '\0'));
+		EXPECT_EQ(std::string(reinterpret_cast<const char *>(bytes + end), sizeof(DiskInfo) - end),
+			  std::string(sizeof(DiskInfo) - end, '\0'))
+			<< c->info->name;
+	}
 }
 
 TEST_F(DiskEnum, SnapshotEntryHasFreshSecureErasing)
@@ -770,6 +801,19 @@ TEST_F(DiskEnum, SharedListLifecycle)
 	EXPECT_STREQ(added->info.name, "/sda");
 	EXPECT_EQ(added->warningCountdown, 1);
 	EXPECT_EQ(SharedDiskInfoNodeGetByPath("/dev/sdq", shared, &cell), -1);
+	EXPECT_EQ(cell, shared->next);
+	{
+		// Each missing argument is a bad call with its line; a path that is
+		// not listed is no such call.
+		LogCapture log;
+		EXPECT_EQ(SharedDiskInfoNodeGetByPath("/dev/sdq", shared, &cell), -1);
+		EXPECT_EQ(log.count(LOG_ERR, "Wrong parameter"), 0);
+		EXPECT_EQ(SharedDiskInfoNodeGetByPath(nullptr, shared, &cell), -1);
+		EXPECT_EQ(SharedDiskInfoNodeGetByPath("/dev/sdb", nullptr, &cell), -1);
+		EXPECT_EQ(SharedDiskInfoNodeGetByPath("/dev/sdb", shared, nullptr), -1);
+		EXPECT_EQ(log.count(LOG_ERR, "Wrong parameter"), 3);
+		EXPECT_EQ(cell, shared->next);
+	}
 
 	// Deleting what is not there changes nothing.
 	EXPECT_EQ(SharedDiskInfoNodeDelete("/dev/sdq", &shared), -1);
