@@ -285,38 +285,43 @@ std::vector<uint8_t> Drive::identify(bool packetPage) const
 	return page;
 }
 
+void Drive::eachAttribute(const std::function<void(const AttrRow &)> &fn) const
+{
+	json_object *smart = obj("smart");
+	json_object *attrs = nullptr;
+	if (smart && json_object_object_get_ex(smart, "attributes", &attrs)) {
+		for (size_t i = 0; i < json_object_array_length(attrs) && i < 30; ++i) {
+			json_object *a = json_object_array_get_idx(attrs, i);
+			fn({static_cast<int>(jnum(a, "id", 0)), static_cast<int>(jnum(a, "flags", 0)),
+			    static_cast<int>(jnum(a, "value", 100)), static_cast<int>(jnum(a, "worst", 100)),
+			    static_cast<int>(jnum(a, "threshold", 0)), jnum(a, "raw", 0)});
+		}
+		return;
+	}
+	const bool ssd = num("rotation_rate", 7200) == 1;
+	int n = 0;
+	for (const auto &d : kDefaultAttrs)
+		if (!(ssd && d.spinning) && n++ < 30)
+			fn({d.id, d.flags, d.value, d.worst, d.threshold, d.raw < 0 ? num("temperature", 35) : d.raw});
+}
+
 std::vector<uint8_t> Drive::smartValues() const
 {
 	std::vector<uint8_t> page(512, 0);
 	uint8_t *p = page.data();
 	json_object *smart = obj("smart");
 	putWord(p, 0, 0x0010);
-	json_object *attrs = nullptr;
 	int slot = 0;
-	auto put = [&](int id, int flags, int value, int worst, int64_t raw) {
-		if (slot >= 30)
-			return;
+	eachAttribute([&](const AttrRow &r) {
 		uint8_t *a = p + 2 + 12 * slot++;
-		a[0] = static_cast<uint8_t>(id);
-		a[1] = flags & 0xFF;
-		a[2] = (flags >> 8) & 0xFF;
-		a[3] = static_cast<uint8_t>(value);
-		a[4] = static_cast<uint8_t>(worst);
+		a[0] = static_cast<uint8_t>(r.id);
+		a[1] = r.flags & 0xFF;
+		a[2] = (r.flags >> 8) & 0xFF;
+		a[3] = static_cast<uint8_t>(r.value);
+		a[4] = static_cast<uint8_t>(r.worst);
 		for (int i = 0; i < 6; ++i)
-			a[5 + i] = (static_cast<uint64_t>(raw) >> (8 * i)) & 0xFF;
-	};
-	if (smart && json_object_object_get_ex(smart, "attributes", &attrs)) {
-		for (size_t i = 0; i < json_object_array_length(attrs); ++i) {
-			json_object *a = json_object_array_get_idx(attrs, i);
-			put(jnum(a, "id", 0), jnum(a, "flags", 0), jnum(a, "value", 100), jnum(a, "worst", 100),
-			    jnum(a, "raw", 0));
-		}
-	} else {
-		bool ssd = num("rotation_rate", 7200) == 1;
-		for (const auto &d : kDefaultAttrs)
-			if (!(ssd && d.spinning))
-				put(d.id, d.flags, d.value, d.worst, d.raw < 0 ? num("temperature", 35) : d.raw);
-	}
+			a[5 + i] = (static_cast<uint64_t>(r.raw) >> (8 * i)) & 0xFF;
+	});
 	p[362] = 0x82;
 	p[363] = static_cast<uint8_t>(jnum(smart, "self_test_execution_status", 0));
 	p[367] = 0x7B;
@@ -351,26 +356,13 @@ std::vector<uint8_t> Drive::smartThresholds() const
 {
 	std::vector<uint8_t> page(512, 0);
 	uint8_t *p = page.data();
-	json_object *smart = obj("smart");
 	putWord(p, 0, 0x0010);
-	json_object *attrs = nullptr;
 	int slot = 0;
-	if (smart && json_object_object_get_ex(smart, "attributes", &attrs)) {
-		for (size_t i = 0; i < json_object_array_length(attrs) && slot < 30; ++i, ++slot) {
-			json_object *a = json_object_array_get_idx(attrs, i);
-			p[2 + 12 * slot] = static_cast<uint8_t>(jnum(a, "id", 0));
-			p[3 + 12 * slot] = static_cast<uint8_t>(jnum(a, "threshold", 0));
-		}
-	} else {
-		bool ssd = num("rotation_rate", 7200) == 1;
-		for (const auto &d : kDefaultAttrs) {
-			if (ssd && d.spinning)
-				continue;
-			p[2 + 12 * slot] = static_cast<uint8_t>(d.id);
-			p[3 + 12 * slot] = static_cast<uint8_t>(d.threshold);
-			++slot;
-		}
-	}
+	eachAttribute([&](const AttrRow &r) {
+		p[2 + 12 * slot] = static_cast<uint8_t>(r.id);
+		p[3 + 12 * slot] = static_cast<uint8_t>(r.threshold);
+		++slot;
+	});
 	sealPage(p);
 	return page;
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <json-c/json.h>
 #include <string>
 #include <vector>
@@ -73,6 +74,13 @@ private:
 
 	std::vector<uint8_t> smartValues() const;
 	std::vector<uint8_t> smartThresholds() const;
+	// The drive's attribute rows, in slot order (at most 30): the node's
+	// own, or the healthy defaults for its kind.
+	struct AttrRow {
+		int id, flags, value, worst, threshold;
+		int64_t raw;
+	};
+	void eachAttribute(const std::function<void(const AttrRow &)> &fn) const;
 	bool thresholdExceeded() const;
 	bool smartLog(unsigned addr, bool gpl, std::vector<uint8_t> &pages) const;
 	bool scsiLogPage(unsigned page, std::vector<uint8_t> &out) const;
