@@ -149,8 +149,6 @@ TEST_F(PortCheck, NvmeLocations)
 		EXPECT_EQ(VEXODiskPortCheck(name.c_str()), type[i]) << name;
 	}
 	EXPECT_EQ(VEXODiskPortCheck("/dev/nvme0n1p1"), 7);
-	EXPECT_EQ(VEXONVMeDevIsU2Slot("/dev/nvme3n1"), 1);
-	EXPECT_EQ(VEXONVMeDevIsU2Slot("/dev/nvme2n1"), 0);
 	char path[32];
 	ASSERT_EQ(VEXONVMeDevGetByLoc(0, 4, path, sizeof(path)), 0);
 	EXPECT_STREQ(path, "/dev/nvme3n1");

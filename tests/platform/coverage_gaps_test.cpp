@@ -28,22 +28,18 @@ TEST_F(Board, NvmeSlotTypeTakesTheEntryNearestTheDisk)
 	// behind it has its own cache entry, which wins for the disk below it.
 	disks.nvme("nvme0n1", "0000:00:01.0/0000:01:00.0");
 	disks.nvme("nvme1n1", "0000:00:01.0/0000:02:00.0");
-	disks.nvme("nvme2n1", "0000:00:1d.0");
 	disks.nvme("nvme3n1", "0000:00:1d.1");
-	disks.nvme("nvme4n1", "0000:00:1d.2");
 	disks.nvme("nvme5n1", "0000:00:1d.3");
 	disks.nvme("nvme6n1", "0000:00:1f.0");
 	disks.platform(R"({"model": "VQ300", "nvme_slots": [
 	  {"pci": "0000:00:01.0", "slot": 0, "location": 1, "type": "internal"},
 	  {"pci": "0000:01:00.0", "slot": 0, "location": 2, "type": "cache"},
-	  {"pci": "0000:00:1d.0", "slot": 0, "location": 3, "type": "blocked"},
 	  {"pci": "0000:00:1d.1", "slot": 0, "location": 4, "type": "u2"},
-	  {"pci": "0000:00:1d.2", "slot": 0, "location": 5, "type": "system"},
 	  {"pci": "0000:00:1d.3", "slot": 0, "location": 6, "type": "spare"}]})");
 	const std::pair<const char *, int> rows[] = {
 		{"nvme0n1p2", VEXO_NVME_PORT_CACHE},
-		{"/dev/nvme1n1", VEXO_NVME_PORT_INTERNAL}, {"/dev/nvme2n1", VEXO_NVME_PORT_BLOCKED},
-		{"/dev/nvme3n1p1", VEXO_NVME_PORT_U2},	   {"/dev/nvme4n1", VEXO_NVME_PORT_SYSTEM},
+		{"/dev/nvme1n1", VEXO_NVME_PORT_INTERNAL},
+		{"/dev/nvme3n1p1", VEXO_NVME_PORT_U2},
 		{"/dev/nvme5n1", VEXO_NVME_PORT_NONE}, // a type the table does not know
 		{"/dev/nvme6n1", VEXO_NVME_PORT_NONE}, // no entry on its path
 		{"/dev/nvme0", VEXO_NVME_PORT_NONE},   // the controller, not a namespace
