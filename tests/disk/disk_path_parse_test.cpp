@@ -263,7 +263,6 @@ TEST_F(DiskNames, M2SataDisks)
 	EXPECT_EQ(DiskIndexAndSlotGet("nvc3", &port, &slot), -1);
 	EXPECT_EQ(port, 77);
 	EXPECT_TRUE(log.has(LOG_ERR, "DiskInexAndSlotRemap: nvc3 port no 4 out of expection"));
-	EXPECT_TRUE(log.has(LOG_ERR, "disk index and slot remap failed"));
 
 	// Another model has no board M.2 SATA slots at all.
 	disks.platform(R"({"model": "VQ120"})");
@@ -281,12 +280,10 @@ TEST_F(DiskNames, M2SataDisks)
 	// A card slot missing from extensionPorts.
 	root.write("/etc.defaults/extensionPorts", "[pci]\npci9=\"\"\npci2=\"0000:00:1d.0\"\n");
 	EXPECT_EQ(DiskIndexAndSlotGet("nvc1", &port, &slot), -1);
-	EXPECT_TRUE(log.has(LOG_ERR, "find no pci device id"));
 	EXPECT_TRUE(log.has(LOG_ERR, "Fail to get disk PCI slot: nvc1"));
 
 	// A disk gone from /sys.
 	EXPECT_EQ(DiskIndexAndSlotGet("nvc9", &port, &slot), -1);
-	EXPECT_TRUE(log.has(LOG_ERR, "glob found nothing: /sys/block/nvc9/../../../../../ata_port/ata*/port_no"));
 	EXPECT_TRUE(log.has(LOG_ERR, "Fail to get disk host port: nvc9"));
 	EXPECT_EQ(DiskIndexAndSlotGet(nullptr, &port, &slot), -1);
 	EXPECT_TRUE(log.has(LOG_ERR, "Bad Parameters"));
