@@ -9,7 +9,6 @@
 #include <json-c/json.h>
 #include <sstream>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <vexohw/disk_enum.h>
@@ -58,36 +57,10 @@ struct Ran {
 	std::string out;
 };
 
-// Runs argv with stdout (and stderr when asked) captured.
-Ran run(std::vector<std::string> argv, bool withStderr = false)
+Ran run(const std::vector<std::string> &argv, bool withStderr = false)
 {
-	int fds[2];
-	if (::pipe(fds) != 0)
-		return {};
-	pid_t pid = ::fork();
-	if (pid == 0) {
-		::dup2(fds[1], 1);
-		if (withStderr)
-			::dup2(fds[1], 2);
-		::close(fds[0]);
-		::close(fds[1]);
-		std::vector<char *> args;
-		for (auto &a : argv)
-			args.push_back(a.data());
-		args.push_back(nullptr);
-		::execv(args[0], args.data());
-		::_exit(126);
-	}
-	::close(fds[1]);
 	Ran r;
-	char buf[4096];
-	ssize_t n;
-	while ((n = ::read(fds[0], buf, sizeof buf)) > 0)
-		r.out.append(buf, static_cast<size_t>(n));
-	::close(fds[0]);
-	int st = 0;
-	::waitpid(pid, &st, 0);
-	r.status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+	r.status = vexo::test::runProgram(argv, &r.out, withStderr);
 	return r;
 }
 

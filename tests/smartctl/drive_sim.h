@@ -56,6 +56,32 @@ protected:
 		auto c = commands(name);
 		return c.empty() ? std::string() : c.back();
 	}
+	int countOf(const std::string &name, const std::string &what) const
+	{
+		int n = 0;
+		for (auto &l : commands(name))
+			n += l.find(what) != std::string::npos;
+		return n;
+	}
+	void clearCommands(const std::string &name) { root.remove("/run/vexosim/drive/" + name + ".log"); }
+	// The port maps; vvos makes every disk SCSI.
+	void ports(bool vvos)
+	{
+		root.conf("/etc.defaults/vexoinfo.conf", {{"internalportcfg", "0xff"},
+							  {"usbportcfg", "0xff0000"},
+							  {"esataportcfg", "0x0"},
+							  {"vvos", vvos ? "yes" : "no"}});
+	}
+	// /sys/block/<name> under a SCSI host served by `driver`.
+	void host(const std::string &name, const std::string &driver)
+	{
+		std::string dev = "/sys/devices/pci0/ata1/host0/target0:0:0/0:0:0:0";
+		root.mkdirs(dev + "/block/" + name);
+		root.write("/sys/devices/pci0/ata1/host0/scsi_host/host0/proc_name", driver + "\n");
+		root.mkdirs("/sys/block");
+		root.symlink("../devices/pci0/ata1/host0/target0:0:0/0:0:0:0/block/" + name, "/sys/block/" + name);
+		root.symlink("../../../0:0:0:0", dev + "/block/" + name + "/device");
+	}
 
 	Sysroot root;
 

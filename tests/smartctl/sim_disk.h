@@ -62,14 +62,6 @@ protected:
 			out.push_back(l);
 		return out;
 	}
-	int countOf(const std::string &name, const std::string &what) const
-	{
-		int n = 0;
-		for (auto &l : commands(name))
-			n += l.find(what) != std::string::npos;
-		return n;
-	}
-	void clearCommands(const std::string &name) { root.remove("/run/vexosim/drive/" + name + ".log"); }
 };
 
 } // namespace vexo::test

@@ -1,8 +1,7 @@
 // Debug overrides of a SMART attribute list: the override section is named
 // by the drive's true serial, which the emulated drive answers.
-#include <vexohw/smart_info.h>
-
 #include "smartctl/drive_sim.h"
+#include "smartctl/smart_util.h"
 #include "support/disk_layout.h"
 
 using namespace vexo::test;
@@ -10,11 +9,6 @@ using namespace vexo::test;
 namespace {
 
 const bool kBackend = installDriveEmulator();
-
-struct ListGuard {
-	SmartInfoEntry *l = nullptr;
-	~ListGuard() { VEXODiskSmartInfoFree(l); }
-};
 
 class SmartInfoOverride : public DriveSim {
 protected:

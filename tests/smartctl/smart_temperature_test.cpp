@@ -4,10 +4,11 @@
 #include <string>
 #include <syslog.h>
 #include <vexohw/smart_serial.h>
+#include <vexohw/smartctl.h>
 #include <vexohw/smart_temperature.h>
 
 #include "smartctl/sg_dump_read.h"
-#include "support/vexotest.h"
+#include "smartctl/smart_util.h"
 
 using namespace vexo::test;
 using vexo::smart::sctSupportFromIdentifyDump;
@@ -26,21 +27,6 @@ void putSlot(unsigned char *page, int index, unsigned char id, std::initializer_
 		s[5 + i++] = b;
 }
 
-std::string capture(const std::string &name)
-{
-	Sysroot none; // the reader of the source tree needs no root
-	std::FILE *f = std::fopen((sourceDir() + "/tests/smartctl/data/" + name).c_str(), "r");
-	std::string s;
-	if (f) {
-		char b[4096];
-		size_t n;
-		while ((n = std::fread(b, 1, sizeof(b), f)) > 0)
-			s.append(b, n);
-		std::fclose(f);
-	}
-	return s;
-}
-
 // The capture with the byte at 200 (ninth byte of line c0) replaced.
 std::string withByte200(std::string dump, const char *hex)
 {
@@ -51,6 +37,20 @@ std::string withByte200(std::string dump, const char *hex)
 }
 
 } // namespace
+
+// IDENTIFY and SMART text fields are stored with each pair of bytes swapped.
+TEST(ByteOrder, SwapTouchesExactlyTwoBytes)
+{
+	char model[10] = "EVOXAH5T!";
+	for (int i = 0; i < 8; i += 2)
+		VEXOSmartEndianSwap2(model + i);
+	EXPECT_STREQ(model, "VEXOHAT5!");
+	swap2(model + 1); // an odd address is fine
+	EXPECT_STREQ(model, "VXEOHAT5!");
+	VEXOSmartEndianSwap2(nullptr);
+	swap2(nullptr);
+	EXPECT_EQ(isbigendian(), __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__ ? 1 : 0);
+}
 
 TEST(RawValue, TemperatureIdsTakeTheFirstRawByteOthersAllSix)
 {

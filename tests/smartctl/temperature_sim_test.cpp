@@ -1,61 +1,21 @@
 // VEXODiskTemperatureGet against the emulated drive: each source in its
 // turn, the ceiling, the SCSI page rule, and that a disk that isn't running
 // or is being erased is not touched at all.
-#include <fstream>
-#include <sstream>
 #include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 #include <vexohw/disk_state.h>
 #include <vexohw/smart_temperature.h>
 
+#include "frame/exec.h"
 #include "smartctl/sim_disk.h"
+#include "smartctl/smart_util.h"
 
 using namespace vexo::test;
 
 namespace {
 
 const bool kBackend = installDriveEmulator();
-
-std::string capture(const std::string &name)
-{
-	std::ifstream in(sourceDir() + "/tests/smartctl/data/" + name);
-	std::stringstream s;
-	s << in.rdbuf();
-	return s.str();
-}
-
-// bin/vexohw with args, in this process's sysroot and device backend; its
-// standard output.
-std::string cli(const std::vector<std::string> &args)
-{
-	int fds[2];
-	if (::pipe(fds) != 0)
-		return {};
-	std::string exe = buildDir() + "/bin/vexohw";
-	pid_t pid = ::fork();
-	if (pid == 0) {
-		::dup2(fds[1], 1);
-		::close(fds[0]);
-		::close(fds[1]);
-		std::vector<char *> argv{exe.data()};
-		for (const auto &a : args)
-			argv.push_back(const_cast<char *>(a.c_str()));
-		argv.push_back(nullptr);
-		::execv(exe.c_str(), argv.data());
-		::_exit(126);
-	}
-	::close(fds[1]);
-	std::string out;
-	char b[1024];
-	ssize_t n;
-	while ((n = ::read(fds[0], b, sizeof(b))) > 0)
-		out.append(b, static_cast<size_t>(n));
-	::close(fds[0]);
-	int st;
-	::waitpid(pid, &st, 0);
-	return out;
-}
 
 const char *kSmartRead = "args=b000d001"; // SMART READ DATA through HDIO
 
@@ -79,6 +39,16 @@ protected:
 		root.write("/tmp/.disk_status_debug", "[OTHER]\ntemp=1\n[ZL2K4T7C]\ntemp=" + value + "\n");
 	}
 	void sctFlag(int v) { root.write("/run/vexostorage/disks/sda/sct_cmd_support", std::to_string(v)); }
+	// bin/vexohw in this root and device backend; its standard output.
+	std::string cli(std::vector<std::string> args)
+	{
+		ScopedEnv noRoot("VEXO_SYSROOT", nullptr); // the CLI's own path is not under the root
+		args.insert(args.begin(), buildDir() + "/bin/vexohw");
+		vexo::exec::Options o;
+		o.env = {"VEXO_SYSROOT=" + root.root()};
+		o.timeoutMs = 60000;
+		return vexo::exec::run(args, o).out;
+	}
 };
 
 TEST_F(Temperature, EachSourceInItsTurn)

@@ -198,6 +198,44 @@ int inChild(const std::function<int()> &fn)
 	return 128 + (WIFSIGNALED(st) ? WTERMSIG(st) : 0);
 }
 
+int runProgram(const std::vector<std::string> &argv, std::string *out, bool withStderr)
+{
+	int fds[2];
+	if (::pipe(fds) != 0)
+		return -1;
+	pid_t pid = ::fork();
+	if (pid < 0)
+		return -1;
+	if (pid == 0) {
+		::dup2(fds[1], STDOUT_FILENO);
+		if (withStderr) {
+			::dup2(fds[1], STDERR_FILENO);
+		} else {
+			int devnull = ::open("/dev/null", O_WRONLY);
+			::dup2(devnull, STDERR_FILENO);
+		}
+		::close(fds[0]);
+		::close(fds[1]);
+		std::vector<char *> args;
+		for (const auto &a : argv)
+			args.push_back(const_cast<char *>(a.c_str()));
+		args.push_back(nullptr);
+		::execvp(args[0], args.data());
+		::_exit(127);
+	}
+	::close(fds[1]);
+	std::string text;
+	char buf[4096];
+	for (ssize_t n; (n = ::read(fds[0], buf, sizeof(buf))) > 0;)
+		text.append(buf, static_cast<std::size_t>(n));
+	::close(fds[0]);
+	int status = 0;
+	::waitpid(pid, &status, 0);
+	if (out)
+		*out = text;
+	return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
 pid_t startNamedProcess(const std::string &name)
 {
 	pid_t pid = ::fork();

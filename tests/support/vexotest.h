@@ -88,6 +88,12 @@ private:
 // parent: return non-zero instead.
 int inChild(const std::function<int()> &fn);
 
+// Runs argv (searched in the host's PATH, not under the sysroot) with its
+// standard output, and its error output when asked, gathered in *out (when
+// given); stderr otherwise goes to /dev/null. Gives the exit status, or
+// 128+signal when it died.
+int runProgram(const std::vector<std::string> &argv, std::string *out = nullptr, bool withStderr = false);
+
 // Starts a process whose name (comm) is `name` and that sleeps until killed.
 pid_t startNamedProcess(const std::string &name);
 
