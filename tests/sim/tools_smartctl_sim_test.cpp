@@ -261,27 +261,21 @@ TEST_F(SmartctlTool, RawValueFormats)
 		{105, 365, "temp10x", "36.5"},
 		{107, 0, "no-such-format", "0"},
 	};
-	// A drive holds 30 attributes: as many drives as it takes.
-	for (size_t first = 0; first < std::size(rows); first += 30) {
-		size_t n = std::min<size_t>(30, std::size(rows) - first);
-		std::string attrs;
-		for (size_t i = first; i < first + n; ++i) {
-			const Row &r = rows[i];
-			char b[256];
-			std::snprintf(b, sizeof b,
-				      R"(%s{"id":%d,"flags":34,"value":100,"worst":100,"threshold":0,"raw":%llu%s%s%s})",
-				      attrs.empty() ? "" : ",", r.id, static_cast<unsigned long long>(r.raw),
-				      r.format ? R"(,"format":")" : "", r.format ? r.format : "", r.format ? "\"" : "");
-			attrs += b;
-		}
-		root.remove("/dev/sda");
-		node("sda", R"({"protocol":"ata","rotation_rate":7200,"smart":{"attributes":[)" + attrs + "]}}");
-		ToolRun r = run({"/usr/bin/smartctl", "-d", "sat", "-A", "/dev/sda"});
-		std::vector<std::string> s = attributeSection(r.out);
-		ASSERT_EQ(s.size(), n + 2) << r.out;
-		for (size_t i = 0; i < n; ++i)
-			EXPECT_EQ(s[i + 2].substr(87), rows[first + i].text) << s[i + 2];
+	static_assert(std::size(rows) <= 30, "a drive holds 30 attributes");
+	std::string attrs;
+	for (const Row &r : rows) {
+		char b[256];
+		std::snprintf(b, sizeof b, R"(%s{"id":%d,"flags":34,"value":100,"worst":100,"threshold":0,"raw":%llu%s%s%s})",
+			      attrs.empty() ? "" : ",", r.id, static_cast<unsigned long long>(r.raw),
+			      r.format ? R"(,"format":")" : "", r.format ? r.format : "", r.format ? "\"" : "");
+		attrs += b;
 	}
+	node("sda", R"({"protocol":"ata","rotation_rate":7200,"smart":{"attributes":[)" + attrs + "]}}");
+	ToolRun r = run({"/usr/bin/smartctl", "-d", "sat", "-A", "/dev/sda"});
+	std::vector<std::string> s = attributeSection(r.out);
+	ASSERT_EQ(s.size(), std::size(rows) + 2) << r.out;
+	for (size_t i = 0; i < std::size(rows); ++i)
+		EXPECT_EQ(s[i + 2].substr(87), rows[i].text) << s[i + 2];
 }
 
 // The health verdict and the exit status bits, from the drive's own
