@@ -127,8 +127,9 @@ TEST_F(SgTools, Failures)
 		ToolRun r = run(c.argv);
 		EXPECT_EQ(r.status, c.status) << r.err;
 		EXPECT_EQ(r.err.substr(0, c.errStart.size()), c.errStart);
-		if (c.argv[0] != logs) // sg_logs prints the device's INQUIRY line first
+		if (c.argv[0] != logs) { // sg_logs prints the device's INQUIRY line first
 			EXPECT_EQ(r.out, "");
+		}
 	}
 }
 
