@@ -25,6 +25,7 @@ VEXO_BEGIN_DECLS
 #define VEXO_ERR_READ           0x0A00 /* reading or parsing a file failed */
 #define VEXO_ERR_WRITE          0x0B00 /* writing a file failed */
 #define VEXO_ERR_BAD_PARAM      0x0D00 /* null pointer, non-positive size, out of range */
+#define VEXO_ERR_INTERNAL       0x0F00 /* an unexpected internal failure; the log line says what */
 #define VEXO_ERR_NET            0x1100 /* network transfer failed */
 #define VEXO_ERR_DB_KEY         0x2000 /* key missing from a database document */
 #define VEXO_ERR_LSEEK          0x2600 /* lseek failed */
