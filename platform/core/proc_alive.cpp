@@ -13,8 +13,7 @@
 #include <vexoplatform/vexocore.h>
 
 #include "frame/err.h"
-#include "frame/sysroot.h"
-#include "frame/unique.h"
+#include "frame/path_read.h"
 #include "text_file.h"
 
 namespace {
@@ -22,17 +21,12 @@ namespace {
 // The state letter of /proc/<pid>/stat, or 0 when the process is gone.
 char procState(pid_t pid)
 {
-	char path[64];
-	std::snprintf(path, sizeof(path), "/proc/%d/stat", static_cast<int>(pid));
-	vexo::UniqueFile f(std::fopen(path, "re"));
-	if (!f)
-		return 0;
-	char line[512];
-	if (!std::fgets(line, sizeof(line), f.get()))
+	std::string line;
+	if (!vexo::PathDir::host("/proc").readLine(std::to_string(pid) + "/stat", line, 512, true))
 		return 0;
 	// The name in parentheses may hold anything, so look after the last ')'.
-	const char *close = std::strrchr(line, ')');
-	return close && close[1] == ' ' ? close[2] : 0;
+	std::size_t close = line.rfind(')');
+	return close != std::string::npos && close + 2 < line.size() && line[close + 1] == ' ' ? line[close + 2] : 0;
 }
 
 // Alive means running in any state but a zombie or dead one.
@@ -44,15 +38,11 @@ bool pidAlive(pid_t pid)
 	return s != 0 && s != 'Z' && s != 'X' && s != 'x';
 }
 
-std::string commOf(pid_t pid)
+std::string commOf(const vexo::PathDir &proc, const char *pid)
 {
-	char path[64];
-	std::snprintf(path, sizeof(path), "/proc/%d/comm", static_cast<int>(pid));
-	vexo::UniqueFile f(std::fopen(path, "re"));
-	char comm[64];
-	if (!f || !std::fgets(comm, sizeof(comm), f.get()))
+	std::string comm;
+	if (!proc.readLine(std::string(pid) + "/comm", comm, 64))
 		return {};
-	comm[strcspn(comm, "\n")] = '\0';
 	return comm;
 }
 
@@ -93,7 +83,7 @@ void remember(const std::string &want, pid_t pid)
 	if (fd < 0)
 		return;
 	// The pid might have been recycled between the scan and the open.
-	if (commOf(pid) != want) {
+	if (commOf(vexo::PathDir::host("/proc"), std::to_string(pid).c_str()) != want) {
 		::close(fd);
 		return;
 	}
@@ -118,18 +108,16 @@ bool nameAlive(const char *name)
 	DIR *d = ::opendir("/proc");
 	if (!d)
 		return false;
+	vexo::PathDir proc = vexo::PathDir::host("/proc");
 	pid_t hit = -1;
 	while (struct dirent *e = ::readdir(d)) {
 		char *end = nullptr;
 		long pid = std::strtol(e->d_name, &end, 10);
 		if (pid <= 0 || *end)
 			continue;
-		std::string path = std::string("/proc/") + e->d_name + "/comm";
-		vexo::UniqueFile f(std::fopen(path.c_str(), "re"));
-		char comm[64];
-		if (!f || !std::fgets(comm, sizeof(comm), f.get()))
+		std::string comm = commOf(proc, e->d_name);
+		if (comm.empty())
 			continue;
-		comm[strcspn(comm, "\n")] = '\0';
 		if (want == comm && pidAlive(static_cast<pid_t>(pid))) {
 			hit = static_cast<pid_t>(pid);
 			break;
@@ -162,16 +150,14 @@ VEXOP_API pid_t VLIBCReadPidFile(const char *path)
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
-	vexo::UniqueFile f(vexo::sysroot::fopen(path, "re"));
-	if (!f) {
-		VEXO_ERR(errno == ENOENT ? VEXO_ERR_NOENT : VEXO_ERR_READ);
+	// One number, with white space around it.
+	int64_t pid = 0;
+	vexo::ReadFail why = vexo::ReadFail::None;
+	if (!vexo::readI64(path, pid, &why)) {
+		VEXO_ERR(why == vexo::ReadFail::Open && errno == ENOENT ? VEXO_ERR_NOENT : VEXO_ERR_READ);
 		return -1;
 	}
-	long pid = 0;
-	char extra;
-	// One number, optionally followed by white space.
-	int n = std::fscanf(f.get(), "%ld", &pid);
-	if (n != 1 || pid <= 0 || pid > 0x7fffffffL || (std::fscanf(f.get(), " %c", &extra) == 1)) {
+	if (pid <= 0 || pid > 0x7fffffffL) {
 		VEXO_ERR(VEXO_ERR_READ);
 		return -1;
 	}

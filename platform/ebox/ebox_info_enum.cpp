@@ -12,6 +12,7 @@
 #include <vexoplatform/vexocore.h>
 
 #include "frame/err.h"
+#include "frame/path_read.h"
 #include "frame/sysroot.h"
 #include "platform/board/platform_description.h"
 
@@ -50,15 +51,11 @@ int letterValue(char c) { return c >= 'a' && c <= 'z' ? c - 'a' + 1 : 0; }
 int unitNumber(const std::string &host, const std::vector<std::string> &disks)
 {
 	std::string path = std::string(kHostDir) + "/" + host + "/vexo_diskname_trans";
-	char base[64] = {};
-	if (std::FILE *f = vexo::sysroot::fopen(path.c_str(), "r")) {
-		if (!VLIBCFgets(base, sizeof(base), f))
-			base[0] = '\0';
-		std::fclose(f);
-	}
-	size_t len = std::strlen(base);
-	if (len > 2 && std::strncmp(base, "sd", 2) == 0)
-		return letterValue(base[len - 1]);
+	std::string base;
+	if (!vexo::readLine(path, base, 64))
+		base.clear();
+	if (base.size() > 2 && base.compare(0, 2, "sd") == 0)
+		return letterValue(base.back());
 	if (!disks.empty() && disks[0].compare(0, 7, "/dev/sd") == 0 && disks[0].size() > 7)
 		return letterValue(disks[0][7]);
 	return 0;

@@ -10,8 +10,7 @@
 #include <vexoplatform/vexocore.h>
 
 #include "frame/err.h"
-#include "frame/sysroot.h"
-#include "frame/unique.h"
+#include "frame/path_read.h"
 #include "platform/board/platform_description.h"
 
 namespace {
@@ -37,11 +36,8 @@ int ataPortBelow(const std::vector<std::string> &components, size_t from)
 		char tail = 0;
 		if (i <= from || std::sscanf(components[i].c_str(), "ata%u%c", &n, &tail) != 1)
 			continue;
-		std::string file = dir + "/ata_port/" + components[i] + "/port_no";
-		vexo::UniqueFile f(vexo::sysroot::fopen(file.c_str(), "r"));
-		char line[32] = {};
-		int port = 0;
-		if (!f || !VLIBCFgets(line, sizeof(line), f.get()) || std::sscanf(line, "%d", &port) != 1)
+		int32_t port = 0;
+		if (!vexo::readS32(dir + "/ata_port/" + components[i] + "/port_no", port))
 			return -1;
 		return port;
 	}

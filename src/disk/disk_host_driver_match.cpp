@@ -12,8 +12,8 @@
 
 #include "disk/disk_probe_name.h"
 #include "frame/log.h"
+#include "frame/path_read.h"
 #include "frame/sysroot.h"
-#include "frame/unique.h"
 
 namespace vexo::disk {
 
@@ -49,30 +49,30 @@ HostDriverLine readHostDriver(const char *path)
 	const std::string hosts = "/sys/block/" + disk + "/device/../../scsi_host";
 	out.where = hosts + "/host*/proc_name";
 	std::vector<std::string> names = disk.empty() ? std::vector<std::string>() : hostNames(hosts);
+	if (names.empty())
+		return out;
+	PathDir dir(hosts);
 	for (const std::string &name : names) {
-		const std::string file = hosts + "/" + name + "/proc_name";
-		UniqueFd fd(sysroot::open(file.c_str(), O_RDONLY | O_CLOEXEC));
-		if (!fd) {
-			// Not there: the glob would not have listed it either. There
-			// but unreadable: it is the first match, and it can't be read.
-			struct stat st {};
-			if (sysroot::lstat(file.c_str(), &st) != 0)
-				continue;
-			out.how = HostDriverLine::How::CantOpen;
-			out.where = file;
-			return out;
-		}
+		const std::string rel = name + "/proc_name";
 		// The first line, as fgets would give it into 64 bytes.
-		char text[64] = {};
-		ssize_t got;
-		do
-			got = ::read(fd.get(), text, sizeof(text) - 1);
-		while (got < 0 && errno == EINTR);
-		if (got > 0)
-			if (char *nl = static_cast<char *>(std::memchr(text, '\n', static_cast<size_t>(got))))
-				nl[1] = '\0';
+		std::string text;
+		ReadFail why = ReadFail::None;
+		if (!dir.readLine(rel, text, 64, true, &why)) {
+			if (why == ReadFail::Open) {
+				// Not there: the glob would not have listed it either.
+				// There but unreadable: it is the first match, and it
+				// can't be read.
+				struct stat st {};
+				if (!dir || ::fstatat(dir.fd(), rel.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+					continue;
+				out.how = HostDriverLine::How::CantOpen;
+				out.where = hosts + "/" + rel;
+				return out;
+			}
+			text.clear(); // empty or unreadable: an empty line
+		}
 		out.how = HostDriverLine::How::Read;
-		out.text = got > 0 ? text : "";
+		out.text = std::move(text);
 		return out;
 	}
 	return out;

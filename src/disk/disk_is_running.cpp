@@ -6,8 +6,7 @@
 
 #include "disk/disk_probe_name.h"
 #include "frame/err.h"
-#include "frame/sysroot.h"
-#include "frame/unique.h"
+#include "frame/path_read.h"
 
 namespace {
 
@@ -22,12 +21,10 @@ struct NameList {
 
 bool stateRunning(const char *name)
 {
-	std::string file = std::string("/sys/block/") + name + "/device/state";
-	vexo::UniqueFile f(vexo::sysroot::fopen(file.c_str(), "r"));
-	char state[32] = {};
-	if (!f || !std::fgets(state, sizeof(state), f.get()))
+	std::string state;
+	if (!vexo::readLine(std::string("/sys/block/") + name + "/device/state", state, 32, true))
 		return false;
-	return std::strncmp(state, "running", 7) == 0;
+	return state.compare(0, 7, "running") == 0;
 }
 
 } // namespace

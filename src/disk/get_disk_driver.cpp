@@ -6,23 +6,13 @@
 
 #include "disk/disk_probe_name.h"
 #include "frame/err.h"
+#include "frame/path_read.h"
 #include "frame/sysroot.h"
-#include "frame/unique.h"
 
 namespace {
 
 // Table order is the driver number.
 constexpr const char *kDrivers[] = {"ahci", "mpt2sas", "mpt3sas", "mv14xx"};
-
-std::string trimmed(const char *s)
-{
-	std::string t = s;
-	std::size_t b = t.find_first_not_of(" \t\r\n");
-	if (b == std::string::npos)
-		return {};
-	std::size_t e = t.find_last_not_of(" \t\r\n");
-	return t.substr(b, e - b + 1);
-}
 
 } // namespace
 
@@ -56,16 +46,15 @@ VEXO_API int VEXOGetDiskDriver(const char *path)
 	std::string hostName = rp.substr(host, end == std::string::npos ? std::string::npos : end - host);
 	std::string file = rp.substr(0, host - 1) + "/" + hostName + "/scsi_host/" + hostName + "/proc_name";
 
-	vexo::UniqueFile f(vexo::sysroot::fopen(file.c_str(), "r"));
-	char line[64] = {};
-	if (!f || !std::fgets(line, sizeof(line), f.get()))
+	std::string line;
+	if (!vexo::readLine(file, line, 64, true))
 		return VEXO_DISK_DRIVER_OTHER;
-	std::string name = trimmed(line);
+	std::string_view name = vexo::trimSpace(line);
 	if (name.empty())
 		return VEXO_DISK_DRIVER_OTHER;
 	// Over the text's own length: a name cut short still matches.
 	for (int i = 0; i < static_cast<int>(sizeof(kDrivers) / sizeof(kDrivers[0])); ++i)
-		if (std::strncmp(name.c_str(), kDrivers[i], name.size()) == 0)
+		if (std::strncmp(name.data(), kDrivers[i], name.size()) == 0)
 			return i;
 	return VEXO_DISK_DRIVER_OTHER;
 }

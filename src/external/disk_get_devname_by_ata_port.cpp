@@ -7,8 +7,7 @@
 #include <vexoplatform/ebox_info.h>
 
 #include "frame/err.h"
-#include "frame/sysroot.h"
-#include "frame/unique.h"
+#include "frame/path_read.h"
 
 namespace {
 
@@ -37,17 +36,12 @@ VEXO_API int VEXODiskGetDevnamebyAtaPort(char *name, int size, const char *hostT
 	}
 	std::string host = "host" + std::to_string(ata - 1);
 	std::string trans = "/sys/class/scsi_host/" + host + "/vexo_diskname_trans";
-	vexo::UniqueFile f(vexo::sysroot::fopen(trans.c_str(), "r"));
-	if (!f) {
-		VEXO_ERR(VEXO_ERR_FOPEN);
+	std::string result;
+	vexo::ReadFail why = vexo::ReadFail::None;
+	if (!vexo::readLine(trans, result, 32, false, &why) || result.empty()) {
+		VEXO_ERR(why == vexo::ReadFail::Open ? VEXO_ERR_FOPEN : VEXO_ERR_READ);
 		return -1;
 	}
-	char base[32] = {};
-	if (!VLIBCFgets(base, sizeof(base), f.get()) || !base[0]) {
-		VEXO_ERR(VEXO_ERR_READ);
-		return -1;
-	}
-	std::string result = base;
 	if (fields == 2) {
 		int port = -1;
 		if (std::sscanf(portPart, "%d", &port) != 1 || port < 0 || port > 25) {
@@ -56,16 +50,14 @@ VEXO_API int VEXODiskGetDevnamebyAtaPort(char *name, int size, const char *hostT
 		}
 		// The whole info text names the unit model.
 		std::string infoPath = "/sys/class/scsi_host/" + host + "/vexo_pm_info";
-		vexo::UniqueFile info(vexo::sysroot::fopen(infoPath.c_str(), "r"));
-		if (!info) {
-			VEXO_ERR(VEXO_ERR_FOPEN);
-			return -1;
-		}
 		std::string body;
-		char buf[1024];
-		size_t n;
-		while ((n = std::fread(buf, 1, sizeof(buf), info.get())) > 0)
-			body.append(buf, n);
+		if (!vexo::readString(infoPath, body, &why, 1 << 16)) {
+			if (why == vexo::ReadFail::Open) {
+				VEXO_ERR(VEXO_ERR_FOPEN);
+				return -1;
+			}
+			body.clear(); // empty or unreadable: no unit named
+		}
 		bool reversed = false;
 		for (const char *unit : kReversedBayUnits)
 			reversed = reversed || body.find(unit) != std::string::npos;

@@ -1,5 +1,6 @@
 #include "frame/path_read.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -31,42 +32,39 @@ UniqueFd openFile(int dirFd, const std::string &name, int flags)
 	return UniqueFd(fd);
 }
 
-// Up to `cap` bytes of the file into buf; the count, or -1 with `why` set.
-ssize_t readAll(UniqueFd fd, char *buf, std::size_t cap, ReadFail *why)
+// Up to `max` bytes of the file; the buffer grows as the file turns out
+// longer, so that a large limit costs nothing for a small file.
+bool readRaw(UniqueFd fd, std::string &text, std::size_t max, ReadFail *why)
 {
-	if (!fd) {
-		fail(why, ReadFail::Open, errno);
-		return -1;
-	}
+	if (!fd)
+		return fail(why, ReadFail::Open, errno);
+	std::string buf(std::min<std::size_t>(max, 4096), '\0');
 	std::size_t got = 0;
-	while (got < cap) {
-		ssize_t n = ::read(fd.get(), buf + got, cap - got);
+	while (got < max) {
+		if (got == buf.size())
+			buf.resize(std::min(max, buf.size() * 2));
+		ssize_t n = ::read(fd.get(), buf.data() + got, buf.size() - got);
 		if (n < 0 && errno == EINTR)
 			continue;
-		if (n < 0) {
-			fail(why, ReadFail::Read, errno);
-			return -1;
-		}
+		if (n < 0)
+			return fail(why, ReadFail::Read, errno);
 		if (n == 0)
 			break;
 		got += static_cast<std::size_t>(n);
 	}
-	if (got == 0) {
-		fail(why, ReadFail::Read, ENODATA);
-		return -1;
-	}
-	return static_cast<ssize_t>(got);
+	if (got == 0)
+		return fail(why, ReadFail::Read, ENODATA);
+	buf.resize(got);
+	text = std::move(buf);
+	return true;
 }
 
 // One read of a small file into a string, cut at the first NUL.
 bool readText(UniqueFd fd, std::string &text, std::size_t max, ReadFail *why)
 {
-	std::string buf(max, '\0');
-	ssize_t n = readAll(std::move(fd), buf.data(), max, why);
-	if (n < 0)
+	if (!readRaw(std::move(fd), text, max, why))
 		return false;
-	buf.resize(strnlen(buf.data(), static_cast<std::size_t>(n)));
-	text = std::move(buf);
+	text.resize(strnlen(text.data(), text.size()));
 	return true;
 }
 
@@ -126,9 +124,8 @@ bool numberOf(UniqueFd fd, T &out, ReadFail *why)
 	return true;
 }
 
-int openDir(std::string_view path, int &err)
+int openDir(const std::string &host, int &err)
 {
-	std::string host = sysroot::path(path);
 	int fd;
 	do
 		fd = ::open(host.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
@@ -167,7 +164,16 @@ bool parseU64(std::string_view text, uint64_t &out) { return parseNumber(text, o
 
 PathDir::PathDir(std::string_view path)
 {
-	fd_.reset(openDir(path, errno_));
+	fd_.reset(openDir(sysroot::path(path), errno_));
+}
+
+PathDir PathDir::host(const char *hostPath)
+{
+	int err = 0;
+	UniqueFd fd(openDir(hostPath, err));
+	PathDir d(std::move(fd));
+	d.errno_ = err;
+	return d;
 }
 
 UniqueFd PathDir::openAt(std::string_view rel, int flags) const
@@ -208,6 +214,11 @@ bool PathDir::readU64(std::string_view rel, uint64_t &out, ReadFail *why) const
 bool readString(std::string_view path, std::string &out, ReadFail *why, std::size_t max)
 {
 	return stringOf(openPath(path), out, why, max);
+}
+
+bool readBytes(std::string_view path, std::string &out, std::size_t max, ReadFail *why)
+{
+	return readRaw(openPath(path), out, max, why);
 }
 
 bool readLine(std::string_view path, std::string &out, std::size_t size, bool keepNewline, ReadFail *why)

@@ -43,6 +43,9 @@ class PathDir {
 public:
 	// appliancePath is composed through the sysroot seam.
 	explicit PathDir(std::string_view appliancePath);
+	// A directory of the host itself, not under the sysroot: /proc, whose
+	// processes are the host's whatever root the files live under.
+	static PathDir host(const char *hostPath);
 	// A descriptor already open on a directory; the PathDir takes it over.
 	explicit PathDir(UniqueFd dirFd) : fd_(std::move(dirFd)), errno_(fd_ ? 0 : EBADF) {}
 
@@ -77,6 +80,9 @@ private:
 };
 
 // The same readers for a single file named by its appliance path.
+// readBytes gives the content as it is (at most `max` bytes; NULs, white
+// space and all), for documents that are parsed whole.
+bool readBytes(std::string_view path, std::string &out, std::size_t max, ReadFail *why = nullptr);
 bool readString(std::string_view path, std::string &out, ReadFail *why = nullptr, std::size_t max = kOneValueMax);
 bool readLine(std::string_view path, std::string &out, std::size_t size, bool keepNewline = false,
 	      ReadFail *why = nullptr);

@@ -118,7 +118,7 @@ TEST(PathRead, LinesLinksAndDirectories)
 	// The descriptor keeps the directory it opened.
 	ASSERT_EQ(std::rename(root.host("/sys/devices/d0").c_str(), root.host("/sys/devices/d1").c_str()), 0);
 	EXPECT_TRUE(d.readString("model", s));
-	EXPECT_EQ(s, "WDC WD40EFRX-68N32N0");
+	EXPECT_EQ(s, "WDC WD40EFRX-68N32N0  \nsecond"); // the whole file, trimmed at its ends
 }
 
 } // namespace
