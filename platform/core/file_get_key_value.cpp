@@ -10,6 +10,7 @@
 
 #include "frame/err.h"
 #include "frame/sysroot.h"
+#include "frame/text.h"
 #include "text_file.h"
 
 namespace vexo::core {
@@ -155,14 +156,6 @@ int pairsToHash(const std::vector<std::string> &lines, size_t begin, size_t end,
 	return (*pHash)->nItem;
 }
 
-int copyOut(std::string_view value, char *out, int size)
-{
-	size_t n = std::min(value.size(), static_cast<size_t>(size - 1));
-	std::memcpy(out, value.data(), n);
-	out[n] = '\0';
-	return static_cast<int>(n);
-}
-
 } // namespace vexo::core
 
 extern "C" {
@@ -185,7 +178,8 @@ VEXOP_API int VLIBCFileGetKeyValue(const char *file, const char *key, char *out,
 		out[0] = '\0';
 		return 0;
 	}
-	return vexo::core::copyOut(value, out, size);
+	// A value longer than the buffer is cut to it: the length tells.
+	return static_cast<int>(vexo::copyTextCut(out, size, value));
 }
 
 VEXOP_API int VLIBCFileGetKeyValueAll(const char *file, PVLIBSZHASH *pHash)

@@ -4,6 +4,7 @@
 #include <vexoplatform/vexocore.h>
 
 #include "frame/err.h"
+#include "frame/text.h"
 #include "text_file.h"
 
 namespace {
@@ -65,7 +66,8 @@ VEXOP_API int VLIBCINFOGetKeyValue(const char *key, char *out, int size)
 		out[0] = '\0';
 		return 0;
 	}
-	return vexo::core::copyOut(value, out, size);
+	// A value longer than the buffer is cut to it: the length tells.
+	return static_cast<int>(vexo::copyTextCut(out, size, value));
 }
 
 VEXOP_API int VLIBCINFOSetKeyValue(const char *key, const char *value)

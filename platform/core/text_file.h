@@ -59,7 +59,4 @@ int findValue(const char *file, const char *key, std::string &value);
 // first); the first line of a key wins. The key count, or -1.
 int pairsToHash(const std::vector<std::string> &lines, size_t begin, size_t end, PVLIBSZHASH *pHash);
 
-// Copies value into out (size bytes), cut at size-1. The copied length.
-int copyOut(std::string_view value, char *out, int size);
-
 } // namespace vexo::core

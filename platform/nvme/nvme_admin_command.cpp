@@ -13,6 +13,7 @@
 
 #include "frame/device.h"
 #include "frame/err.h"
+#include "frame/text.h"
 #include "platform/board/platform_description.h"
 
 namespace vexo::nvme {
@@ -145,14 +146,12 @@ std::string idText(const uint8_t *field, std::size_t length)
 
 bool copyOut(std::string_view text, char *out, int size, const char *what, const char *path)
 {
-	if (size <= 0 || text.size() >= static_cast<std::size_t>(size)) {
+	if (!vexo::copyText(out, size, text)) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		vlog(LOG_ERR, "%s:%d The %s of %s needs %zu bytes, the buffer has %d", VEXO_AT, what, path,
 		     text.size() + 1, size);
 		return false;
 	}
-	std::memcpy(out, text.data(), text.size());
-	out[text.size()] = '\0';
 	return true;
 }
 

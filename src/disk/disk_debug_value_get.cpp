@@ -13,6 +13,8 @@
 #include <vexoplatform/vexocore.h>
 
 #include "frame/err.h"
+#include "frame/list.h"
+#include "frame/text.h"
 
 namespace {
 
@@ -202,7 +204,7 @@ VEXO_API int VEXODiskDebugSmartInfoListGet(const char *path, SmartInfoEntry **li
 	int r = DebugValueGet(path, keyOf(Debug::SmartInfo).key, text);
 	if (r != 1)
 		return r;
-	SmartInfoEntry *head = nullptr, **tail = &head;
+	vexo::ListBuilder<SmartInfoEntry, VEXODiskSmartInfoFree> entries;
 	size_t start = 0;
 	while (start <= text.size()) {
 		size_t end = text.find(';', start);
@@ -213,13 +215,11 @@ VEXO_API int VEXODiskDebugSmartInfoListGet(const char *path, SmartInfoEntry **li
 			bool oom = false;
 			SmartInfoEntry *e = parseEntry(one, &oom);
 			if (oom) {
-				VEXODiskSmartInfoFree(head);
 				VEXO_ERR(VEXO_ERR_LIST_ALLOC);
 				return -1;
 			}
 			if (e) {
-				*tail = e;
-				tail = &e->next;
+				entries.append(e);
 			} else {
 				vlog(LOG_ERR, "%s:%d Bad smart_info entry [%s] for %s", VEXO_AT, one.c_str(), path);
 			}
@@ -228,7 +228,7 @@ VEXO_API int VEXODiskDebugSmartInfoListGet(const char *path, SmartInfoEntry **li
 			break;
 		start = end + 1;
 	}
-	*list = head;
+	*list = entries.release();
 	return 1;
 }
 
@@ -250,8 +250,8 @@ VEXO_API int VEXODiskDebugAdvTestCodeGet(const char *path, char *code, int size)
 	}
 	std::string text;
 	int r = DebugValueGet(path, keyOf(Debug::AdvCode).key, text);
-	if (r == 1)
-		std::snprintf(code, static_cast<size_t>(size), "%s", text.c_str());
+	if (r == 1 && !VEXO_COPY_OUT(code, size, text, "test code"))
+		return -1;
 	return r;
 }
 

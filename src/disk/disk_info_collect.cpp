@@ -14,6 +14,7 @@
 #include "disk/disk_info_walk.h"
 #include "disk/secure_erase_markers.h"
 #include "frame/err.h"
+#include "frame/list.h"
 #include "frame/sysroot.h"
 #include "frame/unique.h"
 
@@ -88,12 +89,9 @@ SnapshotRead readSnapshot(const DiskEnumFilter *filter, DiskListNode **list, int
 		return SnapshotRead::Failed;
 	}
 	const int32_t mask = *filter->containerMask;
-	DiskListNode *head = nullptr;
-	DiskListNode **tail = &head;
-	int kept = 0;
+	ListBuilder<DiskListNode, DiskInfoEnumFree> kept;
 	auto fail = [&](int code) {
 		VEXO_ERR(code);
-		DiskInfoEnumFree(head);
 		return SnapshotRead::Failed;
 	};
 	// One look at the markers' folder; only a disk with a marker is asked.
@@ -116,31 +114,23 @@ SnapshotRead readSnapshot(const DiskEnumFilter *filter, DiskListNode **list, int
 				continue;
 			// The record is cleared whole, its tail padding too: callers
 			// compare and copy records bytewise.
-			auto *info = static_cast<DiskInfo *>(std::calloc(1, sizeof(DiskInfo)));
-			auto *cell = static_cast<DiskListNode *>(std::malloc(sizeof(DiskListNode)));
-			if (!info || !cell) {
-				std::free(info);
-				std::free(cell);
+			DiskListNode *cell = kept.appendNew();
+			if (!cell || !(cell->info = static_cast<DiskInfo *>(std::calloc(1, sizeof(DiskInfo)))))
 				return fail(VEXO_ERR_NOMEM);
-			}
+			DiskInfo *info = cell->info;
 			decodeEntry(e, *info);
-			cell->next = nullptr;
 			// The one field that must be current: an erase may have begun
 			// since the snapshot was written.
 			info->secureErasing = markers.mayErase(info->path) && VLIBDiskIsSecureErasing(info->path) != 0;
-			cell->info = info;
-			*tail = cell;
-			tail = &cell->next;
-			++kept;
 		}
 		if (static_cast<std::size_t>(got) < bytes)
 			break; // the file ended before its size said: keep what was whole
 		done += static_cast<long long>(want);
 	}
-	if (kept == 0)
+	if (kept.empty())
 		return SnapshotRead::NoMatch;
-	*list = head;
-	*count = kept;
+	*count = static_cast<int>(kept.size());
+	*list = kept.release();
 	return SnapshotRead::Listed;
 }
 

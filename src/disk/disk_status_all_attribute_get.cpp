@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "frame/err.h"
+#include "frame/text.h"
 
 extern "C" {
 
@@ -148,7 +149,7 @@ VEXO_API int DiskStatusStringTrensfer(const char *category, int index, char *out
 		VEXO_ERR(VEXO_ERR_NOT_FOUND);
 		return -1;
 	}
-	std::snprintf(out, size, "%s", c->table[index].keyword);
+	vexo::copyTextCut(out, size, c->table[index].keyword);
 	return 0;
 }
 

@@ -11,8 +11,8 @@
 
 #include "disk/disk_probe_name.h"
 #include "frame/err.h"
-#include "frame/sysroot.h"
-#include "frame/unique.h"
+#include "frame/text.h"
+#include "frame/path_read.h"
 
 extern "C" VEXO_API int VEXOLnxDiskGetModel(const char *path, char *model, int size)
 {
@@ -38,27 +38,21 @@ extern "C" VEXO_API int VEXOLnxDiskGetModel(const char *path, char *model, int s
 			VEXO_ERR_PASS();
 			return -1;
 		}
-		std::snprintf(model, size, "%s", text);
-		return 0;
+		return VEXO_COPY_OUT(model, size, text, "model") ? 0 : -1;
 	}
 
 	const std::string file = "/sys/block/" + name + "/device/model";
-	vexo::UniqueFile f(vexo::sysroot::fopen(file.c_str(), "r"));
-	if (!f) {
-		vlog(LOG_ERR, "%s:%d Failed to open %s", VEXO_AT, file.c_str());
-		VEXO_ERR(VEXO_ERR_FOPEN);
+	std::string line;
+	vexo::ReadFail why = vexo::ReadFail::None;
+	if (!vexo::readLine(file, line, sizeof(text), false, &why)) {
+		if (why == vexo::ReadFail::Open) {
+			vlog(LOG_ERR, "%s:%d Failed to open %s", VEXO_AT, file.c_str());
+			VEXO_ERR(VEXO_ERR_FOPEN);
+		} else {
+			vlog(LOG_ERR, "%s:%d Failed get disk model", VEXO_AT);
+			VEXO_ERR(VEXO_ERR_READ);
+		}
 		return -1;
 	}
-	if (!VLIBCFgets(text, sizeof(text), f.get())) {
-		vlog(LOG_ERR, "%s:%d Failed get disk model", VEXO_AT);
-		VEXO_ERR(VEXO_ERR_READ);
-		return -1;
-	}
-	if (VLIBCStrTrimSpace(text) != 0) {
-		vlog(LOG_ERR, "%s:%d Failed to trim model %s.", VEXO_AT, text);
-		VEXO_ERR_PASS();
-		return -1;
-	}
-	std::snprintf(model, size, "%s", text);
-	return 0;
+	return VEXO_COPY_OUT(model, size, vexo::trimSpace(line), "model") ? 0 : -1;
 }

@@ -10,8 +10,8 @@
 
 #include "disk/disk_probe_name.h"
 #include "frame/err.h"
-#include "frame/sysroot.h"
-#include "frame/unique.h"
+#include "frame/text.h"
+#include "frame/path_read.h"
 
 namespace {
 
@@ -92,27 +92,18 @@ extern "C" VEXO_API int VEXOLnxDiskGetVendor(const char *path, char *vendor, int
 	if (VEXODiskScsiProtocolGet(dev.c_str()) == VEXO_DISK_PROTOCOL_NVME) {
 		char text[256] = {};
 		if (VEXONVMeDiskVendorGet(dev.c_str(), text, sizeof(text)) != 0)
-			std::snprintf(text, sizeof(text), "%s", "Unknown");
-		std::snprintf(vendor, size, "%s", text);
-		return 0;
+			vexo::copyText(text, "Unknown");
+		return VEXO_COPY_OUT(vendor, size, text, "vendor") ? 0 : -1;
 	}
 
-	const std::string file = "/sys/block/" + name + "/device/vendor";
-	vexo::UniqueFile f(vexo::sysroot::fopen(file.c_str(), "r"));
-	if (!f) {
-		VEXO_ERR(VEXO_ERR_NOENT);
+	std::string text;
+	vexo::ReadFail why = vexo::ReadFail::None;
+	if (!vexo::readLine("/sys/block/" + name + "/device/vendor", text, 256, false, &why)) {
+		VEXO_ERR(why == vexo::ReadFail::Open ? VEXO_ERR_NOENT : VEXO_ERR_READ);
 		return -1;
 	}
-	char text[256] = {};
-	if (!std::fgets(text, sizeof(text), f.get())) {
-		VEXO_ERR(VEXO_ERR_READ);
-		return -1;
-	}
-	if (char *nl = std::strchr(text, '\n'))
-		*nl = '\0';
-	if (std::strncmp(text, "ATA", 3) != 0) {
-		std::snprintf(vendor, size, "%s", text);
-		return 0;
+	if (text.compare(0, 3, "ATA") != 0) {
+		return VEXO_COPY_OUT(vendor, size, text, "vendor") ? 0 : -1;
 	}
 
 	// The kernel names no vendor for ATA disks: the model tells.
@@ -121,8 +112,7 @@ extern "C" VEXO_API int VEXOLnxDiskGetVendor(const char *path, char *vendor, int
 	if (VEXOLnxDiskGetModel(dev.c_str(), model, sizeof(model)) == 0 &&
 	    !vendorOfModel(model, found))
 		return -1;
-	std::snprintf(vendor, size, "%s", found.c_str());
-	return 0;
+	return VEXO_COPY_OUT(vendor, size, found, "vendor") ? 0 : -1;
 }
 
 extern "C" VEXO_API int VEXOLnxDiskGetVendorCache(const char *path, char *vendor, int size)
@@ -136,13 +126,11 @@ extern "C" VEXO_API int VEXOLnxDiskGetVendorCache(const char *path, char *vendor
 	char text[256] = {};
 	// An empty value is a writer between rename and close: ask the disk.
 	if (VEXODiskGetStrValueCacheFile(dev.c_str(), "vendor", text, sizeof(text)) == 0 && text[0]) {
-		std::snprintf(vendor, size, "%s", text);
-		return 0;
+		return VEXO_COPY_OUT(vendor, size, text, "vendor") ? 0 : -1;
 	}
 	if (VEXOLnxDiskGetVendor(dev.c_str(), text, sizeof(text)) != 0) {
 		vlog(LOG_DEBUG, "%s:%d Fail to get disk vendor, err=[0x%d]", VEXO_AT, VLIBCErrGet());
 		return -1;
 	}
-	std::snprintf(vendor, size, "%s", text);
-	return 0;
+	return VEXO_COPY_OUT(vendor, size, text, "vendor") ? 0 : -1;
 }

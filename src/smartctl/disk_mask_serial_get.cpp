@@ -12,6 +12,7 @@
 #include "disk/disk_probe_name.h"
 #include "frame/device.h"
 #include "frame/err.h"
+#include "frame/text.h"
 
 namespace {
 
@@ -56,8 +57,7 @@ int acceptStored(const char *text, char *serial, int size)
 		VEXO_ERR(VEXO_ERR_NOT_FOUND);
 		return -1;
 	}
-	std::snprintf(serial, size, "%s", text);
-	return 0;
+	return VEXO_COPY_OUT(serial, size, text, "serial") ? 0 : -1;
 }
 
 int VEXOSATALogPageSerialGet(const char *path, char *serial, int size)

@@ -14,6 +14,7 @@
 #include "disk/disk_probe_name.h"
 #include "frame/device.h"
 #include "frame/err.h"
+#include "frame/text.h"
 #include "frame/priv.h"
 
 namespace {
@@ -82,7 +83,7 @@ void MaskSerial(const char *path, char *serial)
 {
 	char stored[kSerialBuffer] = {};
 	if (VEXODiskMaskSerialGet(path, stored, sizeof(stored)) == 0) {
-		std::snprintf(serial, kSerialBuffer, "%s", stored);
+		vexo::copyText(serial, kSerialBuffer, stored);
 		return;
 	}
 	// Nothing stored yet: mask once, and keep it on the drive so that the
@@ -132,8 +133,10 @@ int DoSmartFirmAndSerialRead(const char *path, char *firmware, int firmwareSize,
 	}
 	if (!raw && VEXODiskIsSSD(path) == 0 && VEXODiskIsVexology(path) == 1)
 		MaskSerial(path, sn);
-	std::snprintf(firmware, firmwareSize, "%s", fw);
-	std::snprintf(serial, serialSize, "%s", sn);
+	// The smallest buffers callers may pass (8 and 20 bytes) are one byte
+	// short of the longest texts: those are cut to the buffer.
+	vexo::copyTextCut(firmware, firmwareSize, fw);
+	vexo::copyTextCut(serial, serialSize, sn);
 	return 0;
 }
 

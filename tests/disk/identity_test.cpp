@@ -113,11 +113,12 @@ TEST_F(Identity, KernelVendorUnlessAta)
 	ASSERT_EQ(VEXOLnxDiskGetVendor("sda3", v, sizeof(v)), 0);
 	EXPECT_STREQ(v, "HGST");
 
-	// A short buffer gets what fits.
+	// A short buffer gets nothing rather than a cut name.
 	disk("sdc", 3, "ATA     ", "WDC WD40EFRX");
-	char small[8] = {};
-	ASSERT_EQ(VEXOLnxDiskGetVendor("/dev/sdc", small, sizeof(small)), 0);
-	EXPECT_STREQ(small, "Western");
+	char small[8] = "keep";
+	ASSERT_EQ(VEXOLnxDiskGetVendor("/dev/sdc", small, sizeof(small)), -1);
+	EXPECT_STREQ(small, "keep");
+	EXPECT_ERR(VEXO_ERR_BAD_PARAM);
 }
 
 TEST_F(Identity, VendorFailures)
@@ -175,9 +176,9 @@ TEST_F(Identity, ModelFromSysfs)
 	char m[128] = {};
 	ASSERT_EQ(VEXOLnxDiskGetModel("/dev/sda", m, sizeof(m)), 0);
 	EXPECT_STREQ(m, "WDC WD40EFRX-68N32N0");
-	char small[4] = {};
-	ASSERT_EQ(VEXOLnxDiskGetModel("/dev/sda", small, sizeof(small)), 0);
-	EXPECT_STREQ(small, "WDC");
+	char small[20] = "keep";
+	ASSERT_EQ(VEXOLnxDiskGetModel("/dev/sda", small, sizeof(small)), -1); // 21 bytes needed
+	EXPECT_STREQ(small, "keep");
 
 	LogCapture log;
 	char keep[16] = "untouched";
