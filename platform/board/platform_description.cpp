@@ -11,23 +11,16 @@
 
 #include "platform/board/platform_description.h"
 #include "frame/err.h"
+#include "frame/jsonc.h"
 #include "frame/sysroot.h"
-#include "frame/unique.h"
 
 namespace vexo::platform {
 
 namespace {
 
-struct JsonPut {
-	void operator()(json_object *o) const { json_object_put(o); }
-};
-
 std::string text(json_object *o, const char *key)
 {
-	json_object *v = nullptr;
-	if (!json_object_object_get_ex(o, key, &v) || !json_object_is_type(v, json_type_string))
-		return {};
-	return json_object_get_string(v);
+	return std::string(vexo::jsonc::string(o, key).value_or(""));
 }
 
 bool readEntries(json_object *root, const char *key, std::vector<PciEntry> &out)
@@ -62,17 +55,12 @@ bool readEntries(json_object *root, const char *key, std::vector<PciEntry> &out)
 
 bool loadDescription(Description &d)
 {
-	vexo::UniqueFile f(vexo::sysroot::fopen(VEXO_PLATFORM_DESCRIPTION, "r"));
-	if (!f) {
+	vexo::ReadFail why = vexo::ReadFail::None;
+	vexo::jsonc::Value root = vexo::jsonc::readFile(VEXO_PLATFORM_DESCRIPTION, &why);
+	if (!root && why == vexo::ReadFail::Open) {
 		VEXO_ERR(VEXO_ERR_NOENT);
 		return false;
 	}
-	std::string body;
-	char buf[4096];
-	size_t n;
-	while ((n = std::fread(buf, 1, sizeof(buf), f.get())) > 0)
-		body.append(buf, n);
-	std::unique_ptr<json_object, JsonPut> root(json_tokener_parse(body.c_str()));
 	if (!root || !json_object_is_type(root.get(), json_type_object)) {
 		vlog(LOG_ERR, "%s:%d bad platform description %s", VEXO_AT, VEXO_PLATFORM_DESCRIPTION);
 		VEXO_ERR(VEXO_ERR_READ);

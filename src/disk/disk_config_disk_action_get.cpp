@@ -14,17 +14,9 @@
 #include <vexohw/disk_state.h>
 
 #include "frame/err.h"
-#include "frame/sysroot.h"
+#include "frame/xml.h"
 
 namespace {
-
-struct DocFree {
-	void operator()(xmlDoc *d) const { xmlFreeDoc(d); }
-};
-struct XmlFree {
-	void operator()(xmlChar *s) const { xmlFree(s); }
-};
-using XmlText = std::unique_ptr<xmlChar, XmlFree>;
 
 struct Entry {
 	std::string vendor;
@@ -33,10 +25,7 @@ struct Entry {
 
 std::optional<std::string> attr(xmlNode *n, const char *name)
 {
-	XmlText v(xmlGetProp(n, reinterpret_cast<const xmlChar *>(name)));
-	if (!v)
-		return std::nullopt;
-	return std::string(reinterpret_cast<const char *>(v.get()));
+	return vexo::xml::propString(n, name);
 }
 
 bool patternMatches(const std::string &pattern, const std::string &model)
@@ -82,21 +71,19 @@ Lookup lookup(const char *path, Entry &out)
 		VEXO_ERR_PASS();
 		return Lookup::Failed;
 	}
-	std::string host = vexo::sysroot::path(VEXO_DISK_ACTION_DB);
-	struct stat st;
-	if (::stat(host.c_str(), &st) != 0)
+	bool missing = false;
+	vexo::xml::Doc doc = vexo::xml::readFile(VEXO_DISK_ACTION_DB, &missing);
+	if (missing)
 		return Lookup::Unlisted; // a product without a database lists nothing
-	std::unique_ptr<xmlDoc, DocFree> doc(
-		xmlReadFile(host.c_str(), nullptr, XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
-	xmlNode *top = doc ? xmlDocGetRootElement(doc.get()) : nullptr;
-	if (!top || xmlStrcmp(top->name, reinterpret_cast<const xmlChar *>("diskaction")) != 0) {
+	xmlNode *top = vexo::xml::root(doc, "diskaction");
+	if (!top) {
 		vlog(LOG_ERR, "%s:%d Failed to parse %s", VEXO_AT, VEXO_DISK_ACTION_DB);
 		VEXO_ERR(VEXO_ERR_READ);
 		return Lookup::Failed;
 	}
 	xmlNode *byPattern = nullptr;
 	for (xmlNode *n = top->children; n; n = n->next) {
-		if (n->type != XML_ELEMENT_NODE || xmlStrcmp(n->name, reinterpret_cast<const xmlChar *>("disk")) != 0)
+		if (!vexo::xml::named(n, "disk"))
 			continue;
 		if (auto m = attr(n, "model"); m && *m == model) {
 			out = entryOf(n);

@@ -13,21 +13,13 @@
 #include <vexohw/disk_enum.h>
 
 #include "frame/err.h"
-#include "frame/sysroot.h"
+#include "frame/xml.h"
 
 namespace {
 
-struct DocFree {
-	void operator()(xmlDoc *d) const { xmlFreeDoc(d); }
-};
-struct XmlFree {
-	void operator()(xmlChar *s) const { xmlFree(s); }
-};
-using UniqueXmlText = std::unique_ptr<xmlChar, XmlFree>;
-
-UniqueXmlText attr(xmlNode *n, const char *name)
+vexo::xml::Text attr(xmlNode *n, const char *name)
 {
-	return UniqueXmlText(xmlGetProp(n, reinterpret_cast<const xmlChar *>(name)));
+	return vexo::xml::prop(n, name);
 }
 
 // A whole decimal number that fits an int, nothing else.
@@ -45,11 +37,6 @@ bool number(const xmlChar *text, int32_t *out)
 	return true;
 }
 
-bool named(const xmlNode *n, const char *name)
-{
-	return n->type == XML_ELEMENT_NODE && std::strcmp(reinterpret_cast<const char *>(n->name), name) == 0;
-}
-
 } // namespace
 
 extern "C" {
@@ -61,22 +48,20 @@ VEXO_API int VEXODiskParseXmlOperatingTemp(const char *file, SharedDiskInfo *inf
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
-	const std::string host = vexo::sysroot::path(file);
-	if (::access(host.c_str(), F_OK) != 0) {
+	bool missing = false;
+	vexo::xml::Doc doc = vexo::xml::readFile(file, &missing);
+	if (missing) {
 		VEXO_ERR(VEXO_ERR_NOENT);
 		return -1;
 	}
-	// No network, no entity expansion, no messages on stderr.
-	std::unique_ptr<xmlDoc, DocFree> doc(
-		xmlReadFile(host.c_str(), nullptr, XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
-	xmlNode *top = doc ? xmlDocGetRootElement(doc.get()) : nullptr;
-	if (!top || !named(top, "disk_temperature")) {
+	xmlNode *top = vexo::xml::root(doc, "disk_temperature");
+	if (!top) {
 		vlog(LOG_ERR, "%s:%d Failed to parse %s", VEXO_AT, file);
 		VEXO_ERR(VEXO_ERR_READ);
 		return -1;
 	}
 	for (xmlNode *n = top->children; n; n = n->next) {
-		if (!named(n, "disk"))
+		if (!vexo::xml::named(n, "disk"))
 			continue;
 		auto path = attr(n, "path");
 		if (!path || std::strcmp(reinterpret_cast<const char *>(path.get()), info->info.path) != 0)

@@ -45,22 +45,15 @@ int statusItem(json_object *item, size_t index)
 int smartInfoCacheParse(std::string_view text, SmartInfoEntry **out)
 {
 	*out = nullptr;
-	UniqueJson tok;
-	json_tokener *t = json_tokener_new();
-	if (!t) {
+	// Bytes other than white space after the document make it a damaged
+	// file, not a list.
+	jsonc::ParseFail why = jsonc::ParseFail::None;
+	UniqueJson root = jsonc::parseWhole(text, &why);
+	if (why == jsonc::ParseFail::NoMemory) {
 		VEXO_ERR(VEXO_ERR_LIST_ALLOC);
 		return -1;
 	}
-	json_object *parsed = json_tokener_parse_ex(t, text.data(), static_cast<int>(text.size()));
-	// Bytes other than white space after the document make it a damaged
-	// file, not a list.
-	bool whole = parsed && json_tokener_get_error(t) == json_tokener_success;
-	for (size_t i = whole ? json_tokener_get_parse_end(t) : text.size(); i < text.size(); ++i)
-		if (!std::strchr(" \t\r\n", text[i]) || text[i] == '\0')
-			whole = false;
-	json_tokener_free(t);
-	UniqueJson root(parsed);
-	if (!whole || !json_object_is_type(root.get(), json_type_array) || json_object_array_length(root.get()) == 0) {
+	if (!root || !json_object_is_type(root.get(), json_type_array) || json_object_array_length(root.get()) == 0) {
 		VEXO_ERR(VEXO_ERR_FOPEN);
 		return -1;
 	}

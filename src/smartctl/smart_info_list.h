@@ -14,6 +14,8 @@
 #include <vexohw/smart_info.h>
 
 #include "frame/err.h"
+#include "frame/jsonc.h"
+#include "frame/list.h"
 
 namespace vexo::smart {
 
@@ -73,37 +75,7 @@ struct ListFree {
 using UniqueList = std::unique_ptr<SmartInfoEntry, ListFree>;
 
 // Builds a list in place; frees whatever it still holds.
-class ListBuilder {
-public:
-	ListBuilder() = default;
-	ListBuilder(const ListBuilder &) = delete;
-	ListBuilder &operator=(const ListBuilder &) = delete;
-	~ListBuilder() { VEXODiskSmartInfoFree(head_); }
-
-	void append(SmartInfoEntry *e)
-	{
-		*tail_ = e;
-		tail_ = &e->next;
-	}
-	void prepend(SmartInfoEntry *e)
-	{
-		e->next = head_;
-		head_ = e;
-		if (tail_ == &head_)
-			tail_ = &e->next;
-	}
-	SmartInfoEntry *release()
-	{
-		SmartInfoEntry *h = head_;
-		head_ = nullptr;
-		tail_ = &head_;
-		return h;
-	}
-
-private:
-	SmartInfoEntry *head_ = nullptr;
-	SmartInfoEntry **tail_ = &head_;
-};
+using ListBuilder = vexo::ListBuilder<SmartInfoEntry, VEXODiskSmartInfoFree>;
 
 // A heap entry with copies of the texts, status 0 and no next. Null when
 // memory ran out; nothing is left allocated then.
@@ -135,9 +107,6 @@ bool smartInfoTableSkipHeading(std::FILE *in);
 // 0x2A00 a missing or mistyped item) and *out null.
 int smartInfoCacheParse(std::string_view text, SmartInfoEntry **out);
 
-struct JsonPut {
-	void operator()(json_object *o) const { json_object_put(o); }
-};
-using UniqueJson = std::unique_ptr<json_object, JsonPut>;
+using UniqueJson = vexo::jsonc::Value;
 
 } // namespace vexo::smart
