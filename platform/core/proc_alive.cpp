@@ -14,29 +14,13 @@
 
 #include "frame/err.h"
 #include "frame/path_read.h"
+#include "frame/proc.h"
 #include "text_file.h"
 
 namespace {
 
-// The state letter of /proc/<pid>/stat, or 0 when the process is gone.
-char procState(pid_t pid)
-{
-	std::string line;
-	if (!vexo::PathDir::host("/proc").readLine(std::to_string(pid) + "/stat", line, 512, true))
-		return 0;
-	// The name in parentheses may hold anything, so look after the last ')'.
-	std::size_t close = line.rfind(')');
-	return close != std::string::npos && close + 2 < line.size() && line[close + 1] == ' ' ? line[close + 2] : 0;
-}
-
 // Alive means running in any state but a zombie or dead one.
-bool pidAlive(pid_t pid)
-{
-	if (::kill(pid, 0) != 0 && errno != EPERM)
-		return false;
-	char s = procState(pid);
-	return s != 0 && s != 'Z' && s != 'X' && s != 'x';
-}
+bool pidAlive(pid_t pid) { return vexo::proc::alive(pid); }
 
 std::string commOf(const vexo::PathDir &proc, const char *pid)
 {
@@ -151,17 +135,13 @@ VEXOP_API pid_t VLIBCReadPidFile(const char *path)
 		return -1;
 	}
 	// One number, with white space around it.
-	int64_t pid = 0;
+	pid_t pid = 0;
 	vexo::ReadFail why = vexo::ReadFail::None;
-	if (!vexo::readI64(path, pid, &why)) {
+	if (!vexo::proc::readPidFile(path, pid, &why)) {
 		VEXO_ERR(why == vexo::ReadFail::Open && errno == ENOENT ? VEXO_ERR_NOENT : VEXO_ERR_READ);
 		return -1;
 	}
-	if (pid <= 0 || pid > 0x7fffffffL) {
-		VEXO_ERR(VEXO_ERR_READ);
-		return -1;
-	}
-	return static_cast<pid_t>(pid);
+	return pid;
 }
 
 VEXOP_API int VLIBCProcAliveByPidFile(const char *path)

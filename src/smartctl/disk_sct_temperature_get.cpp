@@ -11,7 +11,8 @@
 #include "disk/disk_probe_name.h"
 #include "frame/err.h"
 #include "frame/exec.h"
-#include "frame/path_read.h"
+#include "frame/sysroot.h"
+#include "frame/unique.h"
 #include "smartctl/sg_dump_read.h"
 
 namespace {
@@ -49,10 +50,15 @@ VEXO_API int VEXODiskSCTCmdSupportCache(const char *path, int *support)
 		return -1;
 	}
 	std::string name = vexo::disk::physicalName(vexo::disk::shortName(path));
-	int32_t v = 0;
-	vexo::ReadFail why = vexo::ReadFail::None;
-	if (!vexo::readS32("/run/vexostorage/disks/" + name + "/sct_cmd_support", v, &why)) {
-		VEXO_ERR(why == vexo::ReadFail::Open ? VEXO_ERR_FOPEN : VEXO_ERR_READ);
+	std::string file = "/run/vexostorage/disks/" + name + "/sct_cmd_support";
+	vexo::UniqueFile f(vexo::sysroot::fopen(file.c_str(), "r"));
+	if (!f) {
+		VEXO_ERR(VEXO_ERR_FOPEN);
+		return -1;
+	}
+	int v = 0;
+	if (std::fscanf(f.get(), "%d", &v) != 1) {
+		VEXO_ERR(VEXO_ERR_READ);
 		return -1;
 	}
 	*support = v > 0 ? 1 : 0;

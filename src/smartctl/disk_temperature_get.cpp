@@ -12,7 +12,8 @@
 #include "disk/disk_probe_name.h"
 #include "frame/device.h"
 #include "frame/err.h"
-#include "frame/path_read.h"
+#include "frame/sysroot.h"
+#include "frame/unique.h"
 
 namespace {
 
@@ -88,10 +89,15 @@ VEXO_API int VEXODiskTemperatureGetFromCache(const char *name)
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
-	int32_t t = -1;
-	vexo::ReadFail why = vexo::ReadFail::None;
-	if (!vexo::readS32("/run/vexostorage/disks/" + vexo::disk::shortName(name) + "/temperature", t, &why)) {
-		VEXO_ERR(why == vexo::ReadFail::Open ? VEXO_ERR_FOPEN : VEXO_ERR_READ);
+	std::string file = "/run/vexostorage/disks/" + vexo::disk::shortName(name) + "/temperature";
+	vexo::UniqueFile f(vexo::sysroot::fopen(file.c_str(), "r"));
+	if (!f) {
+		VEXO_ERR(VEXO_ERR_FOPEN);
+		return -1;
+	}
+	int t = -1;
+	if (std::fscanf(f.get(), "%d", &t) != 1) {
+		VEXO_ERR(VEXO_ERR_READ);
 		return -1;
 	}
 	return t;

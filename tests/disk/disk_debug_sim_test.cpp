@@ -99,9 +99,12 @@ TEST_F(DebugOverride, WordsAndTexts)
 	EXPECT_EQ(r, 6);
 	EXPECT_EQ(SMARTDiskDebugSmartLatestTestTypeGet("/dev/sda", &r), 1);
 	EXPECT_EQ(r, 2);
-	char code[3];
-	EXPECT_EQ(VEXODiskDebugAdvTestCodeGet("/dev/sda", code, sizeof(code)), 1);
-	EXPECT_STREQ(code, "10"); // cut to the buffer
+	char code[3] = "x";
+	EXPECT_EQ(VEXODiskDebugAdvTestCodeGet("/dev/sda", code, sizeof(code)), -1); // never cut
+	EXPECT_STREQ(code, "x");
+	char whole[4];
+	EXPECT_EQ(VEXODiskDebugAdvTestCodeGet("/dev/sda", whole, sizeof(whole)), 1);
+	EXPECT_STREQ(whole, "101");
 	section("smart_test_quick=passed\nlatest_test_type=short");
 	r = 9;
 	EXPECT_EQ(VEXODiskDebugSmartTestResultGet("/dev/sda", "smart_test_quick", &r), 0);
