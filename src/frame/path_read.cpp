@@ -134,9 +134,9 @@ int openDir(const std::string &host, int &err)
 	return fd;
 }
 
-UniqueFd openPath(std::string_view path)
+UniqueFd openPath(std::string_view path, int flags = kReadFlags)
 {
-	return openFile(AT_FDCWD, sysroot::path(path), kReadFlags);
+	return openFile(AT_FDCWD, sysroot::path(path), flags);
 }
 
 // A name below a directory descriptor: a leading '/' would escape it.
@@ -218,7 +218,8 @@ bool readString(std::string_view path, std::string &out, ReadFail *why, std::siz
 
 bool readBytes(std::string_view path, std::string &out, std::size_t max, ReadFail *why)
 {
-	return readRaw(openPath(path), out, max, why);
+	// A document may well be a link (a configuration kept elsewhere).
+	return readRaw(openPath(path, O_RDONLY | O_CLOEXEC), out, max, why);
 }
 
 bool readLine(std::string_view path, std::string &out, std::size_t size, bool keepNewline, ReadFail *why)

@@ -81,7 +81,8 @@ private:
 
 // The same readers for a single file named by its appliance path.
 // readBytes gives the content as it is (at most `max` bytes; NULs, white
-// space and all), for documents that are parsed whole.
+// space and all), for documents that are parsed whole; unlike the one-value
+// readers it follows a link in the file's place.
 bool readBytes(std::string_view path, std::string &out, std::size_t max, ReadFail *why = nullptr);
 bool readString(std::string_view path, std::string &out, ReadFail *why = nullptr, std::size_t max = kOneValueMax);
 bool readLine(std::string_view path, std::string &out, std::size_t size, bool keepNewline = false,

@@ -87,6 +87,9 @@ TEST(PathRead, LinesLinksAndDirectories)
 	EXPECT_FALSE(d.readString("link", s, &why));
 	EXPECT_EQ(why, ReadFail::Open);
 	EXPECT_EQ(errno, ELOOP);
+	// A document is read through a link, as it is.
+	ASSERT_TRUE(vexo::readBytes("/sys/block/sdb/link", s, 4096));
+	EXPECT_EQ(s, "WDC WD40EFRX-68N32N0  \nsecond\n");
 
 	struct {
 		const char *rel;
