@@ -15,59 +15,56 @@ namespace {
 TEST(PathRead, ContentsAndFailures)
 {
 	Sysroot root;
-	struct Row {
+	root.mkdirs("/sys/block/sda");
+	// How readS32, readI64, readU64 and readString end: None, Parse, Read or
+	// Open. A number read is the trimmed text without its '+'.
+	struct {
 		std::string_view content; // "-": no such file
-		ReadFail s32, i64, u64, str;
-		int32_t s32v;
-		int64_t i64v;
-		uint64_t u64v;
-		const char *strv;
+		const char *ends;
+		const char *text;
+	} rows[] = {
+		{"42\n", "NNNN", "42"},
+		{"  -7 \n", "NNPN", "-7"},
+		{"+5", "NNNN", "+5"},
+		{"2147483648\n", "PNNN", "2147483648"},
+		{"-2147483648", "NNPN", "-2147483648"},
+		{"18446744073709551615\n", "PPNN", "18446744073709551615"},
+		{"18446744073709551616", "PPPN", "18446744073709551616"},
+		{"12abc\n", "PPPN", "12abc"},
+		{"0x10", "PPPN", "0x10"},
+		{"\n", "PPPN", ""},
+		{"", "RRRR", ""},
+		{"ATA     \n", "PPPN", "ATA"},
+		{"a\0b"sv, "PPPN", "a"},
+		{"-", "OOOO", ""},
 	};
-	constexpr ReadFail N = ReadFail::None, P = ReadFail::Parse, R = ReadFail::Read, O = ReadFail::Open;
-	const Row rows[] = {
-		{"42\n", N, N, N, N, 42, 42, 42, "42"},
-		{"  -7 \n", N, N, P, N, -7, -7, 0, "-7"},
-		{"+5", N, N, N, N, 5, 5, 5, "+5"},
-		{"2147483648\n", P, N, N, N, 0, 2147483648LL, 2147483648ULL, "2147483648"},
-		{"-2147483648", N, N, P, N, INT32_MIN, INT32_MIN, 0, "-2147483648"},
-		{"18446744073709551615\n", P, P, N, N, 0, 0, UINT64_MAX, "18446744073709551615"},
-		{"18446744073709551616", P, P, P, N, 0, 0, 0, "18446744073709551616"},
-		{"12abc\n", P, P, P, N, 0, 0, 0, "12abc"},
-		{"0x10", P, P, P, N, 0, 0, 0, "0x10"},
-		{"\n", P, P, P, N, 0, 0, 0, ""},
-		{"", R, R, R, R, 0, 0, 0, nullptr},
-		{"ATA     \n", P, P, P, N, 0, 0, 0, "ATA"},
-		{"a\0b"sv, P, P, P, N, 0, 0, 0, "a"},
-		{"-", O, O, O, O, 0, 0, 0, nullptr},
-	};
+	const char letter[] = {'N', 'O', 'R', 'P'}; // in ReadFail's order
 	int i = 0;
-	for (const Row &r : rows) {
+	for (const auto &r : rows) {
 		SCOPED_TRACE(i);
 		std::string rel = "v" + std::to_string(i++);
 		if (r.content != "-")
 			root.write("/sys/block/sda/" + rel, r.content);
-		else
-			root.mkdirs("/sys/block/sda");
 		PathDir d("/sys/block/sda");
 		ASSERT_TRUE(d);
-		// Outputs keep their value on failure.
-		int32_t s = 99;
+		int32_t s = 99; // outputs keep their value on failure
 		int64_t l = 99;
 		uint64_t u = 99;
-		std::string str = "keep";
-		ReadFail ws = N, wl = N, wu = N, wstr = N;
-		EXPECT_EQ(d.readS32(rel, s, &ws), r.s32 == N);
-		EXPECT_EQ(vexo::readI64("/sys/block/sda/" + rel, l, &wl), r.i64 == N);
-		EXPECT_EQ(d.readU64(rel, u, &wu), r.u64 == N);
-		EXPECT_EQ(d.readString(rel, str, &wstr), r.str == N);
-		EXPECT_EQ(ws, r.s32);
-		EXPECT_EQ(wl, r.i64);
-		EXPECT_EQ(wu, r.u64);
-		EXPECT_EQ(wstr, r.str);
-		EXPECT_EQ(s, r.s32 == N ? r.s32v : 99);
-		EXPECT_EQ(l, r.i64 == N ? r.i64v : 99);
-		EXPECT_EQ(u, r.u64 == N ? r.u64v : 99);
-		EXPECT_EQ(str, r.str == N ? r.strv : "keep");
+		std::string str = "99";
+		ReadFail w[4] = {};
+		d.readS32(rel, s, &w[0]);
+		vexo::readI64("/sys/block/sda/" + rel, l, &w[1]);
+		d.readU64(rel, u, &w[2]);
+		d.readString(rel, str, &w[3]);
+		std::string ends;
+		for (ReadFail f : w)
+			ends += letter[static_cast<int>(f)];
+		EXPECT_EQ(ends, r.ends);
+		std::string number = r.text[0] == '+' ? r.text + 1 : r.text;
+		EXPECT_EQ(std::to_string(s), r.ends[0] == 'N' ? number : "99");
+		EXPECT_EQ(std::to_string(l), r.ends[1] == 'N' ? number : "99");
+		EXPECT_EQ(std::to_string(u), r.ends[2] == 'N' ? number : "99");
+		EXPECT_EQ(str, r.ends[3] == 'N' ? r.text : "99");
 	}
 }
 
