@@ -12,6 +12,7 @@
 #include <vexoplatform/vexocore.h>
 
 #include "frame/err.h"
+#include "frame/text.h"
 #include "frame/path_read.h"
 #include "frame/sysroot.h"
 #include "platform/board/platform_description.h"
@@ -133,8 +134,7 @@ VEXOP_API int VEXOEBoxInfoEnum(VEXO_EBOX_INFO *units, int max)
 			if (info.maxDisk >= VEXO_EBOX_MAX_BAYS)
 				break;
 			// A path too long for the record leaves its bay empty.
-			if (disk.size() < sizeof(info.disks[0]))
-				std::strcpy(info.disks[info.maxDisk], disk.c_str());
+			vexo::copyText(info.disks[info.maxDisk], disk);
 			++info.maxDisk;
 		}
 		units[count++] = info;

@@ -7,6 +7,7 @@
 #include <vexoplatform/ebox_info.h>
 
 #include "frame/err.h"
+#include "frame/text.h"
 #include "frame/path_read.h"
 
 namespace {
@@ -71,11 +72,10 @@ VEXO_API int VEXODiskGetDevnamebyAtaPort(char *name, int size, const char *hostT
 			result += static_cast<char>('a' + port);
 		}
 	}
-	if (result.size() + 1 > static_cast<size_t>(size)) {
+	if (!vexo::copyText(name, size, result)) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
-	std::memcpy(name, result.c_str(), result.size() + 1);
 	return 0;
 }
 

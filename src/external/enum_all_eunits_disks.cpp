@@ -13,6 +13,7 @@
 
 #include "frame/device.h"
 #include "frame/err.h"
+#include "frame/text.h"
 #include "frame/sysroot.h"
 
 extern "C" {
@@ -53,11 +54,10 @@ VEXO_API int VEXOEnumAllEUnitsDisks(int /*mode*/, char *names, int size)
 				out += std::string(name) + " ";
 		}
 	}
-	if (out.size() + 1 > static_cast<size_t>(size)) {
+	if (!vexo::copyText(names, size, out)) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
-	std::memcpy(names, out.c_str(), out.size() + 1);
 	return 0;
 }
 

@@ -10,6 +10,7 @@
 
 #include "external/port_map.h"
 #include "frame/err.h"
+#include "frame/text.h"
 
 namespace {
 
@@ -78,11 +79,10 @@ VEXO_API int VEXOExternalEsataPortGet(int index, char *name, int size)
 	if (VLIBCSupportSAS())
 		return -1;
 	std::vector<std::string> names = esataNames();
-	if (index > static_cast<int>(names.size()) || names[index - 1].size() + 1 > static_cast<size_t>(size)) {
+	if (index > static_cast<int>(names.size()) || !vexo::copyText(name, size, names[index - 1])) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
-	std::strcpy(name, names[index - 1].c_str());
 	return 0;
 }
 
