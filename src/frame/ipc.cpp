@@ -43,8 +43,12 @@ key_t key(const char *path, int projectId)
 	struct stat st {};
 	if (::stat(host.c_str(), &st) != 0)
 		return -1;
+	// The whole device and inode numbers, where ftok keeps 8 and 16 bits of
+	// them: any name of the same file gives the same key, as with ftok.
 	char id = static_cast<char>(projectId & 0xff);
-	uint32_t h = hashOf({root, path, std::string_view(&id, 1)});
+	uint64_t dev = st.st_dev, ino = st.st_ino;
+	uint32_t h = hashOf({root, std::string_view(reinterpret_cast<const char *>(&dev), sizeof(dev)),
+			     std::string_view(reinterpret_cast<const char *>(&ino), sizeof(ino)), std::string_view(&id, 1)});
 	// Neither IPC_PRIVATE (0) nor the failure value (-1).
 	if (h == 0 || h == 0xffffffffu)
 		h = 1;

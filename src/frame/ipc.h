@@ -2,10 +2,11 @@
 //
 // Keys. On the real root a key is ftok(3) of the path, so the library meets
 // the appliance's other programs on the same semaphores. Under a sysroot
-// (VEXO_SYSROOT) the key is a hash of the root, the appliance path and the
-// project id instead: ftok keeps only 16 bits of the inode, so two simulated
-// boxes on one machine, or a box and the host, could draw the same key. The
-// path must exist in both cases, as for ftok.
+// (VEXO_SYSROOT) the key is a hash of the root, the file's whole device and
+// inode numbers and the project id instead: ftok keeps only 16 bits of the
+// inode, so two simulated boxes on one machine, or a box and the host, could
+// draw the same key. The path must exist in both cases, as for ftok, and
+// every name of one file gives one key.
 //
 // Socket addresses. The host path of a socket is its appliance path under
 // the root, so two boxes never share a socket. A host path longer than

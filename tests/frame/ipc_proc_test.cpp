@@ -38,6 +38,7 @@ TEST(IpcSeam, KeysOfTwoBoxesNeverMeet)
 				EXPECT_EQ(k, vexo::ipc::key(path, proj)); // the same in every process
 				seen.insert(k);
 			}
+		EXPECT_EQ(vexo::ipc::key("/run//a", 1), vexo::ipc::key("/run/a", 1));
 		EXPECT_EQ(vexo::ipc::key("/run/missing", 1), -1);
 		EXPECT_EQ(errno, ENOENT);
 	}
