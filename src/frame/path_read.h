@@ -15,7 +15,7 @@
 //
 // Every reader returns false on failure with errno set, leaves its output
 // untouched, and, when asked, says which step failed, so that the caller
-// records the code and writes the line its own function is specified with.
+// records the code and writes the line its own function owes its callers.
 // An empty file is a failed read (ENODATA), as fgets would have it and as
 // the cache convention wants (a value being renamed into place).
 #pragma once
