@@ -4,6 +4,11 @@
 //   vexo-archive keygen PRIVATE PUBLIC            an Ed25519 key pair (PEM)
 //   vexo-archive pack KEYTYPE PRIVATE OUT DIR     tar+gzip DIR's contents, sign
 //   vexo-archive sign KEYTYPE PRIVATE CONTAINER OUT   sign any container as is
+//   vexo-archive keys ROOT     key pairs for firmware (7) and packages (8) in a
+//                              simulated appliance, unless it has them: the
+//                              public keys where the reader looks for them,
+//                              /usr/vexo/etc/archive-keys/N.pem, the private
+//                              ones in /run/vexosim/archive-keys/N.key
 #include <algorithm>
 #include <archive.h>
 #include <archive_entry.h>
@@ -151,6 +156,18 @@ std::string tarDir(const std::string &dir)
 	return out;
 }
 
+void keysFor(const std::string &root)
+{
+	std::string pub = root + "/usr/vexo/etc/archive-keys", priv = root + "/run/vexosim/archive-keys";
+	fs::create_directories(pub);
+	fs::create_directories(priv);
+	for (int type : {7, 8}) {
+		std::string p = pub + "/" + std::to_string(type) + ".pem", k = priv + "/" + std::to_string(type) + ".key";
+		if (::access(p.c_str(), R_OK) != 0 || ::access(k.c_str(), R_OK) != 0)
+			keygen(k, p);
+	}
+}
+
 unsigned keyType(const char *text)
 {
 	char *end = nullptr;
@@ -165,6 +182,7 @@ int usage()
 	std::fprintf(stderr, "usage: vexo-archive keygen PRIVATE PUBLIC\n"
 			     "       vexo-archive pack KEYTYPE PRIVATE OUT DIR\n"
 			     "       vexo-archive sign KEYTYPE PRIVATE CONTAINER OUT\n"
+			     "       vexo-archive keys ROOT\n"
 			     "KEYTYPE: 7 firmware, 8 package\n");
 	return 2;
 }
@@ -177,6 +195,10 @@ int main(int argc, char **argv)
 		std::string cmd = argc > 1 ? argv[1] : "";
 		if (cmd == "keygen" && argc == 4) {
 			keygen(argv[2], argv[3]);
+			return 0;
+		}
+		if (cmd == "keys" && argc == 3) {
+			keysFor(argv[2]);
 			return 0;
 		}
 		if (cmd == "pack" && argc == 6) {
