@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <memory>
 #include <new>
+#include <set>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <string>
@@ -167,12 +168,16 @@ bool linkInside(const std::string &name, const char *target)
 	return true;
 }
 
-// Checks one entry; fills name. 0 or a code.
-int checkEntry(archive_entry *e, std::string &name)
+// Checks one entry; fills name. `links` holds the names of the links seen
+// so far: nothing may be written through one. 0 or a code.
+int checkEntry(archive_entry *e, std::string &name, std::set<std::string> &links)
 {
 	name = safeName(archive_entry_pathname(e));
 	if (name.empty())
 		return VEXOARCHIVE_ERR_PATH;
+	for (size_t slash = name.find('/'); slash != std::string::npos; slash = name.find('/', slash + 1))
+		if (links.count(name.substr(0, slash)))
+			return VEXOARCHIVE_ERR_PATH;
 	if (archive_entry_hardlink(e))
 		return VEXOARCHIVE_ERR_TYPE;
 	switch (archive_entry_filetype(e)) {
@@ -180,6 +185,7 @@ int checkEntry(archive_entry *e, std::string &name)
 	case AE_IFDIR:
 		return VEXOARCHIVE_OK;
 	case AE_IFLNK:
+		links.insert(name);
 		return linkInside(name, archive_entry_symlink(e)) ? VEXOARCHIVE_OK : VEXOARCHIVE_ERR_PATH;
 	default:
 		return VEXOARCHIVE_ERR_TYPE;
@@ -195,11 +201,12 @@ int scan(const std::string &bytes, std::string &firstFile)
 		return VEXOARCHIVE_ERR_FORMAT;
 	long long total = 0, bound = unpackedBound();
 	int count = 0;
+	std::set<std::string> links;
 	archive_entry *e = nullptr;
 	int r;
 	while ((r = archive_read_next_header(a.get(), &e)) == ARCHIVE_OK) {
 		std::string name;
-		if (int c = checkEntry(e, name); c != VEXOARCHIVE_OK)
+		if (int c = checkEntry(e, name, links); c != VEXOARCHIVE_OK)
 			return c;
 		if (++count > VEXOARCHIVE_MAX_ENTRIES)
 			return VEXOARCHIVE_ERR_TOOBIG;
@@ -227,19 +234,18 @@ int extract(const std::string &bytes, const std::string &hostDir)
 	// again, and refuses to write through a link an earlier entry made.
 	archive_write_disk_set_options(out.get(), ARCHIVE_EXTRACT_SECURE_SYMLINKS | ARCHIVE_EXTRACT_SECURE_NODOTDOT);
 	long long total = 0, bound = unpackedBound();
+	std::set<std::string> links;
 	archive_entry *e = nullptr;
 	int r;
 	while ((r = archive_read_next_header(in.get(), &e)) == ARCHIVE_OK) {
 		std::string name;
-		if (int c = checkEntry(e, name); c != VEXOARCHIVE_OK)
+		if (int c = checkEntry(e, name, links); c != VEXOARCHIVE_OK)
 			return c;
 		archive_entry_copy_pathname(e, (hostDir + "/" + name).c_str());
 		if (archive_write_header(out.get(), e) < ARCHIVE_WARN) {
 			vlog(LOG_ERR, "%s:%d Failed to write %s: %s", VEXO_AT, name.c_str(),
 			     archive_error_string(out.get()));
-			return archive_errno(out.get()) == EEXIST || archive_errno(out.get()) == ELOOP
-				       ? VEXOARCHIVE_ERR_PATH
-				       : VEXOARCHIVE_ERR_WRITE;
+			return VEXOARCHIVE_ERR_WRITE;
 		}
 		const void *buf;
 		size_t size;

@@ -141,7 +141,7 @@ std::string tarDir(const std::string &dir)
 		archive_entry_copy_stat(e.get(), &st);
 		archive_entry_set_uid(e.get(), 0);
 		archive_entry_set_gid(e.get(), 0);
-		archive_entry_copy_pathname(e.get(), fs::relative(p, dir).c_str());
+		archive_entry_copy_pathname(e.get(), p.lexically_relative(dir).c_str());
 		std::string body;
 		if (S_ISLNK(st.st_mode))
 			archive_entry_copy_symlink(e.get(), fs::read_symlink(p).c_str());
