@@ -57,10 +57,12 @@ int md5sum(int argc, char **argv)
 	int status = 0;
 	for (int i = 1; i < argc; ++i) {
 		std::ifstream in(vexo::sysroot::path(argv[i]), std::ios::binary);
-		std::string data(std::istreambuf_iterator<char>(in), {});
+		std::string data;
+		if (in.is_open())
+			data.assign(std::istreambuf_iterator<char>(in), {});
 		unsigned char md[EVP_MAX_MD_SIZE];
 		unsigned len = 0;
-		if (!in.eof() || EVP_Digest(data.data(), data.size(), md, &len, EVP_md5(), nullptr) != 1) {
+		if (!in.is_open() || in.bad() || EVP_Digest(data.data(), data.size(), md, &len, EVP_md5(), nullptr) != 1) {
 			std::fprintf(stderr, "md5sum: %s: No such file or directory\n", argv[i]);
 			status = 1;
 			continue;

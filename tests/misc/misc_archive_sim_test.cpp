@@ -204,3 +204,40 @@ TEST_F(ArchiveTest, FullVolumeIsMinusTwo)
 }
 
 } // namespace
+
+namespace {
+
+TEST(Md5Test, ThroughTheTool)
+{
+	Sysroot root;
+	root.write("/tmp/h", "hello");
+	struct Case {
+		const char *path;
+		const char *md5;
+		bool tool;
+		int rc;
+		int err;
+		bool warned;
+	} cases[] = {
+		{"/tmp/h", "5d41402abc4b2a76b9719d911017c592", true, 1, 0, false},
+		{"/tmp/h", "5D41402ABC4B2A76B9719D911017C592", true, 0, 0, true}, // exact, case and all
+		{"/tmp/h", "5d41402abc4b2a76b9719d911017c59", true, 0, 0, true},
+		{"/tmp/none", "5d41402abc4b2a76b9719d911017c592", true, -1, 0x0A00, false},
+		{"/tmp/h", "5d41402abc4b2a76b9719d911017c592", false, -1, 0x0900, false},
+		{"/tmp/h", nullptr, true, -1, 0x0D00, false},
+	};
+	for (const Case &c : cases) {
+		SCOPED_TRACE(std::string(c.path) + " " + (c.md5 ? c.md5 : "null") + (c.tool ? "" : " no tool"));
+		if (root.exists("/usr/bin/md5sum"))
+			root.remove("/usr/bin/md5sum");
+		if (c.tool)
+			root.symlink(buildDir() + "/bin/vexosim-tools", "/usr/bin/md5sum");
+		LogCapture log;
+		VLIBCErrClear();
+		EXPECT_EQ(VEXOHWCTLMiscFileMD5sumMatch(c.path, c.md5), c.rc);
+		EXPECT_ERR(c.err);
+		EXPECT_EQ(log.has(LOG_WARNING, "MD5 do not match: target MD5 is"), c.warned) << log.dump();
+	}
+}
+
+} // namespace
