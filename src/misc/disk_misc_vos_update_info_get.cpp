@@ -46,9 +46,12 @@ bool due()
 
 bool refresh()
 {
+	vexo::exec::Options opts;
+	opts.timeoutMs = 120000; // a hung tool must not hang every caller
 	vexo::exec::Result r = vexo::exec::run({"/usr/vexo/bin/vexowebapi", "--exec-fastwebapi",
 						"api=VEXO.Core.Upgrade.Server", "method=check", "version=2",
-						"need_auto_smallupdate=true", "need_promotion=true"});
+						"need_auto_smallupdate=true", "need_promotion=true"},
+					       opts);
 	if (r.status() != 0) {
 		vlog(LOG_ERR, "%s:%d Failed to run %s", VEXO_AT, "/usr/vexo/bin/vexowebapi");
 		return false;

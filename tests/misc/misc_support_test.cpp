@@ -204,3 +204,32 @@ TEST(VersionTest, VersionFile)
 }
 
 } // namespace
+
+#include "frame/net.h"
+
+namespace {
+
+TEST(NetSeam, RedirectFile)
+{
+	Sysroot root;
+	root.write("/run/vexosim/net.conf", "# test\nmap https://db.example https://127.0.0.1:4443/x\n"
+					    "map http://plain.example https://127.0.0.1:1 # trailing\nca /run/vexosim/ca.pem\n");
+	struct Case {
+		const char *url, *sent;
+	} cases[] = {
+		{"https://db.example/getSSDsInfo/v7?model=a", "https://127.0.0.1:4443/x/getSSDsInfo/v7?model=a"},
+		{"https://db.example", "https://127.0.0.1:4443/x"},
+		{"https://db.example?q=1", "https://127.0.0.1:4443/x?q=1"},
+		{"https://db.example.evil.net/x", "https://db.example.evil.net/x"}, // only whole host names
+		{"http://plain.example/a", "https://127.0.0.1:1/a"},
+		{"https://other.example/a", "https://other.example/a"},
+	};
+	for (const Case &c : cases)
+		EXPECT_EQ(vexo::net::effectiveUrl(c.url), c.sent);
+	EXPECT_EQ(vexo::net::caBundle(), root.host("/run/vexosim/ca.pem"));
+	ScopedEnv conf("VEXO_NET_CONF", root.host("/none").c_str()); // named, absent: nothing redirected
+	EXPECT_EQ(vexo::net::effectiveUrl(cases[0].url), cases[0].url);
+	EXPECT_EQ(vexo::net::caBundle(), "");
+}
+
+} // namespace
