@@ -84,7 +84,7 @@ bool readOne(json_object *data, const char *name, VOSUpdateInfo &out)
 		return missing(name);
 	if (!json_object_object_get_ex(o, "available", &v))
 		return missing("available");
-	out = {};
+	// Not available: that flag alone is set, the rest stays as it was.
 	out.available = json_object_get_boolean(v) ? 1 : 0;
 	if (!out.available)
 		return true;
@@ -143,7 +143,7 @@ int parseUpdateInfo(std::string_view text, VOSUpdateInfo *update, VOSUpdateInfo 
 		vlog(LOG_ERR, "%s:%d Failed to get %s from json", VEXO_AT, "data");
 		return -1;
 	}
-	VOSUpdateInfo u{}, p{};
+	VOSUpdateInfo u = *update, p = *promotion;
 	if (!readOne(data, "update", u) || !readOne(data, "promotion", p))
 		return -1;
 	*update = u;

@@ -14,8 +14,7 @@ constexpr const char *kVersionFile = "/etc.defaults/VERSION";
 unsigned parsed(const char *text, const char *what)
 {
 	unsigned v = 0;
-	char tail;
-	if (std::sscanf(text, "%u%c", &v, &tail) != 1) {
+	if (std::sscanf(text, "%u", &v) != 1) {
 		vlog(LOG_ERR, "%s:%d Fail to get %s from %s", VEXO_AT, what, text);
 		return 0;
 	}
