@@ -53,3 +53,20 @@ run status tables health
 # sample root shows what the cache holds once they have.
 echo "\$ vexohw --sysroot examples/sample-sysroot cache show"
 build/bin/vexohw --sysroot "$top/examples/sample-sysroot" cache show
+# the update servers: a real HTTPS server on 127.0.0.1 with the box's own CA,
+# and a firmware archive signed with the box's key, checked by the library
+echo "# the box's update servers and a signed firmware archive"
+build/bin/vexosim pack keys "$root"
+mkdir -p "$root/srv/vexosim/getSSDsInfo" "$root/srv/vexosim/ssd/v1/getUpdate" "$root/tmp/kit/firmware"
+echo '{}' >"$root/srv/vexosim/getSSDsInfo/v7"
+echo '[]' >"$root/srv/vexosim/ssd/v1/getUpdate/index.json"
+rm -f "$root/run/vexosim/serve.port"
+build/bin/vexosim serve "$root" 2>/dev/null &
+serve=$!
+trap 'kill $serve 2>/dev/null' EXIT
+for _ in 1 2 3 4 5 6 7 8 9 10; do [ -s "$root/run/vexosim/serve.port" ] && break; sleep 0.3; done
+run server check
+echo "demo firmware" >"$root/tmp/kit/firmware/DEMO100.bin"
+build/bin/vexosim pack pack 7 "$root/run/vexosim/archive-keys/7.key" "$root/tmp/DEMO100.sa" "$root/tmp/kit"
+run archive verify /tmp/DEMO100.sa
+run archive verify /tmp/DEMO100.sa --type package || true

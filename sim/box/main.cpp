@@ -4,6 +4,8 @@
 //   vexosim build DESCRIPTION DIR   write the box's root into DIR
 //   vexosim check DESCRIPTION       only check the description
 //   vexosim run DIR -- COMMAND...   run COMMAND with the box as its root
+//   vexosim serve ROOT ...          the box's HTTPS update servers (vexosim-serve)
+//   vexosim pack ...                make signed archives and keys (vexo-archive)
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -26,7 +28,9 @@ int usage()
 {
 	std::fprintf(stderr, "usage: vexosim build DESCRIPTION DIR\n"
 			     "       vexosim check DESCRIPTION\n"
-			     "       vexosim run DIR -- COMMAND [ARG...]\n");
+			     "       vexosim run DIR -- COMMAND [ARG...]\n"
+			     "       vexosim serve ROOT [--docroot DIR]\n"
+			     "       vexosim pack keygen|keys|pack|sign ...\n");
 	return 2;
 }
 
@@ -60,6 +64,16 @@ int runIn(const std::string &dir, char **argv)
 	return 127;
 }
 
+// Runs a companion program built beside this one, with the same arguments.
+int runBeside(const char *program, char **argv)
+{
+	std::string path = vexosim::besideSelf(program);
+	argv[0] = path.data();
+	::execv(path.c_str(), argv);
+	std::fprintf(stderr, "vexosim: cannot run %s: %s\n", path.c_str(), std::strerror(errno));
+	return 127;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -82,6 +96,8 @@ int main(int argc, char **argv)
 				    argv[3]);
 			return 0;
 		}
+		if (cmd == "serve" || cmd == "pack")
+			return runBeside(cmd == "serve" ? "vexosim-serve" : "vexo-archive", argv + 1);
 		if (cmd == "run" && argc >= 5 && std::strcmp(argv[3], "--") == 0)
 			return runIn(argv[2], argv + 4);
 	} catch (const vexosim::DescriptionError &e) {

@@ -16,6 +16,10 @@
 namespace vexosim::tools::smartctl {
 int main(int argc, char **argv);
 }
+namespace vexosim::tools {
+int vexowebapi(int argc, char **argv); // update_tools.cpp
+int md5sum(int argc, char **argv);
+} // namespace vexosim::tools
 
 namespace {
 
@@ -31,6 +35,8 @@ constexpr Tool kTools[] = {
 	{"sg_logs", vexosim::tools::sg::sgLogs},
 	{"vexostorage", vexosim::tools::vexostorage},
 	{"dhm_tool", vexosim::tools::dhmTool},
+	{"vexowebapi", vexosim::tools::vexowebapi},
+	{"md5sum", vexosim::tools::md5sum},
 };
 
 const char *base(const char *p)
