@@ -168,7 +168,7 @@ int copyOut(std::string_view value, char *out, int size)
 extern "C" {
 
 VEXOP_API int VLIBCFileGetKeyValue(const char *file, const char *key, char *out, int size, int flags)
-{
+try {
 	if (!file || !key || !*key || !out || size < 1 || flags != 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -186,10 +186,10 @@ VEXOP_API int VLIBCFileGetKeyValue(const char *file, const char *key, char *out,
 		return 0;
 	}
 	return vexo::core::copyOut(value, out, size);
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCFileGetKeyValueAll(const char *file, PVLIBSZHASH *pHash)
-{
+try {
 	if (!file || !pHash) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -203,6 +203,6 @@ VEXOP_API int VLIBCFileGetKeyValueAll(const char *file, PVLIBSZHASH *pHash)
 	if (n < 0)
 		VEXO_ERR_PASS();
 	return n;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -40,7 +40,7 @@ int lockedWrite(Write write)
 extern "C" {
 
 VEXOP_API int VLIBCINFOGetKeyValue(const char *key, char *out, int size)
-{
+try {
 	if (!key || !*key || !out || size < 1) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -66,25 +66,25 @@ VEXOP_API int VLIBCINFOGetKeyValue(const char *key, char *out, int size)
 		return 0;
 	}
 	return vexo::core::copyOut(value, out, size);
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCINFOSetKeyValue(const char *key, const char *value)
-{
+try {
 	if (!vexo::core::validKey(key) || !vexo::core::validValue(value)) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
 	return lockedWrite([&] { return VLIBCFileSetKeyValue(kInfoFile, key, value, VLIBC_KV_TEMPLATE); });
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCINFORemoveKey(const char *key)
-{
+try {
 	if (!vexo::core::validKey(key)) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
 	// Removing a key that is not there (or from a missing file) is done.
 	return lockedWrite([&] { return VLIBCFileRemoveKey(kInfoFile, key); });
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -10,7 +10,7 @@
 #include "frame/unique.h"
 
 extern "C" VEXO_API int VEXODiskIsSata(const char *path)
-{
+try {
 	if (!path) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -32,4 +32,4 @@ extern "C" VEXO_API int VEXODiskIsSata(const char *path)
 	// The field is eight characters padded with spaces.
 	return std::strncmp(vendor, "ATA", 3) == 0 && (vendor[3] == ' ' || vendor[3] == '\n' || vendor[3] == '\0') ? 1
 														    : 0;
-}
+} VEXO_C_CATCH(-1)

@@ -55,7 +55,7 @@ bool named(const xmlNode *n, const char *name)
 extern "C" {
 
 VEXO_API int VEXODiskParseXmlOperatingTemp(const char *file, SharedDiskInfo *info)
-{
+try {
 	if (!file || !info) {
 		vlog(LOG_ERR, "%s:%d Bad parameters", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -92,6 +92,6 @@ VEXO_API int VEXODiskParseXmlOperatingTemp(const char *file, SharedDiskInfo *inf
 	}
 	VEXO_ERR(VEXO_ERR_NOT_FOUND);
 	return -1;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

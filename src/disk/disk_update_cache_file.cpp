@@ -49,22 +49,22 @@ int writeValue(const char *name, const char *key, Put put)
 extern "C" {
 
 VEXO_API int VEXODiskUpdateIntValueCacheFile(const char *name, const char *key, int value)
-{
+try {
 	return writeValue(name, key, [value](std::FILE *f) { std::fprintf(f, "%d", value); });
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskUpdateLLIntValueCacheFile(const char *name, const char *key, long long value)
-{
+try {
 	return writeValue(name, key, [value](std::FILE *f) { std::fprintf(f, "%lld", value); });
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskUpdateStrValueCacheFile(const char *name, const char *key, const char *value)
-{
+try {
 	if (!value) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
 	return writeValue(name, key, [value](std::FILE *f) { std::fputs(value, f); });
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

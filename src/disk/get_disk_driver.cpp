@@ -29,7 +29,7 @@ std::string trimmed(const char *s)
 extern "C" {
 
 VEXO_API int VEXOGetDiskDriver(const char *path)
-{
+try {
 	std::string disk = vexo::disk::physicalName(vexo::disk::shortName(path));
 	if (disk.empty()) {
 		vlog(LOG_ERR, "%s:%d Failed to get phyical disk of device %s", VEXO_AT, path ? path : "(null)");
@@ -68,6 +68,6 @@ VEXO_API int VEXOGetDiskDriver(const char *path)
 		if (std::strncmp(name.c_str(), kDrivers[i], name.size()) == 0)
 			return i;
 	return VEXO_DISK_DRIVER_OTHER;
-}
+} VEXO_C_CATCH(VEXO_DISK_DRIVER_OTHER)
 
 } // extern "C"

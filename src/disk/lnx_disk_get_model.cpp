@@ -15,7 +15,7 @@
 #include "frame/unique.h"
 
 extern "C" VEXO_API int VEXOLnxDiskGetModel(const char *path, char *model, int size)
-{
+try {
 	if (!path || !*path || !model || size <= 0) {
 		vlog(LOG_ERR, "%s:%d Bad parameters.", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -61,4 +61,4 @@ extern "C" VEXO_API int VEXOLnxDiskGetModel(const char *path, char *model, int s
 	}
 	std::snprintf(model, size, "%s", text);
 	return 0;
-}
+} VEXO_C_CATCH(-1)

@@ -81,7 +81,7 @@ bool vendorOfModel(const char *model, std::string &vendor)
 } // namespace
 
 extern "C" VEXO_API int VEXOLnxDiskGetVendor(const char *path, char *vendor, int size)
-{
+try {
 	if (!path || !*path || !vendor || size <= 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -123,10 +123,10 @@ extern "C" VEXO_API int VEXOLnxDiskGetVendor(const char *path, char *vendor, int
 		return -1;
 	std::snprintf(vendor, size, "%s", found.c_str());
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 extern "C" VEXO_API int VEXOLnxDiskGetVendorCache(const char *path, char *vendor, int size)
-{
+try {
 	if (!path || !*path || !vendor || size <= 0) {
 		vlog(LOG_ERR, "%s:%d Invalid input parameters", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -145,4 +145,4 @@ extern "C" VEXO_API int VEXOLnxDiskGetVendorCache(const char *path, char *vendor
 	}
 	std::snprintf(vendor, size, "%s", text);
 	return 0;
-}
+} VEXO_C_CATCH(-1)

@@ -21,7 +21,7 @@ constexpr const char kReversedBays[] = "dcba";
 extern "C" {
 
 VEXO_API int VEXODiskGetDevnamebyAtaPort(char *name, int size, const char *hostText)
-{
+try {
 	if (!name || size <= 0 || !hostText) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -85,6 +85,6 @@ VEXO_API int VEXODiskGetDevnamebyAtaPort(char *name, int size, const char *hostT
 	}
 	std::memcpy(name, result.c_str(), result.size() + 1);
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -8,6 +8,9 @@
 #include <glob.h>
 #include <unistd.h>
 
+#include "frame/boundary.h"
+#include "frame/log.h"
+
 namespace vexo::sysroot {
 
 std::string root()
@@ -23,6 +26,7 @@ std::string root()
 
 std::string path(std::string_view p)
 {
+	VEXO_FAULT_POINT();
 	if (p.empty() || p.front() != '/')
 		return std::string(p);
 	// Every file access composes a path: one allocation, no copy of the root.
@@ -79,6 +83,7 @@ char *realpath(const char *p, char *out)
 
 int glob(const char *pattern, std::vector<std::string> &matches)
 {
+	VEXO_FAULT_POINT();
 	matches.clear();
 	std::string r = root();
 	// Glob metacharacters in the root itself must not be expanded.

@@ -113,7 +113,7 @@ bool validName(const char *name)
 } // namespace
 
 extern "C" VEXO_API int SmartInfoCacheUpdate(const char *name, const SmartInfoEntry *list)
-{
+try {
 	if (!validName(name)) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -158,4 +158,4 @@ extern "C" VEXO_API int SmartInfoCacheUpdate(const char *name, const SmartInfoEn
 		VEXO_ERR(VEXO_ERR_UNLOCK);
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)
