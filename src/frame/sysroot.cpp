@@ -57,6 +57,34 @@ std::string strip(std::string_view host)
 
 std::FILE *fopen(const char *p, const char *mode) { return std::fopen(path(p).c_str(), mode); }
 int open(const char *p, int flags, mode_t mode) { return ::open(path(p).c_str(), flags, mode); }
+int create(const char *p, int flags, mode_t mode)
+{
+	int fd = ::open(path(p).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, mode);
+	if (fd < 0)
+		return -1;
+	if (::fchmod(fd, mode) != 0) {
+		const int e = errno;
+		::close(fd);
+		errno = e;
+		return -1;
+	}
+	return fd;
+}
+
+std::FILE *fcreate(const char *p, mode_t mode)
+{
+	int fd = create(p, O_TRUNC, mode);
+	if (fd < 0)
+		return nullptr;
+	std::FILE *f = ::fdopen(fd, "w");
+	if (!f) {
+		const int e = errno;
+		::close(fd);
+		errno = e;
+	}
+	return f;
+}
+
 int stat(const char *p, struct stat *st) { return ::stat(path(p).c_str(), st); }
 int lstat(const char *p, struct stat *st) { return ::lstat(path(p).c_str(), st); }
 int access(const char *p, int mode) { return ::access(path(p).c_str(), mode); }
