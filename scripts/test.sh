@@ -29,6 +29,11 @@ if ! git ls-files 'src/*.cpp' 'platform/*.cpp' | xargs -P"$jobs" -n16 clang-tidy
 fi
 rm -f "$tidy_log"
 
+echo "== ThreadSanitizer: the cache-writer thread test =="
+VEXO_BUILD_TARGET=test_threads_tsan scripts/build.sh build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVEXO_TSAN=ON \
+	-DVEXO_BENCH=OFF
+(cd build-tsan && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure --timeout 300) || status=1
+
 echo "== ASan/UBSan build =="
 scripts/build.sh build-asan -DCMAKE_BUILD_TYPE=Debug -DVEXO_SANITIZE=ON -DVEXO_BENCH=OFF
 (cd build-asan && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
