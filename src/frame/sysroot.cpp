@@ -15,7 +15,7 @@ namespace vexo::sysroot {
 
 std::string root()
 {
-	const char *r = std::getenv("VEXO_SYSROOT");
+	const char *r = secure_getenv("VEXO_SYSROOT");
 	if (!r || !*r)
 		return {};
 	std::string s(r);
@@ -30,7 +30,7 @@ std::string path(std::string_view p)
 	if (p.empty() || p.front() != '/')
 		return std::string(p);
 	// Every file access composes a path: one allocation, no copy of the root.
-	const char *r = std::getenv("VEXO_SYSROOT");
+	const char *r = secure_getenv("VEXO_SYSROOT");
 	std::string_view rv = r ? std::string_view(r) : std::string_view();
 	while (rv.size() > 1 && rv.back() == '/')
 		rv.remove_suffix(1);

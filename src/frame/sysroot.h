@@ -1,5 +1,7 @@
 // The sysroot seam. Every absolute path the library and the platform layer
 // touch is composed here from VEXO_SYSROOT (unset or empty: the real root).
+// Like every VEXO_* switch it is read with secure_getenv: a set-user-id
+// program ignores it, or its user would choose what root reads and runs.
 // Callers keep and hand out the unprefixed appliance path ("/dev/sda");
 // only the system call sees the composed one. Process liveness
 // (/proc/<pid>) is not a sysroot path: it is always the real one.
