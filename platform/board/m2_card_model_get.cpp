@@ -19,14 +19,14 @@ constexpr const char *kCardNames[] = {"M2C-D2", "M2C-S1", "M2C-S2", "M2C-N4", "M
 extern "C" {
 
 VEXOP_API const char *VEXOM2CardIDToStr(int model)
-{
+try {
 	if (model < 0 || model >= static_cast<int>(std::size(kCardNames)))
 		return nullptr;
 	return kCardNames[model];
-}
+} VEXO_C_CATCH(nullptr)
 
 VEXOP_API int VEXOM2CardModelGet(const char *path)
-{
+try {
 	std::string name = vexo::platform::diskName(path);
 	std::vector<std::string> components = vexo::platform::sysfsComponents(name);
 	if (components.empty())
@@ -42,10 +42,10 @@ VEXOP_API int VEXOM2CardModelGet(const char *path)
 		if (slot->card == kCardNames[i])
 			return i;
 	return VEXO_M2CARD_UNKNOWN;
-}
+} VEXO_C_CATCH(VEXO_M2CARD_UNKNOWN)
 
 VEXOP_API int VEXOAdapterCardCheckSupport(const char *cardName, const char *attribute)
-{
+try {
 	if (!cardName || !attribute) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -60,10 +60,10 @@ VEXOP_API int VEXOAdapterCardCheckSupport(const char *cardName, const char *attr
 		return 0;
 	auto attr = card->second.find(attribute);
 	return attr != card->second.end() && attr->second ? 1 : 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VexoHWVersionGet(char *model, int size)
-{
+try {
 	if (!model || size <= 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -82,6 +82,6 @@ VEXOP_API int VexoHWVersionGet(char *model, int size)
 		return -1;
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -161,7 +161,7 @@ int pairsToHash(const std::vector<std::string> &lines, size_t begin, size_t end,
 extern "C" {
 
 VEXOP_API int VLIBCFileGetKeyValue(const char *file, const char *key, char *out, int size, int flags)
-{
+try {
 	if (!file || !key || !*key || !out || size < 1 || flags != 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -180,10 +180,10 @@ VEXOP_API int VLIBCFileGetKeyValue(const char *file, const char *key, char *out,
 	}
 	// A value longer than the buffer is cut to it: the length tells.
 	return static_cast<int>(vexo::copyTextCut(out, size, value));
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCFileGetKeyValueAll(const char *file, PVLIBSZHASH *pHash)
-{
+try {
 	if (!file || !pHash) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -197,6 +197,6 @@ VEXOP_API int VLIBCFileGetKeyValueAll(const char *file, PVLIBSZHASH *pHash)
 	if (n < 0)
 		VEXO_ERR_PASS();
 	return n;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

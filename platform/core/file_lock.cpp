@@ -121,7 +121,7 @@ std::string classPath(int cls)
 extern "C" {
 
 VEXOP_API int VLIBCFileLockTimeByFile(const char *path, int exclusive, int timeoutSeconds, int *fd)
-{
+try {
 	if (timeoutSeconds < 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return 0;
@@ -130,18 +130,18 @@ VEXOP_API int VLIBCFileLockTimeByFile(const char *path, int exclusive, int timeo
 	if (!r)
 		VEXO_ERR_PASS();
 	return r;
-}
+} VEXO_C_CATCH(0)
 
 VEXOP_API int VLIBCFileLockByFile(const char *path, int exclusive, int *fd)
-{
+try {
 	int r = lockFile(path, exclusive, -1, fd);
 	if (!r)
 		VEXO_ERR_PASS();
 	return r;
-}
+} VEXO_C_CATCH(0)
 
 VEXOP_API int VLIBCFileUnlockByFile(int fd)
-{
+try {
 	if (fd < 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return 0;
@@ -152,10 +152,10 @@ VEXOP_API int VLIBCFileUnlockByFile(int fd)
 	}
 	::close(fd);
 	return 1;
-}
+} VEXO_C_CATCH(0)
 
 VEXOP_API int VLIBCFileLock(int lockId, int flags)
-{
+try {
 	if (lockId <= 0 || (flags & ~(kLockExclusive | kLockWait)) != 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -191,10 +191,10 @@ VEXOP_API int VLIBCFileLock(int lockId, int flags)
 	std::lock_guard<std::mutex> g(gMutex);
 	(*gHeld)[cls] = Held{fd, threadId()};
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCFileUnlock(int lockClass)
-{
+try {
 	if (lockClass <= 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -218,6 +218,6 @@ VEXOP_API int VLIBCFileUnlock(int lockClass)
 		return -1;
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

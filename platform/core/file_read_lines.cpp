@@ -25,7 +25,7 @@ void chopLineEnd(std::string &line)
 extern "C" {
 
 VEXOP_API int VLIBCFileReadLines(const char *file, PVLIBSZLIST *pList)
-{
+try {
 	if (!file || !pList || !*pList) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -43,10 +43,10 @@ VEXOP_API int VLIBCFileReadLines(const char *file, PVLIBSZLIST *pList)
 		}
 	}
 	return static_cast<int>(lines.size());
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API char *VLIBCFgets(char *buffer, int size, FILE *stream)
-{
+try {
 	if (!buffer || size < 1 || !stream) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return nullptr;
@@ -60,10 +60,10 @@ VEXOP_API char *VLIBCFgets(char *buffer, int size, FILE *stream)
 			buffer[--n] = '\0';
 	}
 	return buffer;
-}
+} VEXO_C_CATCH(nullptr)
 
 VEXOP_API int VLIBCFileEnumDir(const char *dir, PVLIBSZLIST *pList)
-{
+try {
 	if (!dir || !pList || !*pList) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -93,10 +93,10 @@ VEXOP_API int VLIBCFileEnumDir(const char *dir, PVLIBSZLIST *pList)
 		}
 	}
 	return static_cast<int>(names.size());
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API ssize_t VLIBCRead(int fd, void *buffer, size_t size)
-{
+try {
 	if (fd < 0 || (!buffer && size)) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -115,10 +115,10 @@ VEXOP_API ssize_t VLIBCRead(int fd, void *buffer, size_t size)
 		done += static_cast<size_t>(r);
 	}
 	return static_cast<ssize_t>(done);
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API ssize_t VLIBCWrite(int fd, const void *buffer, size_t size)
-{
+try {
 	if (fd < 0 || (!buffer && size)) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -135,6 +135,6 @@ VEXOP_API ssize_t VLIBCWrite(int fd, const void *buffer, size_t size)
 		done += static_cast<size_t>(w);
 	}
 	return static_cast<ssize_t>(done);
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

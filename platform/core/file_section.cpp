@@ -64,7 +64,7 @@ bool isBlank(const std::string &line) { return vexo::core::trim(line).empty(); }
 extern "C" {
 
 VEXOP_API int VLIBCFileGetSection(const char *file, const char *section, PVLIBSZHASH *pHash)
-{
+try {
 	if (!file || !section || !pHash) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -83,10 +83,10 @@ VEXOP_API int VLIBCFileGetSection(const char *file, const char *section, PVLIBSZ
 	if (n < 0)
 		VEXO_ERR_PASS();
 	return n;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCFileSetSection(const char *file, const char *section, PVLIBSZHASH hash)
-{
+try {
 	std::vector<std::string> body;
 	if (!file || !validSection(section) || !bodyOf(hash, body)) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -114,10 +114,10 @@ VEXOP_API int VLIBCFileSetSection(const char *file, const char *section, PVLIBSZ
 		return -1;
 	}
 	return 1;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCFileAddSection(const char *file, const char *section, PVLIBSZHASH hash)
-{
+try {
 	std::vector<std::string> body;
 	if (!file || !validSection(section) || !bodyOf(hash, body)) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -142,10 +142,10 @@ VEXOP_API int VLIBCFileAddSection(const char *file, const char *section, PVLIBSZ
 		return -1;
 	}
 	return 1;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCFileRemoveSection(const char *file, const char *section)
-{
+try {
 	if (!file || !section) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -166,10 +166,10 @@ VEXOP_API int VLIBCFileRemoveSection(const char *file, const char *section)
 		return -1;
 	}
 	return 1;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCFileEnumSection(const char *file, PVLIBSZLIST *pList)
-{
+try {
 	if (!file || !pList || !*pList) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -191,6 +191,6 @@ VEXOP_API int VLIBCFileEnumSection(const char *file, PVLIBSZLIST *pList)
 		++count;
 	}
 	return count;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

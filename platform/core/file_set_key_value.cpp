@@ -54,7 +54,7 @@ int rewrite(const char *file, const char *key, const std::optional<std::string> 
 extern "C" {
 
 VEXOP_API int VLIBCFileSetKeyValue(const char *file, const char *key, const char *value, const char *format)
-{
+try {
 	std::string line;
 	if (!file || !vexo::core::validKey(key) || !vexo::core::validValue(value) ||
 	    !vexo::core::formatPair(format ? format : VLIBC_KV_TEMPLATE, key, value, line)) {
@@ -67,10 +67,10 @@ VEXOP_API int VLIBCFileSetKeyValue(const char *file, const char *key, const char
 		return -1;
 	}
 	return 1;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCFileRemoveKey(const char *file, const char *key)
-{
+try {
 	if (!file || !vexo::core::validKey(key)) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -79,6 +79,6 @@ VEXOP_API int VLIBCFileRemoveKey(const char *file, const char *key)
 	if (r < 0)
 		VEXO_ERR_PASS();
 	return r;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -10,13 +10,13 @@
 extern "C" {
 
 VEXOP_API int VLIBCFileExist(const char *path)
-{
+try {
 	struct stat st;
 	return path && vexo::sysroot::stat(path, &st) == 0;
-}
+} VEXO_C_CATCH(0)
 
 VEXOP_API int VLIBCFileTouch(const char *path)
-{
+try {
 	if (!path) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -28,10 +28,10 @@ VEXOP_API int VLIBCFileTouch(const char *path)
 	}
 	::close(fd);
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCFileStat(const char *path, struct stat *st)
-{
+try {
 	if (!path || !st) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -41,6 +41,6 @@ VEXOP_API int VLIBCFileStat(const char *path, struct stat *st)
 		return -1;
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

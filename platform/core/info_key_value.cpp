@@ -41,7 +41,7 @@ int lockedWrite(Write write)
 extern "C" {
 
 VEXOP_API int VLIBCINFOGetKeyValue(const char *key, char *out, int size)
-{
+try {
 	if (!key || !*key || !out || size < 1) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -68,25 +68,25 @@ VEXOP_API int VLIBCINFOGetKeyValue(const char *key, char *out, int size)
 	}
 	// A value longer than the buffer is cut to it: the length tells.
 	return static_cast<int>(vexo::copyTextCut(out, size, value));
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCINFOSetKeyValue(const char *key, const char *value)
-{
+try {
 	if (!vexo::core::validKey(key) || !vexo::core::validValue(value)) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
 	return lockedWrite([&] { return VLIBCFileSetKeyValue(kInfoFile, key, value, VLIBC_KV_TEMPLATE); });
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCINFORemoveKey(const char *key)
-{
+try {
 	if (!vexo::core::validKey(key)) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
 	// Removing a key that is not there (or from a missing file) is done.
 	return lockedWrite([&] { return VLIBCFileRemoveKey(kInfoFile, key); });
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -118,7 +118,7 @@ bool nameAlive(const char *name)
 extern "C" {
 
 VEXOP_API int VLIBCIsProcAlive(const char *name, pid_t pid)
-{
+try {
 	if (pid > 0)
 		return pidAlive(pid) ? 1 : 0;
 	if (!name || !*name) {
@@ -126,10 +126,10 @@ VEXOP_API int VLIBCIsProcAlive(const char *name, pid_t pid)
 		return 0;
 	}
 	return nameAlive(name) ? 1 : 0;
-}
+} VEXO_C_CATCH(0)
 
 VEXOP_API pid_t VLIBCReadPidFile(const char *path)
-{
+try {
 	if (!path) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -142,10 +142,10 @@ VEXOP_API pid_t VLIBCReadPidFile(const char *path)
 		return -1;
 	}
 	return pid;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCProcAliveByPidFile(const char *path)
-{
+try {
 	if (!path) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -160,10 +160,10 @@ VEXOP_API int VLIBCProcAliveByPidFile(const char *path)
 		return -1;
 	}
 	return pidAlive(pid) ? 1 : 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCProcPidFileCreate(const char *path)
-{
+try {
 	if (!path) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -174,16 +174,16 @@ VEXOP_API int VLIBCProcPidFileCreate(const char *path)
 		return -1;
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API pid_t VLIBCProcFork(void)
-{
+try {
 	pid_t pid = ::fork();
 	if (pid == 0)
 		VLIBCErrClear();
 	else if (pid < 0)
 		VEXO_ERR(VEXO_ERR_NOMEM);
 	return pid;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

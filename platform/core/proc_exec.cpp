@@ -73,7 +73,7 @@ bool badProgram(const char *program)
 extern "C" {
 
 VEXOP_API int VLIBCExecl(const char *program, const char *arg0, ...)
-{
+try {
 	if (badProgram(program))
 		return -1;
 	va_list ap;
@@ -81,24 +81,24 @@ VEXOP_API int VLIBCExecl(const char *program, const char *arg0, ...)
 	auto argv = vexo::core::argvFrom(program, arg0, ap);
 	va_end(ap);
 	return runToEnd(argv, 0);
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCExecv(const char *program, char *const argv[])
-{
+try {
 	if (badProgram(program))
 		return -1;
 	return runToEnd(vexo::core::argvFrom(program, argv), 0);
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCExec(char *const argv[])
-{
+try {
 	if (!argv || badProgram(argv[0]))
 		return -1;
 	return runToEnd(vexo::core::argvFrom(argv[0], argv), 0);
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCTimedExecWithEnv(int seconds, const char *program, const char *arg0, ...)
-{
+try {
 	if (badProgram(program))
 		return -1;
 	if (seconds < 1) {
@@ -110,6 +110,6 @@ VEXOP_API int VLIBCTimedExecWithEnv(int seconds, const char *program, const char
 	auto argv = vexo::core::argvFrom(program, arg0, ap);
 	va_end(ap);
 	return runToEnd(argv, seconds);
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -52,7 +52,7 @@ FILE *openStream(const std::vector<std::string> &argv, const char *mode)
 extern "C" {
 
 VEXOP_API FILE *VLIBCPopen(const char *program, const char *mode, const char *arg0, ...)
-{
+try {
 	if (!program || program[0] != '/') {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return nullptr;
@@ -62,19 +62,19 @@ VEXOP_API FILE *VLIBCPopen(const char *program, const char *mode, const char *ar
 	auto argv = vexo::core::argvFrom(program, arg0, ap);
 	va_end(ap);
 	return openStream(argv, mode);
-}
+} VEXO_C_CATCH(nullptr)
 
 VEXOP_API FILE *VLIBCPopenv(const char *program, const char *mode, char *const argv[])
-{
+try {
 	if (!program || program[0] != '/') {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return nullptr;
 	}
 	return openStream(vexo::core::argvFrom(program, argv), mode);
-}
+} VEXO_C_CATCH(nullptr)
 
 VEXOP_API int VLIBCPclose(FILE *stream)
-{
+try {
 	vexo::exec::Child child;
 	{
 		std::lock_guard<std::mutex> g(gMutex);
@@ -90,6 +90,6 @@ VEXOP_API int VLIBCPclose(FILE *stream)
 	// Closing first lets a writer-fed child see end of input and finish.
 	std::fclose(stream);
 	return child.wait();
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -94,40 +94,40 @@ int ask(Q q) { return yes(keyOf(q)); }
 extern "C" {
 
 VEXOP_API int VLIBCSupportGet(const char *key)
-{
+try {
 	if (!key || !*key) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return 0;
 	}
 	return yes(key);
-}
+} VEXO_C_CATCH(0)
 
-VEXOP_API int VLIBCSupportSAS(void) { return ask(Q::SupportSAS); }
-VEXOP_API int VLIBCSupportNVMe(void) { return ask(Q::SupportNVMe); }
-VEXOP_API int VLIBCSupportNvmeEunit(void) { return ask(Q::SupportNvmeEunit); }
-VEXOP_API int VLIBCSupportRAID(void) { return ask(Q::SupportRAID); }
-VEXOP_API int VLIBCSupportDualhead(void) { return ask(Q::SupportDualhead); }
-VEXOP_API int VLIBCSupportIsolatedDiskSystem(void) { return ask(Q::SupportIsolatedDiskSystem); }
-VEXOP_API int VLIBCSupportM2AllDev(void) { return ask(Q::SupportM2AllDev); }
-VEXOP_API int VLIBCBlockM2SATA(void) { return ask(Q::BlockM2SATA); }
-VEXOP_API int VLIBCSupportDiskCompatibility(void) { return ask(Q::SupportDiskCompatibility); }
-VEXOP_API int VLIBCSupportDiskStatusDebug(void) { return ask(Q::SupportDiskStatusDebug); }
-VEXOP_API int VLIBCSupportInstallOnlyDev(void) { return ask(Q::SupportInstallOnlyDev); }
-VEXOP_API int VLIBCSupportInternalVolumeByNvme(void) { return ask(Q::SupportInternalVolumeByNvme); }
-VEXOP_API int VLIBCSupportLEDBrightnessAdjust(void) { return ask(Q::SupportLEDBrightnessAdjust); }
-VEXOP_API int VLIBCIsVVOS(void) { return ask(Q::IsVVOS); }
-VEXOP_API int VLIBCIsAliVOS(void) { return ask(Q::IsAliVOS); }
-VEXOP_API int VLIBCVexologyDriveOnly(void) { return ask(Q::VexologyDriveOnly); }
-VEXOP_API int VLIBCSataDeepSleepEn(void) { return ask(Q::SataDeepSleepEn); }
+VEXOP_API int VLIBCSupportSAS(void) try { return ask(Q::SupportSAS); } VEXO_C_CATCH(0)
+VEXOP_API int VLIBCSupportNVMe(void) try { return ask(Q::SupportNVMe); } VEXO_C_CATCH(0)
+VEXOP_API int VLIBCSupportNvmeEunit(void) try { return ask(Q::SupportNvmeEunit); } VEXO_C_CATCH(0)
+VEXOP_API int VLIBCSupportRAID(void) try { return ask(Q::SupportRAID); } VEXO_C_CATCH(0)
+VEXOP_API int VLIBCSupportDualhead(void) try { return ask(Q::SupportDualhead); } VEXO_C_CATCH(0)
+VEXOP_API int VLIBCSupportIsolatedDiskSystem(void) try { return ask(Q::SupportIsolatedDiskSystem); } VEXO_C_CATCH(0)
+VEXOP_API int VLIBCSupportM2AllDev(void) try { return ask(Q::SupportM2AllDev); } VEXO_C_CATCH(0)
+VEXOP_API int VLIBCBlockM2SATA(void) try { return ask(Q::BlockM2SATA); } VEXO_C_CATCH(0)
+VEXOP_API int VLIBCSupportDiskCompatibility(void) try { return ask(Q::SupportDiskCompatibility); } VEXO_C_CATCH(0)
+VEXOP_API int VLIBCSupportDiskStatusDebug(void) try { return ask(Q::SupportDiskStatusDebug); } VEXO_C_CATCH(0)
+VEXOP_API int VLIBCSupportInstallOnlyDev(void) try { return ask(Q::SupportInstallOnlyDev); } VEXO_C_CATCH(0)
+VEXOP_API int VLIBCSupportInternalVolumeByNvme(void) try { return ask(Q::SupportInternalVolumeByNvme); } VEXO_C_CATCH(0)
+VEXOP_API int VLIBCSupportLEDBrightnessAdjust(void) try { return ask(Q::SupportLEDBrightnessAdjust); } VEXO_C_CATCH(0)
+VEXOP_API int VLIBCIsVVOS(void) try { return ask(Q::IsVVOS); } VEXO_C_CATCH(0)
+VEXOP_API int VLIBCIsAliVOS(void) try { return ask(Q::IsAliVOS); } VEXO_C_CATCH(0)
+VEXOP_API int VLIBCVexologyDriveOnly(void) try { return ask(Q::VexologyDriveOnly); } VEXO_C_CATCH(0)
+VEXOP_API int VLIBCSataDeepSleepEn(void) try { return ask(Q::SataDeepSleepEn); } VEXO_C_CATCH(0)
 
 VEXOP_API int VLIBCMaxDiskGet(void)
-{
+try {
 	std::string v = productValue(keyOf(Q::MaxDisk));
 	char *end = nullptr;
 	long n = std::strtol(v.c_str(), &end, 10);
 	if (v.empty() || *end != '\0' || n < 0 || n > 4096)
 		return 0;
 	return static_cast<int>(n);
-}
+} VEXO_C_CATCH(0)
 
 } // extern "C"

@@ -10,7 +10,7 @@
 extern "C" {
 
 VEXOP_API int VLIBCStrSnprintf(char *out, int size, const char *format, ...)
-{
+try {
 	if (!out || size < 1 || !format) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -26,10 +26,10 @@ VEXOP_API int VLIBCStrSnprintf(char *out, int size, const char *format, ...)
 		return -1;
 	}
 	return n;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCStrTrimSpace(char *text)
-{
+try {
 	if (!text) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -43,10 +43,10 @@ VEXOP_API int VLIBCStrTrimSpace(char *text)
 	std::memmove(text, text + start, len - start);
 	text[len - start] = '\0';
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCStrCaseLower(char *text)
-{
+try {
 	if (!text) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -54,10 +54,10 @@ VEXOP_API int VLIBCStrCaseLower(char *text)
 	for (char *p = text; *p; ++p)
 		*p = static_cast<char>(std::tolower(static_cast<unsigned char>(*p)));
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCStrReplace(char *text, int size, const char *from, const char *to)
-{
+try {
 	if (!text || size < 1 || !from || !*from || !to) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -79,6 +79,6 @@ VEXOP_API int VLIBCStrReplace(char *text, int size, const char *from, const char
 	std::memmove(at + toLen, at + fromLen, std::strlen(at + fromLen) + 1);
 	std::memcpy(at, to, toLen);
 	return 1;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -46,7 +46,7 @@ bool reserve(PVLIBSZHASH hash, int need)
 extern "C" {
 
 VEXOP_API PVLIBSZHASH VLIBCSzHashAlloc(int capacity)
-{
+try {
 	if (capacity < 1)
 		capacity = 1;
 	auto *hash = static_cast<PVLIBSZHASH>(std::calloc(1, sizeof(VLIBSZHASH)));
@@ -63,10 +63,10 @@ VEXOP_API PVLIBSZHASH VLIBCSzHashAlloc(int capacity)
 	hash->ppszKey = keys;
 	hash->ppszValue = values;
 	return hash;
-}
+} VEXO_C_CATCH(nullptr)
 
 VEXOP_API void VLIBCSzHashClear(PVLIBSZHASH hash)
-{
+try {
 	if (!hash)
 		return;
 	for (int i = 0; i < hash->nItem; ++i) {
@@ -75,20 +75,20 @@ VEXOP_API void VLIBCSzHashClear(PVLIBSZHASH hash)
 		hash->ppszKey[i] = hash->ppszValue[i] = nullptr;
 	}
 	hash->nItem = 0;
-}
+} VEXO_C_CATCH_VOID
 
 VEXOP_API void VLIBCSzHashFree(PVLIBSZHASH hash)
-{
+try {
 	if (!hash)
 		return;
 	VLIBCSzHashClear(hash);
 	std::free(hash->ppszKey);
 	std::free(hash->ppszValue);
 	std::free(hash);
-}
+} VEXO_C_CATCH_VOID
 
 VEXOP_API int VLIBCSzHashSetValue(PVLIBSZHASH *pHash, const char *key, const char *value)
-{
+try {
 	if (!pHash || !*pHash || !key || !value) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -116,18 +116,18 @@ VEXOP_API int VLIBCSzHashSetValue(PVLIBSZHASH *pHash, const char *key, const cha
 	hash->ppszValue[hash->nItem] = v;
 	++hash->nItem;
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API const char *VLIBCSzHashGetValue(PVLIBSZHASH hash, const char *key)
-{
+try {
 	if (!hash || !key)
 		return nullptr;
 	int at = findKey(hash, key);
 	return at >= 0 ? hash->ppszValue[at] : nullptr;
-}
+} VEXO_C_CATCH(nullptr)
 
 VEXOP_API int VLIBCSzHashRemoveKey(PVLIBSZHASH hash, const char *key)
-{
+try {
 	if (!hash || !key)
 		return -1;
 	int at = findKey(hash, key);
@@ -141,6 +141,6 @@ VEXOP_API int VLIBCSzHashRemoveKey(PVLIBSZHASH hash, const char *key)
 	--hash->nItem;
 	hash->ppszKey[hash->nItem] = hash->ppszValue[hash->nItem] = nullptr;
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

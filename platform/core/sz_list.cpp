@@ -38,7 +38,7 @@ bool reserve(PVLIBSZLIST *pList, int need)
 extern "C" {
 
 VEXOP_API PVLIBSZLIST VLIBCSzListAlloc(int capacity)
-{
+try {
 	if (capacity < 1)
 		capacity = 1;
 	auto *list = static_cast<PVLIBSZLIST>(std::calloc(1, sizeof(VLIBSZLIST)));
@@ -52,10 +52,10 @@ VEXOP_API PVLIBSZLIST VLIBCSzListAlloc(int capacity)
 	list->nAlloc = capacity;
 	list->ppszItem = cells;
 	return list;
-}
+} VEXO_C_CATCH(nullptr)
 
 VEXOP_API void VLIBCSzListClear(PVLIBSZLIST list)
-{
+try {
 	if (!list)
 		return;
 	for (int i = 0; i < list->nItem; ++i) {
@@ -63,19 +63,19 @@ VEXOP_API void VLIBCSzListClear(PVLIBSZLIST list)
 		list->ppszItem[i] = nullptr;
 	}
 	list->nItem = 0;
-}
+} VEXO_C_CATCH_VOID
 
 VEXOP_API void VLIBCSzListFree(PVLIBSZLIST list)
-{
+try {
 	if (!list)
 		return;
 	VLIBCSzListClear(list);
 	std::free(list->ppszItem);
 	std::free(list);
-}
+} VEXO_C_CATCH_VOID
 
 VEXOP_API int VLIBCSzListPush(PVLIBSZLIST *pList, const char *item)
-{
+try {
 	if (!pList || !*pList || !item) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -92,27 +92,27 @@ VEXOP_API int VLIBCSzListPush(PVLIBSZLIST *pList, const char *item)
 	PVLIBSZLIST list = *pList;
 	list->ppszItem[list->nItem] = copy;
 	return list->nItem++;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API const char *VLIBCSzListGet(PVLIBSZLIST list, int index)
-{
+try {
 	if (!list || index < 0 || index >= list->nItem)
 		return nullptr;
 	return list->ppszItem[index];
-}
+} VEXO_C_CATCH(nullptr)
 
 VEXOP_API int VLIBCSzListFind(PVLIBSZLIST list, const char *item)
-{
+try {
 	if (!list || !item)
 		return -1;
 	for (int i = 0; i < list->nItem; ++i)
 		if (std::strcmp(list->ppszItem[i], item) == 0)
 			return i;
 	return -1;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCSzListRemove(PVLIBSZLIST list, int index)
-{
+try {
 	if (!list || index < 0 || index >= list->nItem) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -122,10 +122,10 @@ VEXOP_API int VLIBCSzListRemove(PVLIBSZLIST list, int index)
 		     sizeof(char *) * static_cast<size_t>(list->nItem - index - 1));
 	list->ppszItem[--list->nItem] = nullptr;
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCSzListSortItems(PVLIBSZLIST list, int ascending)
-{
+try {
 	if (!list) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -135,10 +135,10 @@ VEXOP_API int VLIBCSzListSortItems(PVLIBSZLIST list, int ascending)
 		return ascending ? c < 0 : c > 0;
 	});
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VLIBCSzListSplit(PVLIBSZLIST *pList, const char *text, const char *delims)
-{
+try {
 	if (!pList || !*pList || !text || !delims) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -166,6 +166,6 @@ VEXOP_API int VLIBCSzListSplit(PVLIBSZLIST *pList, const char *text, const char 
 		p += len;
 	}
 	return added;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -62,7 +62,7 @@ bool collect(const std::string &name, int depth, std::vector<std::string> &out)
 } // namespace
 
 extern "C" VEXOP_API int VEXODiskPhysicalDiskNameListGet(const char *path, PVLIBSZLIST *list)
-{
+try {
 	if (!path || !list || !*list) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -79,4 +79,4 @@ extern "C" VEXOP_API int VEXODiskPhysicalDiskNameListGet(const char *path, PVLIB
 			return -1;
 		}
 	return static_cast<int>(disks.size());
-}
+} VEXO_C_CATCH(-1)

@@ -67,23 +67,23 @@ int unitNumber(const std::string &host, const std::vector<std::string> &disks)
 extern "C" {
 
 VEXOP_API int SupportEBox(void)
-{
+try {
 	vexo::platform::Description d;
 	return vexo::platform::loadDescription(d) && d.ebox ? 1 : 0;
-}
+} VEXO_C_CATCH(0)
 
 VEXOP_API int VEXOEBoxPmInfoGet(const char *hostName, const char *key, char *value, int size)
-{
+try {
 	if (!hostName || !key || !value || size <= 0 || std::strchr(hostName, '/')) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
 	std::string path = std::string(kHostDir) + "/" + hostName + "/vexo_pm_info";
 	return VLIBCFileGetKeyValue(path.c_str(), key, value, size, 0);
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VEXOEBoxUnitUniqueGetByDevPath(const char *diskPath, char *unique, int size)
-{
+try {
 	if (!diskPath || !unique || size <= 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -103,10 +103,10 @@ VEXOP_API int VEXOEBoxUnitUniqueGetByDevPath(const char *diskPath, char *unique,
 	}
 	VEXO_ERR(VEXO_ERR_NOT_FOUND);
 	return -1;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VEXOEBoxInfoEnum(VEXO_EBOX_INFO *units, int max)
-{
+try {
 	if (!units || max <= 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -140,8 +140,8 @@ VEXOP_API int VEXOEBoxInfoEnum(VEXO_EBOX_INFO *units, int max)
 		units[count++] = info;
 	}
 	return count;
-}
+} VEXO_C_CATCH(-1)
 
-VEXOP_API int VEXOEBoxIsPoweron(const VEXO_EBOX_INFO *unit) { return unit && unit->powerOn ? 1 : 0; }
+VEXOP_API int VEXOEBoxIsPoweron(const VEXO_EBOX_INFO *unit) try { return unit && unit->powerOn ? 1 : 0; } VEXO_C_CATCH(0)
 
 } // extern "C"

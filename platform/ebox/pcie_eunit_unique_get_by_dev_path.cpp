@@ -49,7 +49,7 @@ int ataPortBelow(const std::vector<std::string> &components, size_t from)
 extern "C" {
 
 VEXOP_API int VEXOPcieEunitUniqueGetByDevPath(const char *diskPath, char *unique, int size)
-{
+try {
 	std::string name = vexo::platform::diskName(diskPath);
 	if (name.empty() || !unique || size <= 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -94,6 +94,6 @@ VEXOP_API int VEXOPcieEunitUniqueGetByDevPath(const char *diskPath, char *unique
 		return -1;
 	}
 	return bay - 1;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

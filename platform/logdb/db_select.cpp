@@ -90,7 +90,7 @@ VEXODB_RESULT *runQuery(VEXODB *db, const std::string &query)
 extern "C" {
 
 VEXOP_API VEXODB *VEXODBConnect(const char *path, int flags)
-{
+try {
 	if (!path || !*path) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return nullptr;
@@ -131,12 +131,12 @@ VEXOP_API VEXODB *VEXODBConnect(const char *path, int flags)
 		VEXO_ERR(VEXO_ERR_NOMEM);
 		return nullptr;
 	}
-}
+} VEXO_C_CATCH(nullptr)
 
-VEXOP_API void VEXODBClose(VEXODB *db) { delete db; }
+VEXOP_API void VEXODBClose(VEXODB *db) try { delete db; } VEXO_C_CATCH_VOID
 
 VEXOP_API int VEXODBExecute(VEXODB *db, const char *sql)
-{
+try {
 	if (!db || !sql) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -147,10 +147,10 @@ VEXOP_API int VEXODBExecute(VEXODB *db, const char *sql)
 	}
 	db->lastError.clear();
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API VEXODB_RESULT *VEXODBSelect(VEXODB *db, const char *query)
-{
+try {
 	if (!db || !query) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return nullptr;
@@ -161,10 +161,10 @@ VEXOP_API VEXODB_RESULT *VEXODBSelect(VEXODB *db, const char *query)
 		VEXO_ERR(VEXO_ERR_NOMEM);
 		return nullptr;
 	}
-}
+} VEXO_C_CATCH(nullptr)
 
 VEXOP_API VEXODB_RESULT *VEXODBSelectLimit(VEXODB *db, const char *query, int limit, int offset)
-{
+try {
 	if (!db || !query || offset < 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return nullptr;
@@ -178,12 +178,12 @@ VEXOP_API VEXODB_RESULT *VEXODBSelectLimit(VEXODB *db, const char *query, int li
 		VEXO_ERR(VEXO_ERR_NOMEM);
 		return nullptr;
 	}
-}
+} VEXO_C_CATCH(nullptr)
 
-VEXOP_API int VEXODBRowCount(const VEXODB_RESULT *result) { return result ? static_cast<int>(result->rows.size()) : 0; }
+VEXOP_API int VEXODBRowCount(const VEXODB_RESULT *result) try { return result ? static_cast<int>(result->rows.size()) : 0; } VEXO_C_CATCH(0)
 
 VEXOP_API int VEXODBFetchRow(VEXODB_RESULT *result)
-{
+try {
 	if (!result) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -194,10 +194,10 @@ VEXOP_API int VEXODBFetchRow(VEXODB_RESULT *result)
 	}
 	++result->current;
 	return 1;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API const char *VEXODBFetchField(const VEXODB_RESULT *result, const char *column)
-{
+try {
 	if (!result || !column || result->current < 0 || result->current >= static_cast<long>(result->rows.size()))
 		return nullptr;
 	const auto &row = result->rows[result->current];
@@ -205,10 +205,10 @@ VEXOP_API const char *VEXODBFetchField(const VEXODB_RESULT *result, const char *
 		if (result->columns[i] == column)
 			return row[i] ? row[i]->c_str() : nullptr;
 	return nullptr;
-}
+} VEXO_C_CATCH(nullptr)
 
-VEXOP_API void VEXODBFreeResult(VEXODB_RESULT *result) { delete result; }
+VEXOP_API void VEXODBFreeResult(VEXODB_RESULT *result) try { delete result; } VEXO_C_CATCH_VOID
 
-VEXOP_API const char *VEXODBErrorGet(const VEXODB *db) { return db ? db->lastError.c_str() : ""; }
+VEXOP_API const char *VEXODBErrorGet(const VEXODB *db) try { return db ? db->lastError.c_str() : ""; } VEXO_C_CATCH("")
 
 } // extern "C"

@@ -67,7 +67,7 @@ extern "C" {
 
 VEXOP_API int VEXONVMeFirmAndSerialRead(const char *path, char *firmware, int firmwareSize, char *serial,
 					int serialSize)
-{
+try {
 	if (!path || !firmware || !serial || firmwareSize <= 0 || serialSize <= 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		vlog(LOG_ERR, "%s:%d Bad parameters", VEXO_AT);
@@ -88,18 +88,18 @@ VEXOP_API int VEXONVMeFirmAndSerialRead(const char *path, char *firmware, int fi
 		return -1;
 	copyOut(fr, firmware, firmwareSize, "firmware revision", path);
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VEXONVMeDiskModelGet(const char *path, char *model, int size)
-{
+try {
 	uint8_t page[kIdentifySize];
 	if (!identifyFor(path, model, size, page))
 		return -1;
 	return copyOut(idText(page + kIdMn, kMnLen), model, size, "model number", path) ? 0 : -1;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VEXONVMeDiskVendorGet(const char *path, char *vendor, int size)
-{
+try {
 	uint8_t page[kIdentifySize];
 	if (!identifyFor(path, vendor, size, page))
 		return -1;
@@ -112,6 +112,6 @@ VEXOP_API int VEXONVMeDiskVendorGet(const char *path, char *vendor, int size)
 	if (text.empty())
 		text = "Unknown";
 	return copyOut(text, vendor, size, "vendor", path) ? 0 : -1;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -23,7 +23,7 @@ using namespace vexo::nvme;
 extern "C" {
 
 VEXOP_API int VEXONVMeLogGet(const char *path, unsigned int page, void *buffer, unsigned int length)
-{
+try {
 	if (!path || !buffer || page > 0xFF || length == 0 || length > kLogMax) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		vlog(LOG_ERR, "%s:%d Bad parameters: log page %#x, %u bytes", VEXO_AT, page, length);
@@ -39,10 +39,10 @@ VEXOP_API int VEXONVMeLogGet(const char *path, unsigned int page, void *buffer, 
 	}
 	std::memcpy(buffer, data, length);
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VEXONVMeTemperatureGet(const char *path)
-{
+try {
 	if (!path) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		vlog(LOG_ERR, "%s:%d Bad parameters", VEXO_AT);
@@ -60,6 +60,6 @@ VEXOP_API int VEXONVMeTemperatureGet(const char *path)
 		return -1;
 	}
 	return kelvin - kKelvinAtZeroCelsius;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

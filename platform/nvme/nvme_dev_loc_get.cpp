@@ -54,12 +54,12 @@ constexpr TypeName kTypes[] = {
 extern "C" {
 
 VEXOP_API int VEXONVMeCheckSupportAndNVMeSSD(const char *path)
-{
+try {
 	return path && VLIBCSupportNVMe() && isNamespaceName(vexo::platform::diskName(path)) ? 1 : 0;
-}
+} VEXO_C_CATCH(0)
 
 VEXOP_API int VEXONVMeDevLocGet(const char *path, int *slot, int *location)
-{
+try {
 	if (!path || !slot || !location) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -72,10 +72,10 @@ VEXOP_API int VEXONVMeDevLocGet(const char *path, int *slot, int *location)
 	*slot = e.slot;
 	*location = e.location;
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXOP_API int VEXONVMeDevPortTypeCheck(const char *path)
-{
+try {
 	PciEntry e;
 	if (!locate(path, e))
 		return VEXO_NVME_PORT_NONE;
@@ -83,15 +83,15 @@ VEXOP_API int VEXONVMeDevPortTypeCheck(const char *path)
 		if (e.type == t.type)
 			return t.value;
 	return VEXO_NVME_PORT_NONE;
-}
+} VEXO_C_CATCH(VEXO_NVME_PORT_NONE)
 
 VEXOP_API int VEXONVMeDevIsU2Slot(const char *path)
-{
+try {
 	return VEXONVMeDevPortTypeCheck(path) == VEXO_NVME_PORT_U2 ? 1 : 0;
-}
+} VEXO_C_CATCH(0)
 
 VEXOP_API int VEXONVMeDevGetByLoc(int slot, int location, char *path, int size)
-{
+try {
 	if (!path || size <= 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -114,6 +114,6 @@ VEXOP_API int VEXONVMeDevGetByLoc(int slot, int location, char *path, int size)
 	}
 	VEXO_ERR(VEXO_ERR_NOT_FOUND);
 	return -1;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

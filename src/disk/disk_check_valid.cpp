@@ -9,7 +9,7 @@
 extern "C" {
 
 VEXO_API int VEXODiskCheckValid(const char *path)
-{
+try {
 	if (!path) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -29,6 +29,6 @@ VEXO_API int VEXODiskCheckValid(const char *path)
 	if (supported < 0)
 		vlog(LOG_ERR, "%s:%d failed to get %s adapter card conf", VEXO_AT, card ? card : "unknown");
 	return supported;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

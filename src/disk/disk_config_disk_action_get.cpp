@@ -103,7 +103,7 @@ Lookup lookup(const char *path, Entry &out)
 extern "C" {
 
 VEXO_API int VEXODiskConfigDiskActionGet(const char *path, unsigned int *flags)
-{
+try {
 	if (!path || !flags) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -120,24 +120,24 @@ VEXO_API int VEXODiskConfigDiskActionGet(const char *path, unsigned int *flags)
 		return 0;
 	}
 	return -1;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskConfigVendorMatch(const char *path, const char *vendor)
-{
+try {
 	if (!path || !vendor) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return 0;
 	}
 	Entry e;
 	return lookup(path, e) == Lookup::Found && e.vendor == vendor ? 1 : 0;
-}
+} VEXO_C_CATCH(0)
 
 VEXO_API int VEXODiskInSCTCmdBlackList(const char *path)
-{
+try {
 	unsigned int flags = 0;
 	if (VEXODiskConfigDiskActionGet(path, &flags) != 0)
 		return 0;
 	return (flags & VEXO_DISK_ACTION_SCT_BLACKLIST) ? 1 : 0;
-}
+} VEXO_C_CATCH(0)
 
 } // extern "C"

@@ -41,16 +41,16 @@ constexpr int kPortContainer[] = {
 extern "C" {
 
 VEXO_API const char *VEXODiskContainerToString(int container)
-{
+try {
 	for (const auto &c : kContainers)
 		if (c.container == container)
 			return c.keyword;
 	VEXO_ERR(VEXO_ERR_UNKNOWN_DEVICE);
 	return nullptr;
-}
+} VEXO_C_CATCH(nullptr)
 
 VEXO_API int VEXODiskPortToContainer(int portType, int *container)
-{
+try {
 	int c = 0;
 	if (portType >= 0 && portType < static_cast<int>(std::size(kPortContainer)))
 		c = kPortContainer[portType];
@@ -60,10 +60,10 @@ VEXO_API int VEXODiskPortToContainer(int portType, int *container)
 	}
 	*container = c;
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int DiskContainerGet(const char *path, int *container)
-{
+try {
 	if (!path || !container) {
 		vlog(LOG_ERR, "%s:%d bad paramters", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -75,6 +75,6 @@ VEXO_API int DiskContainerGet(const char *path, int *container)
 		return -1;
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -195,7 +195,7 @@ SmartInfoEntry *parseEntry(const std::string &text, bool *oom)
 extern "C" {
 
 VEXO_API int VEXODiskDebugSmartInfoListGet(const char *path, SmartInfoEntry **list)
-{
+try {
 	if (!list) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -230,20 +230,20 @@ VEXO_API int VEXODiskDebugSmartInfoListGet(const char *path, SmartInfoEntry **li
 	}
 	*list = entries.release();
 	return 1;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskDebugSmartTestResultGet(const char *path, const char *key, int *result)
-{
+try {
 	return DebugWordGet(path, key, kTestResults, std::size(kTestResults), result);
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int SMARTDiskDebugSmartLatestTestTypeGet(const char *path, int *type)
-{
+try {
 	return DebugWordGet(path, keyOf(Debug::LatestTestType).key, kTestTypes, std::size(kTestTypes), type);
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskDebugAdvTestCodeGet(const char *path, char *code, int size)
-{
+try {
 	if (!code || size <= 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -253,20 +253,20 @@ VEXO_API int VEXODiskDebugAdvTestCodeGet(const char *path, char *code, int size)
 	if (r == 1 && !VEXO_COPY_OUT(code, size, text, "test code"))
 		return -1;
 	return r;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskDebugUncGet(const char *path, unsigned int *unc)
-{
+try {
 	return DebugUnsignedGet(path, Debug::Unc, UINT_MAX, unc);
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskDebugLifeGet(const char *path, unsigned int *life)
-{
+try {
 	return DebugUnsignedGet(path, Debug::Life, UINT_MAX, life);
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskDebugTemperatureGet(const char *path, int *temperature)
-{
+try {
 	if (!temperature) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -276,16 +276,16 @@ VEXO_API int VEXODiskDebugTemperatureGet(const char *path, int *temperature)
 	if (r == 1)
 		*temperature = static_cast<int>(v);
 	return r;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXONVMeDebugCritWarningGet(const char *path, unsigned int *warning)
-{
+try {
 	return DebugUnsignedGet(path, Debug::CritWarning, UINT_MAX, warning);
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXONVMeDebugPercentageUsedGet(const char *path, unsigned int *percentage)
-{
+try {
 	return DebugUnsignedGet(path, Debug::PercentageUsed, UINT_MAX, percentage);
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -92,7 +92,7 @@ int readPartitions(std::vector<Line> &out, int fields)
 extern "C" {
 
 VEXO_API int VEXODiskEnum(int type, unsigned int **numbers)
-{
+try {
 	if (type != 1 || !numbers) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -117,10 +117,10 @@ VEXO_API int VEXODiskEnum(int type, unsigned int **numbers)
 	}
 	*numbers = out;
 	return n;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskGetInfo(int type, unsigned int devNumber, DiskBriefInfo **info)
-{
+try {
 	if (type != 1 || !info) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -161,6 +161,6 @@ VEXO_API int VEXODiskGetInfo(int type, unsigned int devNumber, DiskBriefInfo **i
 	rec->capacityMiB = bytes >> 20;
 	*info = rec;
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -11,7 +11,7 @@
 extern "C" {
 
 VEXO_API int DiskEnumHibDevPush(const char *path, DiskEnumHibStatus *status, int kind)
-{
+try {
 	if (!path) {
 		vlog(LOG_ERR, "%s:%d szPath is NULL", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -40,6 +40,6 @@ VEXO_API int DiskEnumHibDevPush(const char *path, DiskEnumHibStatus *status, int
 		tail = &(*tail)->next;
 	*tail = cell;
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

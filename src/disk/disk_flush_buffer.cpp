@@ -23,7 +23,7 @@ struct Handle {
 } // namespace
 
 extern "C" VEXO_API int VEXOIDiskFlushBuffer(const char *path)
-{
+try {
 	if (!path || !*path) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -47,4 +47,4 @@ extern "C" VEXO_API int VEXOIDiskFlushBuffer(const char *path)
 		return -1;
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)

@@ -20,7 +20,7 @@ constexpr FormFactorRow kFormFactors[] = {
 } // namespace
 
 extern "C" VEXO_API int VEXODiskFormFactorSizeGet(const char *path, char *text, int size)
-{
+try {
 	if (!path || !*path || !text || size <= 0) {
 		vlog(LOG_ERR, "%s:%d Invalid inputed parameter", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -45,4 +45,4 @@ extern "C" VEXO_API int VEXODiskFormFactorSizeGet(const char *path, char *text, 
 	char unknown[32];
 	std::snprintf(unknown, sizeof(unknown), "unknown (0x%04x] inch", word);
 	return vexo::disk::putWhole(text, size, unknown);
-}
+} VEXO_C_CATCH(-1)

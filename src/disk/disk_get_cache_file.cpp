@@ -58,17 +58,17 @@ int readNumber(const char *devicePath, const char *key, T *value, const char *fo
 extern "C" {
 
 VEXO_API int VEXODiskGetIntValueCacheFile(const char *devicePath, const char *key, int *value)
-{
+try {
 	return readNumber(devicePath, key, value, "%d");
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskGetLLIntValueCacheFile(const char *devicePath, const char *key, long long *value)
-{
+try {
 	return readNumber(devicePath, key, value, "%lld");
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskGetStrValueCacheFile(const char *devicePath, const char *key, char *value, int size)
-{
+try {
 	if (!devicePath || !key || !value || size <= 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -88,6 +88,6 @@ VEXO_API int VEXODiskGetStrValueCacheFile(const char *devicePath, const char *ke
 	buffer[255] = '\0';
 	std::snprintf(value, size, "%s", buffer);
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -59,7 +59,7 @@ std::string mailWord(const char *lang, const char *key, const char *fallback)
 extern "C" {
 
 VEXO_API int DiskIdToString(const DiskId *id, char *out, int size)
-{
+try {
 	if (badArgs(id, out, size))
 		return -1;
 	if (id->container == DISK_CONTAINER_CACHE)
@@ -67,10 +67,10 @@ VEXO_API int DiskIdToString(const DiskId *id, char *out, int size)
 	if (id->container == DISK_CONTAINER_SYS)
 		return std::snprintf(out, size, "System device %d", id->index);
 	return std::snprintf(out, size, "%d", id->index);
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int DiskIdToMailString(const DiskId *id, char *out, int size)
-{
+try {
 	if (badArgs(id, out, size))
 		return -1;
 	char lang[32] = {};
@@ -86,10 +86,10 @@ VEXO_API int DiskIdToMailString(const DiskId *id, char *out, int size)
 	std::string word = id->container == DISK_CONTAINER_SYS ? mailWord(lang, "volume_system_disk", "System device")
 							       : mailWord(lang, "volume_disk_info", "disk");
 	return std::snprintf(out, size, "%s %d", word.c_str(), id->index);
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskInfoToString(const DiskInfo *info, char *out, int size)
-{
+try {
 	if (!info || !out || size <= 0) {
 		vlog(LOG_ERR, "%s:%d Invalid inputed parameter", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -128,10 +128,10 @@ VEXO_API int VEXODiskInfoToString(const DiskInfo *info, char *out, int size)
 		break;
 	}
 	return n >= 0 && n < size ? 0 : -1;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskIdSerialize(const DiskId *id, char *out, int size)
-{
+try {
 	if (badArgs(id, out, size))
 		return -1;
 	int middle = 0;
@@ -156,6 +156,6 @@ VEXO_API int VEXODiskIdSerialize(const DiskId *id, char *out, int size)
 		return -1;
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

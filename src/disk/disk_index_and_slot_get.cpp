@@ -107,7 +107,7 @@ int pciSlot(const char *name, int *slot)
 extern "C" {
 
 VEXO_API int DiskIndexAndSlotGet(const char *path, int *port, int *slot)
-{
+try {
 	if (!path || !port || !slot) {
 		vlog(LOG_ERR, "%s:%d Bad Parameters", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -139,6 +139,6 @@ VEXO_API int DiskIndexAndSlotGet(const char *path, int *port, int *slot)
 	*port = p;
 	*slot = s;
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

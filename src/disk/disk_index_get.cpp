@@ -2,18 +2,19 @@
 #include <cstring>
 
 #include <vexohw/disk.h>
+#include "frame/boundary.h"
 
 extern "C" {
 
 VEXO_API const char *VEXODiskDevPrefixSkip(const char *path)
-{
+try {
 	if (path && std::strncmp(path, "/dev/", 5) == 0)
 		return path + 5;
 	return path;
-}
+} VEXO_C_CATCH(path)
 
 VEXO_API int DiskIndexGet(const char *path)
-{
+try {
 	if (!path)
 		return -1;
 	const char *p = VEXODiskDevPrefixSkip(path);
@@ -28,6 +29,6 @@ VEXO_API int DiskIndexGet(const char *path)
 		value = (value + 1) * 26 + (*p - 'a');
 	}
 	return value;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

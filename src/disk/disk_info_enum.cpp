@@ -9,18 +9,18 @@
 extern "C" {
 
 VEXO_API int DiskInfoEnum(DiskEnumFilter *filter, DiskListNode **list)
-{
+try {
 	return vexo::disk::collect(filter, list, nullptr);
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API void DiskInfoEnumFree(DiskListNode *list)
-{
+try {
 	while (list) {
 		DiskListNode *next = list->next;
 		std::free(list->info);
 		std::free(list);
 		list = next;
 	}
-}
+} VEXO_C_CATCH_VOID
 
 } // extern "C"

@@ -41,7 +41,7 @@ bool writeAll(std::FILE *f, const DiskListNode *list)
 extern "C" {
 
 VEXO_API int VLIBDiskInfoEnumToCache(DiskEnumHibStatus *status)
-{
+try {
 	DiskListNode *list = nullptr;
 	int total = 0;
 	bool failed = false;
@@ -77,6 +77,6 @@ VEXO_API int VLIBDiskInfoEnumToCache(DiskEnumHibStatus *status)
 		     VEXO_DISK_SNAPSHOT);
 	DiskInfoEnumFree(list);
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

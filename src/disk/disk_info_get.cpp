@@ -77,7 +77,7 @@ void cut(char (&to)[N], const char *from)
 extern "C" {
 
 VEXO_API int DiskInfoGetWithoutSMART(const char *path, DiskInfo **info)
-{
+try {
 	if (!path || !info) {
 		vlog(LOG_ERR, "%s:%d bad paramters", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -128,10 +128,10 @@ VEXO_API int DiskInfoGetWithoutSMART(const char *path, DiskInfo **info)
 	cut(rec->path, devPath);
 	*info = rec.release();
 	return 1;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int DiskInfoGet(const char *path, DiskInfo **info)
-{
+try {
 	DiskInfo *rec = nullptr;
 	int rc = DiskInfoGetWithoutSMART(path, &rec);
 	if (rc < 1) {
@@ -142,11 +142,11 @@ VEXO_API int DiskInfoGet(const char *path, DiskInfo **info)
 	rec->temperature = VLIBCIsVVOS() ? 0 : VEXODiskTemperatureGet(rec->path);
 	*info = rec;
 	return 1;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API void DiskInfoFree(DiskInfo *info)
-{
+try {
 	std::free(info);
-}
+} VEXO_C_CATCH_VOID
 
 } // extern "C"

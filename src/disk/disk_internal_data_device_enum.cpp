@@ -9,7 +9,7 @@
 extern "C" {
 
 VEXO_API int VEXODiskInternalDataDeviceEnum(PVLIBSZLIST *names)
-{
+try {
 	if (!names || !*names || (*names)->nAlloc <= 0) {
 		vlog(LOG_ERR, "%s:%d device name list can not be NULL", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -31,6 +31,6 @@ VEXO_API int VEXODiskInternalDataDeviceEnum(PVLIBSZLIST *names)
 		}
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

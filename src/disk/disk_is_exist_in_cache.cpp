@@ -11,7 +11,7 @@
 extern "C" {
 
 VEXO_API int DiskIsExistInCache(const char *path)
-{
+try {
 	if (!path) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return 0;
@@ -42,6 +42,6 @@ VEXO_API int DiskIsExistInCache(const char *path)
 		if (last)
 			return 0;
 	}
-}
+} VEXO_C_CATCH(0)
 
 } // extern "C"

@@ -33,7 +33,7 @@ bool isVendor(const char *text, const char *vendor)
 extern "C" {
 
 VEXO_API int VEXODiskIhmSkipCheck(const char *path)
-{
+try {
 	if (!path || !*path) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return 1;
@@ -45,12 +45,12 @@ VEXO_API int VEXODiskIhmSkipCheck(const char *path)
 	if (VEXOLnxDiskGetVendorCache(dev.c_str(), vendor, sizeof(vendor)) != 0)
 		return 1;
 	return isVendor(vendor, "Seagate") ? 0 : 1;
-}
+} VEXO_C_CATCH(1)
 
-VEXO_API int VEXODiskDHMNeedRetry(int result) { return result == VEXO_DHM_EXIT_BUSY ? 1 : 0; }
+VEXO_API int VEXODiskDHMNeedRetry(int result) try { return result == VEXO_DHM_EXIT_BUSY ? 1 : 0; } VEXO_C_CATCH(0)
 
 VEXO_API int VEXODiskIsIronWolf(const char *path)
-{
+try {
 	int answer = VEXODiskIhmSkipCheck(path);
 	if (answer == 1)
 		return 0;
@@ -73,10 +73,10 @@ VEXO_API int VEXODiskIsIronWolf(const char *path)
 	else if (result == VEXO_DHM_EXIT_IRONWOLF_PRO)
 		answer = 2;
 	return answer;
-}
+} VEXO_C_CATCH(0)
 
 VEXO_API int VEXODiskIsIronWolfCache(const char *path)
-{
+try {
 	const std::string name = vexo::disk::physicalName(vexo::disk::shortName(path));
 	const std::string file = std::string("/run/vexostorage/disks/") + name + "/ironwolf";
 	int value = -1;
@@ -85,6 +85,6 @@ VEXO_API int VEXODiskIsIronWolfCache(const char *path)
 		return -1;
 	}
 	return value;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

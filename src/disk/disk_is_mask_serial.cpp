@@ -19,7 +19,7 @@ constexpr int kLockWaitSeconds = 3;
 } // namespace
 
 extern "C" VEXO_API int VEXODiskIsMaskSerial(const char *path)
-{
+try {
 	if (!path) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return 0;
@@ -48,4 +48,4 @@ extern "C" VEXO_API int VEXODiskIsMaskSerial(const char *path)
 	if (locked && !VLIBCFileUnlockByFile(fd))
 		::close(fd);
 	return result;
-}
+} VEXO_C_CATCH(0)

@@ -3,6 +3,7 @@
 
 #include "disk/disk_host_driver_match.h"
 #include "frame/log.h"
+#include "frame/boundary.h"
 
 int vexo::disk::mv1475DriverIs(const HostDriverLine &host)
 {
@@ -10,6 +11,6 @@ int vexo::disk::mv1475DriverIs(const HostDriverLine &host)
 }
 
 extern "C" VEXO_API int VEXODiskIsMv1475Driver(const char *path)
-{
+try {
 	return vexo::disk::mv1475DriverIs(vexo::disk::readHostDriver(path));
-}
+} VEXO_C_CATCH(0)

@@ -3,6 +3,7 @@
 
 #include "disk/disk_host_driver_match.h"
 #include "frame/log.h"
+#include "frame/boundary.h"
 
 int vexo::disk::mvSocDriverIs(const HostDriverLine &host)
 {
@@ -10,6 +11,6 @@ int vexo::disk::mvSocDriverIs(const HostDriverLine &host)
 }
 
 extern "C" VEXO_API int VEXODiskIsMvSocDriver(const char *path)
-{
+try {
 	return vexo::disk::mvSocDriverIs(vexo::disk::readHostDriver(path));
-}
+} VEXO_C_CATCH(0)

@@ -30,7 +30,7 @@ bool stateRunning(const char *name)
 } // namespace
 
 extern "C" VEXO_API int VEXODiskIsRunning(const char *path)
-{
+try {
 	if (!path) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return 0;
@@ -49,4 +49,4 @@ extern "C" VEXO_API int VEXODiskIsRunning(const char *path)
 			return 1;
 	}
 	return 0;
-}
+} VEXO_C_CATCH(0)

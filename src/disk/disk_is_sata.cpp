@@ -8,7 +8,7 @@
 #include "frame/path_read.h"
 
 extern "C" VEXO_API int VEXODiskIsSata(const char *path)
-{
+try {
 	if (!path) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -24,4 +24,4 @@ extern "C" VEXO_API int VEXODiskIsSata(const char *path)
 	}
 	// The field is eight characters padded with spaces.
 	return vendor.compare(0, 3, "ATA") == 0 && (vendor.size() == 3 || vendor[3] == ' ' || vendor[3] == '\n') ? 1 : 0;
-}
+} VEXO_C_CATCH(-1)

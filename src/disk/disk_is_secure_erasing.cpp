@@ -8,7 +8,7 @@
 #include "frame/err.h"
 
 extern "C" VEXO_API int VLIBDiskIsSecureErasing(const char *path)
-{
+try {
 	if (!path) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return 0;
@@ -22,4 +22,4 @@ extern "C" VEXO_API int VLIBDiskIsSecureErasing(const char *path)
 	int alive = VLIBCProcAliveByPidFile(marker.c_str());
 	VLIBCErrSetEx(code, code || line ? file : nullptr, line);
 	return alive == 1 ? 1 : 0;
-}
+} VEXO_C_CATCH(0)

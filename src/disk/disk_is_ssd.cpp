@@ -8,7 +8,7 @@
 #include "frame/path_read.h"
 
 extern "C" VEXO_API int VEXODiskIsSSD(const char *path)
-{
+try {
 	char node[64] = {};
 	if (!path || std::sscanf(path, "/dev/%63s", node) != 1) {
 		vlog(LOG_ERR, "%s:%d Can't parse Node name from %s", VEXO_AT, path ? path : "(null)");
@@ -30,4 +30,4 @@ extern "C" VEXO_API int VEXODiskIsSSD(const char *path)
 		return -1;
 	}
 	return flag == "0" ? 1 : 0;
-}
+} VEXO_C_CATCH(-1)

@@ -6,10 +6,10 @@
 #include "frame/err.h"
 
 extern "C" VEXO_API int VEXODiskIsVexology(const char *path)
-{
+try {
 	if (!path) {
 		vlog(LOG_ERR, "%s:%d Invalide input parameters", VEXO_AT);
 		return 0;
 	}
 	return VEXODiskConfigVendorMatch(path, "Vexology") ? 1 : 0;
-}
+} VEXO_C_CATCH(0)

@@ -26,7 +26,7 @@ bool after(const DiskInfo *a, const DiskInfo *b)
 extern "C" {
 
 VEXO_API void DiskListPush(DiskListNode **head, DiskInfo *info)
-{
+try {
 	if (!head || !info)
 		return;
 	auto *cell = static_cast<DiskListNode *>(std::calloc(1, sizeof(DiskListNode)));
@@ -41,10 +41,10 @@ VEXO_API void DiskListPush(DiskListNode **head, DiskInfo *info)
 	while (*tail)
 		tail = &(*tail)->next;
 	*tail = cell;
-}
+} VEXO_C_CATCH_VOID
 
 VEXO_API int DiskListRemove(DiskListNode **head, int (*predicate)(DiskListNode *cell))
-{
+try {
 	if (!head || !predicate)
 		return 0;
 	int kept = 0;
@@ -60,10 +60,10 @@ VEXO_API int DiskListRemove(DiskListNode **head, int (*predicate)(DiskListNode *
 		}
 	}
 	return kept;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskSortByEboxIdAndDiskId(DiskListNode *head)
-{
+try {
 	if (!head)
 		return -1;
 	// Bubble sort over the records, stable, ending on a pass without a swap.
@@ -78,6 +78,6 @@ VEXO_API int VEXODiskSortByEboxIdAndDiskId(DiskListNode *head)
 		}
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

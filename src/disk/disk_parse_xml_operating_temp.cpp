@@ -42,7 +42,7 @@ bool number(const xmlChar *text, int32_t *out)
 extern "C" {
 
 VEXO_API int VEXODiskParseXmlOperatingTemp(const char *file, SharedDiskInfo *info)
-{
+try {
 	if (!file || !info) {
 		vlog(LOG_ERR, "%s:%d Bad parameters", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -77,6 +77,6 @@ VEXO_API int VEXODiskParseXmlOperatingTemp(const char *file, SharedDiskInfo *inf
 	}
 	VEXO_ERR(VEXO_ERR_NOT_FOUND);
 	return -1;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

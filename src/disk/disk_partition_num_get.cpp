@@ -32,7 +32,7 @@ std::string shortDiskName(const char *path)
 extern "C" {
 
 VEXO_API int VEXODiskPartitionNumGet(const char *path, char *disk, int size)
-{
+try {
 	if (!path || !disk || size < 2) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -51,10 +51,10 @@ VEXO_API int VEXODiskPartitionNumGet(const char *path, char *disk, int size)
 	if (std::strcmp(disk, path) == 0)
 		return 0;
 	return n == 2 ? number : -1;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int DiskPartitionNumRemove(const char *path, char *disk, int size)
-{
+try {
 	if (!path || !disk || size <= 0)
 		return -1;
 	size_t len = std::strlen(path);
@@ -78,6 +78,6 @@ VEXO_API int DiskPartitionNumRemove(const char *path, char *disk, int size)
 	std::memmove(disk, path, cut);
 	disk[cut] = '\0';
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

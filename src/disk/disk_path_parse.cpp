@@ -12,7 +12,7 @@
 extern "C" {
 
 VEXO_API int DiskPathParse(const char *path, DiskId *out)
-{
+try {
 	if (!path || !out) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -76,6 +76,6 @@ VEXO_API int DiskPathParse(const char *path, DiskId *out)
 	}
 	*out = id;
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

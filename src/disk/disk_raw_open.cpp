@@ -7,7 +7,7 @@
 #include "frame/err.h"
 
 extern "C" VEXO_API int VEXOIDiskRawOpen(const char *path)
-{
+try {
 	if (!path || !*path) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -19,4 +19,4 @@ extern "C" VEXO_API int VEXOIDiskRawOpen(const char *path)
 		VEXO_ERR(VEXO_ERR_DEVICE);
 	}
 	return h;
-}
+} VEXO_C_CATCH(-1)

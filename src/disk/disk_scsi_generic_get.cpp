@@ -9,7 +9,7 @@
 #include "frame/sysroot.h"
 
 extern "C" VEXO_API int VEXODiskScsiGenericGet(const char *path, char *sg, int size)
-{
+try {
 	if (!path || !*path || !sg || size <= 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -34,4 +34,4 @@ extern "C" VEXO_API int VEXODiskScsiGenericGet(const char *path, char *sg, int s
 	}
 	const std::string &first = matches.front();
 	return vexo::disk::putWhole(sg, size, "/dev/" + first.substr(first.rfind('/') + 1));
-}
+} VEXO_C_CATCH(-1)

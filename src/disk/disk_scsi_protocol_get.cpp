@@ -5,10 +5,11 @@
 #include <vexoplatform/vexocore.h>
 
 #include "disk/disk_probe_name.h"
+#include "frame/boundary.h"
 
 extern "C" VEXO_API int VEXODiskScsiProtocolGet(const char *path)
-{
+try {
 	if (vexo::disk::isNvmeName(vexo::disk::shortName(path)))
 		return VEXO_DISK_PROTOCOL_NVME;
 	return VLIBCIsVVOS() ? VEXO_DISK_PROTOCOL_SCSI : VEXO_DISK_PROTOCOL_ATA;
-}
+} VEXO_C_CATCH(VEXO_DISK_PROTOCOL_ATA)

@@ -7,7 +7,7 @@
 #include "frame/err.h"
 
 extern "C" VEXO_API int DiskSerialGet(const char *path, char *serial, int size)
-{
+try {
 	if (!path || !*path || !serial || size <= 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -26,4 +26,4 @@ extern "C" VEXO_API int DiskSerialGet(const char *path, char *serial, int size)
 		return -1;
 	}
 	return vexo::disk::putWhole(serial, size, text);
-}
+} VEXO_C_CATCH(-1)

@@ -28,7 +28,7 @@ bool is(const char *msg, const char *word) { return msg && std::strcmp(msg, word
 
 extern "C" VEXO_API int VEXODiskSerialGetByPlugEvent(unsigned int slot, unsigned long long before, char *serial,
 						     int size)
-{
+try {
 	if (!serial || size <= 0) {
 		vlog(LOG_ERR, "%s:%d Bad parameters", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -71,4 +71,4 @@ extern "C" VEXO_API int VEXODiskSerialGetByPlugEvent(unsigned int slot, unsigned
 	}
 	VEXO_ERR(VEXO_ERR_NOT_FOUND);
 	return -1;
-}
+} VEXO_C_CATCH(-1)

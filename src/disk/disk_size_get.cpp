@@ -44,15 +44,15 @@ int blockQuery(const char *path, unsigned long request, T *value)
 } // namespace
 
 extern "C" VEXO_API int DiskSizeGet(const char *path, unsigned long long *bytes)
-{
+try {
 	uint64_t size = 0;
 	if (blockQuery(path, BLKGETSIZE64, bytes ? &size : nullptr) != 0)
 		return -1;
 	*bytes = size;
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 extern "C" VEXO_API int DiskLogicalBlockSizeGet(const char *path, int *size)
-{
+try {
 	return blockQuery(path, BLKSSZGET, size);
-}
+} VEXO_C_CATCH(-1)

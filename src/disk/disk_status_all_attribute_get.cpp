@@ -112,7 +112,7 @@ extern "C" {
 
 VEXO_API int DiskStatusAllAttributeGet(const char *category, const char *keyword, int *emergentRank,
 				       int *isAbnormal, int *summaryCode)
-{
+try {
 	if (!category || !keyword) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -136,10 +136,10 @@ VEXO_API int DiskStatusAllAttributeGet(const char *category, const char *keyword
 	}
 	VEXO_ERR(VEXO_ERR_NOT_FOUND);
 	return -1;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int DiskStatusStringTrensfer(const char *category, int index, char *out, int size)
-{
+try {
 	if (!category || !out || size <= 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -151,6 +151,6 @@ VEXO_API int DiskStatusStringTrensfer(const char *category, int index, char *out
 	}
 	vexo::copyTextCut(out, size, c->table[index].keyword);
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -16,7 +16,6 @@
 
 namespace {
 
-using vexo::UmaskGuard;
 template <typename Put>
 int writeValue(const char *name, const char *key, Put put)
 {
@@ -24,7 +23,6 @@ int writeValue(const char *name, const char *key, Put put)
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
-	UmaskGuard mask(033); // files come out 0644
 	ENTERCriticalSection;
 	char path[128];
 	char tmpBase[128];
@@ -32,7 +30,7 @@ int writeValue(const char *name, const char *key, Put put)
 	std::snprintf(tmpBase, sizeof(tmpBase), "/run/vexostorage/disks/%s/%s.tmp", name, key);
 	char tmp[192];
 	std::snprintf(tmp, sizeof(tmp), "%s.%d.%d", tmpBase, static_cast<int>(::getpid()), static_cast<int>(::gettid()));
-	std::FILE *f = vexo::sysroot::fopen(tmp, "w");
+	std::FILE *f = vexo::sysroot::fcreate(tmp, 0644);
 	if (!f)
 		return -1; // no directory for this disk: nothing recorded
 	put(f);
@@ -49,22 +47,22 @@ int writeValue(const char *name, const char *key, Put put)
 extern "C" {
 
 VEXO_API int VEXODiskUpdateIntValueCacheFile(const char *name, const char *key, int value)
-{
+try {
 	return writeValue(name, key, [value](std::FILE *f) { std::fprintf(f, "%d", value); });
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskUpdateLLIntValueCacheFile(const char *name, const char *key, long long value)
-{
+try {
 	return writeValue(name, key, [value](std::FILE *f) { std::fprintf(f, "%lld", value); });
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskUpdateStrValueCacheFile(const char *name, const char *key, const char *value)
-{
+try {
 	if (!value) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
 	return writeValue(name, key, [value](std::FILE *f) { std::fputs(value, f); });
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -22,7 +22,7 @@ int readCount(std::FILE *f)
 } // namespace
 
 extern "C" VEXO_API int VEXODiskUpdateCheckFile(const char *path, int increase)
-{
+try {
 	if (!path) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -60,4 +60,4 @@ extern "C" VEXO_API int VEXODiskUpdateCheckFile(const char *path, int increase)
 	}
 	std::fprintf(out.get(), "%d", count);
 	return 0;
-}
+} VEXO_C_CATCH(-1)

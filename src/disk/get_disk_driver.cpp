@@ -19,7 +19,7 @@ constexpr const char *kDrivers[] = {"ahci", "mpt2sas", "mpt3sas", "mv14xx"};
 extern "C" {
 
 VEXO_API int VEXOGetDiskDriver(const char *path)
-{
+try {
 	std::string disk = vexo::disk::physicalName(vexo::disk::shortName(path));
 	if (disk.empty()) {
 		vlog(LOG_ERR, "%s:%d Failed to get phyical disk of device %s", VEXO_AT, path ? path : "(null)");
@@ -57,6 +57,6 @@ VEXO_API int VEXOGetDiskDriver(const char *path)
 		if (std::strncmp(name.data(), kDrivers[i], name.size()) == 0)
 			return i;
 	return VEXO_DISK_DRIVER_OTHER;
-}
+} VEXO_C_CATCH(VEXO_DISK_DRIVER_OTHER)
 
 } // extern "C"

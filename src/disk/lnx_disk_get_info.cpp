@@ -66,7 +66,7 @@ bool firstDiskSize(unsigned long long *bytes)
 } // namespace
 
 extern "C" VEXO_API int VEXOLnxDiskGetInfo(DiskInfo *info)
-{
+try {
 	if (!info) {
 		vlog(LOG_ERR, "%s:%d Bad parameters.", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -102,4 +102,4 @@ extern "C" VEXO_API int VEXOLnxDiskGetInfo(DiskInfo *info)
 	out.temperature = fromMemory ? 0 : VEXODiskTemperatureGet(kFirstDisk);
 	*info = out;
 	return 0;
-}
+} VEXO_C_CATCH(-1)

@@ -15,7 +15,7 @@
 #include "frame/path_read.h"
 
 extern "C" VEXO_API int VEXOLnxDiskGetModel(const char *path, char *model, int size)
-{
+try {
 	if (!path || !*path || !model || size <= 0) {
 		vlog(LOG_ERR, "%s:%d Bad parameters.", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -55,4 +55,4 @@ extern "C" VEXO_API int VEXOLnxDiskGetModel(const char *path, char *model, int s
 		return -1;
 	}
 	return VEXO_COPY_OUT(model, size, vexo::trimSpace(line), "model") ? 0 : -1;
-}
+} VEXO_C_CATCH(-1)

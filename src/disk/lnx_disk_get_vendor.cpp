@@ -81,7 +81,7 @@ bool vendorOfModel(const char *model, std::string &vendor)
 } // namespace
 
 extern "C" VEXO_API int VEXOLnxDiskGetVendor(const char *path, char *vendor, int size)
-{
+try {
 	if (!path || !*path || !vendor || size <= 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -113,10 +113,10 @@ extern "C" VEXO_API int VEXOLnxDiskGetVendor(const char *path, char *vendor, int
 	    !vendorOfModel(model, found))
 		return -1;
 	return VEXO_COPY_OUT(vendor, size, found, "vendor") ? 0 : -1;
-}
+} VEXO_C_CATCH(-1)
 
 extern "C" VEXO_API int VEXOLnxDiskGetVendorCache(const char *path, char *vendor, int size)
-{
+try {
 	if (!path || !*path || !vendor || size <= 0) {
 		vlog(LOG_ERR, "%s:%d Invalid input parameters", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -133,4 +133,4 @@ extern "C" VEXO_API int VEXOLnxDiskGetVendorCache(const char *path, char *vendor
 		return -1;
 	}
 	return VEXO_COPY_OUT(vendor, size, text, "vendor") ? 0 : -1;
-}
+} VEXO_C_CATCH(-1)

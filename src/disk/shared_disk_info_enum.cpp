@@ -22,20 +22,20 @@ SharedDiskInfo *shared(DiskListNode *cell)
 extern "C" {
 
 VEXO_API void SharedDiskListPush(DiskListNode **list, SharedDiskInfo *record)
-{
+try {
 	DiskListPush(list, record ? &record->info : nullptr);
-}
+} VEXO_C_CATCH_VOID
 
 VEXO_API void SharedDiskInfoEnumFree(DiskListNode **list)
-{
+try {
 	if (!list)
 		return;
 	DiskInfoEnumFree(*list);
 	*list = nullptr;
-}
+} VEXO_C_CATCH_VOID
 
 VEXO_API int SharedDiskListTransform(DiskListNode **list, DiskListNode *disks)
-{
+try {
 	if (!disks) {
 		vlog(LOG_ERR, "%s:%d Wrong Parameter", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -65,10 +65,10 @@ VEXO_API int SharedDiskListTransform(DiskListNode **list, DiskListNode *disks)
 		SharedDiskListPush(list, rec);
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int SharedDiskInfoEnum(DiskListNode **list, unsigned int mask)
-{
+try {
 	int32_t m = static_cast<int32_t>(mask);
 	DiskEnumFilter filter{&m};
 	DiskListNode *disks = nullptr;
@@ -81,10 +81,10 @@ VEXO_API int SharedDiskInfoEnum(DiskListNode **list, unsigned int mask)
 	}
 	DiskInfoEnumFree(disks);
 	return rc;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int SharedDiskInfoGet(const char *path, SharedDiskInfo **info)
-{
+try {
 	if (!path || !info) {
 		vlog(LOG_ERR, "%s:%d Wrong parameter", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -110,10 +110,10 @@ VEXO_API int SharedDiskInfoGet(const char *path, SharedDiskInfo **info)
 	rec->temperatureAbnormal = 0;
 	*info = rec;
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int SharedDiskInfoNodeGetByPath(const char *path, DiskListNode *list, DiskListNode **cell)
-{
+try {
 	if (!path || !list || !cell) {
 		vlog(LOG_ERR, "%s:%d Wrong parameter", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -125,10 +125,10 @@ VEXO_API int SharedDiskInfoNodeGetByPath(const char *path, DiskListNode *list, D
 			return 0;
 		}
 	return -1;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int SharedDiskInfoNodeAdd(const char *path, DiskListNode **list)
-{
+try {
 	if (!path || !list) {
 		vlog(LOG_ERR, "%s:%d Wrong parameter", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -139,10 +139,10 @@ VEXO_API int SharedDiskInfoNodeAdd(const char *path, DiskListNode **list)
 		return -1;
 	SharedDiskListPush(list, rec);
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int SharedDiskInfoNodeDelete(const char *path, DiskListNode **list)
-{
+try {
 	if (!path || !list) {
 		vlog(LOG_ERR, "%s:%d Wrong parameter", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -158,10 +158,10 @@ VEXO_API int SharedDiskInfoNodeDelete(const char *path, DiskListNode **list)
 		}
 	}
 	return -1;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int SharedResourceHandleCopy(DiskListNode *from, DiskListNode **to)
-{
+try {
 	if (!from || !to) {
 		vlog(LOG_ERR, "%s:%d Wrong parameter", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -182,10 +182,10 @@ VEXO_API int SharedResourceHandleCopy(DiskListNode *from, DiskListNode **to)
 		SharedDiskListPush(to, rec);
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API void SharedDiskInfoDebugPrint(DiskListNode *list)
-{
+try {
 	for (DiskListNode *c = list; c; c = c->next) {
 		if (!c->info)
 			continue;
@@ -196,6 +196,6 @@ VEXO_API void SharedDiskInfoDebugPrint(DiskListNode *list)
 			      d->temperatureAbnormal ? "Abnormal" : "Normal");
 		vlog(LOG_WARNING, "%s:%d [Debug] %s\n", VEXO_AT, line);
 	}
-}
+} VEXO_C_CATCH_VOID
 
 } // extern "C"

@@ -8,7 +8,7 @@
 extern "C" {
 
 VEXO_API int VEXODiskDevPathGetById(const DiskId *id, char *path, int size)
-{
+try {
 	if (!id || !path || size <= 0) {
 		vlog(LOG_ERR, "%s:%d Bad parameters", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -36,6 +36,6 @@ VEXO_API int VEXODiskDevPathGetById(const DiskId *id, char *path, int size)
 	}
 	DiskInfoEnumFree(list);
 	return rc;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -16,7 +16,7 @@ struct DiskListFree {
 } // namespace
 
 extern "C" VEXO_API int VEXODiskDevPathGetBySerialNumber(const char *serial, PVLIBSZLIST *paths)
-{
+try {
 	if (!serial || !*serial || !paths || !*paths) {
 		vlog(LOG_ERR, "%s:%d Bad parameters", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -50,4 +50,4 @@ extern "C" VEXO_API int VEXODiskDevPathGetBySerialNumber(const char *serial, PVL
 		}
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)

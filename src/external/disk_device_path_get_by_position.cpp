@@ -44,7 +44,7 @@ int unitBayPath(int position, int unit, char *path, int size)
 extern "C" {
 
 VEXO_API int VEXODiskDevPathGetByName(const char *name, char *path, int size)
-{
+try {
 	if (!name || !*name || !path || size <= 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -52,10 +52,10 @@ VEXO_API int VEXODiskDevPathGetByName(const char *name, char *path, int size)
 	if (std::strncmp(name, "/dev/", 5) == 0)
 		return VEXO_PUT_TEXT(path, size, "%s", name);
 	return VEXO_PUT_TEXT(path, size, "/dev/%s", name);
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskDevicePathGetByIndex(int index, char *path, int size)
-{
+try {
 	if (index <= 0 || !path || size <= 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -69,10 +69,10 @@ VEXO_API int VEXODiskDevicePathGetByIndex(int index, char *path, int size)
 	if (index <= 26)
 		return VEXO_PUT_TEXT(path, size, "/dev/sd%c", 'a' + index - 1);
 	return VEXO_PUT_TEXT(path, size, "/dev/sd%c%c", 'a' + (index - 1) / 26 - 1, 'a' + (index - 1) % 26);
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int DiskDevNameGetByIdxSlot(int slot, int port, char *name, int size)
-{
+try {
 	if (!name || size <= 0) {
 		vlog(LOG_ERR, "%s:%d Incorrect parameter", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -98,10 +98,10 @@ VEXO_API int DiskDevNameGetByIdxSlot(int slot, int port, char *name, int size)
 	vlog(LOG_ERR, "%s:%d Fail to find device from %d-%d", VEXO_AT, slot, port);
 	VEXO_ERR(VEXO_ERR_NOT_FOUND);
 	return -1;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskDevicePathGetByPosition(int position, int iEncodedCnrIdx, char *path, int size)
-{
+try {
 	if (position <= 0 || iEncodedCnrIdx < 0 || !path || size <= 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		vlog(LOG_ERR, "%s:%d out put szDevPath can not be NULL and path length can't be zero[0x%04X %s:%d]", VEXO_AT,
@@ -142,6 +142,6 @@ VEXO_API int VEXODiskDevicePathGetByPosition(int position, int iEncodedCnrIdx, c
 		VEXO_ERR(VEXO_ERR_UNSUPPORTED);
 		return -1;
 	}
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

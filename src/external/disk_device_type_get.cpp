@@ -10,7 +10,7 @@
 extern "C" {
 
 VEXO_API int VEXODiskDeviceTypeGet(const char *path, char *type, int size)
-{
+try {
 	if (!path || !type || size <= 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -39,6 +39,6 @@ VEXO_API int VEXODiskDeviceTypeGet(const char *path, char *type, int size)
 			family = "marvell";
 	}
 	return VEXO_PUT_TEXT(type, size, "%s", family);
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

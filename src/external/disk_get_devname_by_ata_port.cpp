@@ -21,7 +21,7 @@ constexpr const char kReversedBays[] = "dcba";
 extern "C" {
 
 VEXO_API int VEXODiskGetDevnamebyAtaPort(char *name, int size, const char *hostText)
-{
+try {
 	if (!name || size <= 0 || !hostText) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -77,6 +77,6 @@ VEXO_API int VEXODiskGetDevnamebyAtaPort(char *name, int size, const char *hostT
 		return -1;
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -81,7 +81,7 @@ bool parse(const char *path, char *text, int size, DiskId *id)
 extern "C" {
 
 VEXO_API int VEXODiskLocateHostGetInUpdater(const char *path, char *text, int size)
-{
+try {
 	DiskId id;
 	if (!parse(path, text, size, &id))
 		return -1;
@@ -89,10 +89,10 @@ VEXO_API int VEXODiskLocateHostGetInUpdater(const char *path, char *text, int si
 	if (id.container == DISK_CONTAINER_EBOX)
 		return VEXO_PUT_TEXT(text, size, "%s-%d", "Enclosure", id.unit);
 	return productName(text, size);
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskLocateHostGet(const char *path, char *text, int size, int inUpdater)
-{
+try {
 	if (inUpdater)
 		return VEXODiskLocateHostGetInUpdater(path, text, size);
 	DiskId id;
@@ -104,10 +104,10 @@ VEXO_API int VEXODiskLocateHostGet(const char *path, char *text, int size, int i
 	if (unitUniqueOfPath(path, unique, sizeof(unique)))
 		return VEXO_PUT_TEXT(text, size, "%s", unique);
 	return VEXO_PUT_TEXT(text, size, "%s-%d", "Enclosure", id.unit);
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskLocateGetWithoutIndex(const char *path, char *text, int size)
-{
+try {
 	DiskId id;
 	if (!parse(path, text, size, &id))
 		return -1;
@@ -118,10 +118,10 @@ VEXO_API int VEXODiskLocateGetWithoutIndex(const char *path, char *text, int siz
 	if (!unitUniqueOfPath(path, unique, sizeof(unique)))
 		std::snprintf(unique, sizeof(unique), "%s", "Enclosure");
 	return VEXO_PUT_TEXT(text, size, "%s-%d", unique, id.unit);
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int DiskGetLocation(const DiskId *id, char *text, int size)
-{
+try {
 	if (!id || !text || size <= 0 || id->index <= 0 || (id->container == DISK_CONTAINER_EBOX && id->unit <= 0)) {
 		vlog(LOG_ERR, "%s:%d Bad parameters", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -161,10 +161,10 @@ VEXO_API int DiskGetLocation(const DiskId *id, char *text, int size)
 	if (!unitUniqueOfNumber(id->unit, unique, sizeof(unique)))
 		std::snprintf(unique, sizeof(unique), "%s", "Enclosure");
 	return VEXO_PUT_TEXT(text, size, "%s-%d %s", unique, id->unit, place);
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskPathMibFormatGet(const char *path, char *text, int size)
-{
+try {
 	DiskId id;
 	if (!parse(path, text, size, &id))
 		return -1;
@@ -183,6 +183,6 @@ VEXO_API int VEXODiskPathMibFormatGet(const char *path, char *text, int size)
 	default:
 		return VEXO_PUT_TEXT(text, size, "%s", place);
 	}
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

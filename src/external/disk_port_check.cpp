@@ -109,7 +109,7 @@ int portMapAnswer(const char *name)
 extern "C" {
 
 VEXO_API int VEXODiskPortCheck(const char *path)
-{
+try {
 	if (!path) {
 		vlog(LOG_ERR, "%s:%d device path should not be NULL", VEXO_AT);
 		return DISK_PORT_TYPE_INVALID;
@@ -133,8 +133,8 @@ VEXO_API int VEXODiskPortCheck(const char *path)
 	if (std::strncmp(name, "vexoboot", 8) == 0)
 		return DISK_PORT_TYPE_VEXOBOOT;
 	return portMapAnswer(name);
-}
+} VEXO_C_CATCH(DISK_PORT_TYPE_INVALID)
 
-VEXO_API int VEXODiskPortCheckV2(const char *path) { return VEXODiskPortCheck(path); }
+VEXO_API int VEXODiskPortCheckV2(const char *path) try { return VEXODiskPortCheck(path); } VEXO_C_CATCH(DISK_PORT_TYPE_INVALID)
 
 } // extern "C"

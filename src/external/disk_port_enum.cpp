@@ -104,7 +104,7 @@ int appendFiltered(PVLIBSZLIST *names, Enum enumerate, Keep keep)
 extern "C" {
 
 VEXO_API int VEXODiskPortEnum(int portType, PVLIBSZLIST *names)
-{
+try {
 	if (portType == 0 || !names || !*names) {
 		vlog(LOG_ERR, "%s:%d device name list can not be NULL", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -149,10 +149,10 @@ VEXO_API int VEXODiskPortEnum(int portType, PVLIBSZLIST *names)
 	}
 	VLIBCSzListSortItems(*names, 1);
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskPortEnumAll(int portType, PVLIBSZLIST *names)
-{
+try {
 	if (badList(names))
 		return -1;
 	if (VLIBCSupportSAS()) {
@@ -195,10 +195,10 @@ VEXO_API int VEXODiskPortEnumAll(int portType, PVLIBSZLIST *names)
 	}
 	VLIBCSzListSortItems(*names, 1);
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskM2DriveEnum(PVLIBSZLIST *names)
-{
+try {
 	if (badList(names))
 		return -1;
 	return appendFiltered(
@@ -210,10 +210,10 @@ VEXO_API int VEXODiskM2DriveEnum(PVLIBSZLIST *names)
 			return VLIBCSzListSortItems(*found, 1) == 0 ? 0 : -1;
 		},
 		[](const char *) { return true; });
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskU2DriveEnum(PVLIBSZLIST *names)
-{
+try {
 	if (badList(names))
 		return -1;
 	if (!VLIBCSupportNVMe())
@@ -224,10 +224,10 @@ VEXO_API int VEXODiskU2DriveEnum(PVLIBSZLIST *names)
 			return globAndPortCheck({pattern("/sys/block/%s*n*", "nvme")}, 0, false, found);
 		},
 		[](const char *n) { return VEXONVMeDevIsU2Slot(n) == 1; });
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskInternalDiskWithoutM2Enum(PVLIBSZLIST *names)
-{
+try {
 	if (badList(names))
 		return -1;
 	int rc = appendFiltered(
@@ -236,10 +236,10 @@ VEXO_API int VEXODiskInternalDiskWithoutM2Enum(PVLIBSZLIST *names)
 	if (rc != 0)
 		vlog(LOG_ERR, "%s:%d Fail to enumerate the internal disks", VEXO_AT);
 	return rc;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskSystemInstallationDeviceEnum(PVLIBSZLIST *names)
-{
+try {
 	if (badList(names))
 		return -1;
 	// The system goes on internal bays and on system devices.
@@ -271,6 +271,6 @@ VEXO_API int VEXODiskSystemInstallationDeviceEnum(PVLIBSZLIST *names)
 		return -1;
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -19,7 +19,7 @@
 extern "C" {
 
 VEXO_API int VEXOEnumAllEUnitsDisks(int /*mode*/, char *names, int size)
-{
+try {
 	if (!names || size <= 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -59,6 +59,6 @@ VEXO_API int VEXOEnumAllEUnitsDisks(int /*mode*/, char *names, int size)
 		return -1;
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

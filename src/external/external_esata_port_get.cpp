@@ -61,14 +61,14 @@ void resetEsataPorts()
 extern "C" {
 
 VEXO_API int VEXOExternalEsataPortCount(void)
-{
+try {
 	if (VLIBCSupportSAS())
 		return 0;
 	return static_cast<int>(esataNames().size());
-}
+} VEXO_C_CATCH(0)
 
 VEXO_API int VEXOExternalEsataPortGet(int index, char *name, int size)
-{
+try {
 	if (index <= 0 || !name || size <= 0) {
 		vlog(LOG_ERR,
 		     "%s:%d bad parameter, szEsataName should not be NULL or zero size or esataIdx must larger than zero",
@@ -84,10 +84,10 @@ VEXO_API int VEXOExternalEsataPortGet(int index, char *name, int size)
 		return -1;
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXOExternalEsataPortIndexGet(const char *path)
-{
+try {
 	if (!path || VLIBCSupportSAS())
 		return -1;
 	char disk[32];
@@ -98,6 +98,6 @@ VEXO_API int VEXOExternalEsataPortIndexGet(const char *path)
 		if (names[i] == disk)
 			return static_cast<int>(i) + 1;
 	return -1;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

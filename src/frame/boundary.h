@@ -20,6 +20,21 @@
 #include <type_traits>
 #include <utility>
 
+#include "frame/log.h"
+
+// Fault injection for the tests of this boundary. The seams call
+// VEXO_FAULT_POINT() where real work begins (composing a path, opening a
+// device, starting a program); a test program that defines vexoFaultPoint
+// can throw from there. The declaration is weak and hidden: in the shared
+// objects nothing defines it, the linker resolves it to null, and the point
+// is a test of a constant.
+extern "C" __attribute__((weak, visibility("hidden"))) void vexoFaultPoint(const char *site);
+#define VEXO_FAULT_POINT()                         \
+	do {                                       \
+		if (vexoFaultPoint)                \
+			vexoFaultPoint(VEXO_SRC);  \
+	} while (0)
+
 namespace vexo {
 
 // A document or answer that could not be understood.

@@ -26,10 +26,11 @@ const vexo_device_backend kKernel = {kOpen, kIoctl, kRead, kWrite, kClose};
 
 // The backend is chosen once per process: handles of one backend mean
 // nothing to another, so it cannot change under open descriptors.
+// A set-user-id program never loads one (secure_getenv).
 const vexo_device_backend &backend()
 {
 	static const vexo_device_backend *chosen = [] {
-		const char *lib = std::getenv("VEXO_DEVICE_BACKEND");
+		const char *lib = secure_getenv("VEXO_DEVICE_BACKEND");
 		if (!lib || !*lib)
 			return &kKernel;
 		void *h = ::dlopen(lib, RTLD_NOW | RTLD_LOCAL);

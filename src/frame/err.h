@@ -5,6 +5,7 @@
 #include <vexohw/frame.h>
 #include <vexoplatform/vexocore.h>
 
+#include "frame/boundary.h"
 #include "frame/log.h"
 
 #define VEXO_ERR(code) VLIBCErrSetEx((code), VEXO_SRC, __LINE__)

@@ -17,7 +17,7 @@ void write(int priority, const char *format, ...)
 	const int saved = errno;
 	va_list ap;
 	va_start(ap, format);
-	const char *target = std::getenv("VEXO_LOG");
+	const char *target = secure_getenv("VEXO_LOG");
 	if (!target || !*target) {
 		errno = saved;
 		vsyslog(priority, format, ap);

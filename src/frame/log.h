@@ -1,7 +1,8 @@
 // The log seam. Every line of the library and the platform layer goes
 // through vexo::log::write: to syslog by default, or, when VEXO_LOG is
 // "stderr" or a file path, as "<PRI>message\n" to that place (one write per
-// line, so lines from several processes never interleave).
+// line, so lines from several processes never interleave). A set-user-id
+// program ignores VEXO_LOG (secure_getenv) and logs to syslog.
 #pragma once
 
 #include <cstddef>

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "frame/log.h"
@@ -14,10 +15,11 @@ constexpr int kPrioFailed = LOG_AUTH | LOG_ERR;
 constexpr int kPrioDone = LOG_AUTH | LOG_DEBUG;
 
 // One setres[ug]id(-1, id, -1) call with its log line. true on success.
+// The raw call changes the calling thread only (see priv.h).
 bool change(bool user, unsigned id, const char *file, int line)
 {
-	int rc = user ? ::setresuid(static_cast<uid_t>(-1), id, static_cast<uid_t>(-1))
-		      : ::setresgid(static_cast<gid_t>(-1), id, static_cast<gid_t>(-1));
+	long rc = user ? ::syscall(SYS_setresuid, static_cast<uid_t>(-1), static_cast<uid_t>(id), static_cast<uid_t>(-1))
+		       : ::syscall(SYS_setresgid, static_cast<gid_t>(-1), static_cast<gid_t>(id), static_cast<gid_t>(-1));
 	if (rc == 0) {
 		// Only raising to root is worth a line; dropping back is routine.
 		if (id == 0)

@@ -8,11 +8,14 @@
 #include <glob.h>
 #include <unistd.h>
 
+#include "frame/boundary.h"
+#include "frame/log.h"
+
 namespace vexo::sysroot {
 
 std::string root()
 {
-	const char *r = std::getenv("VEXO_SYSROOT");
+	const char *r = secure_getenv("VEXO_SYSROOT");
 	if (!r || !*r)
 		return {};
 	std::string s(r);
@@ -23,10 +26,11 @@ std::string root()
 
 std::string path(std::string_view p)
 {
+	VEXO_FAULT_POINT();
 	if (p.empty() || p.front() != '/')
 		return std::string(p);
 	// Every file access composes a path: one allocation, no copy of the root.
-	const char *r = std::getenv("VEXO_SYSROOT");
+	const char *r = secure_getenv("VEXO_SYSROOT");
 	std::string_view rv = r ? std::string_view(r) : std::string_view();
 	while (rv.size() > 1 && rv.back() == '/')
 		rv.remove_suffix(1);
@@ -53,6 +57,34 @@ std::string strip(std::string_view host)
 
 std::FILE *fopen(const char *p, const char *mode) { return std::fopen(path(p).c_str(), mode); }
 int open(const char *p, int flags, mode_t mode) { return ::open(path(p).c_str(), flags, mode); }
+int create(const char *p, int flags, mode_t mode)
+{
+	int fd = ::open(path(p).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, mode);
+	if (fd < 0)
+		return -1;
+	if (::fchmod(fd, mode) != 0) {
+		const int e = errno;
+		::close(fd);
+		errno = e;
+		return -1;
+	}
+	return fd;
+}
+
+std::FILE *fcreate(const char *p, mode_t mode)
+{
+	int fd = create(p, O_TRUNC, mode);
+	if (fd < 0)
+		return nullptr;
+	std::FILE *f = ::fdopen(fd, "w");
+	if (!f) {
+		const int e = errno;
+		::close(fd);
+		errno = e;
+	}
+	return f;
+}
+
 int stat(const char *p, struct stat *st) { return ::stat(path(p).c_str(), st); }
 int lstat(const char *p, struct stat *st) { return ::lstat(path(p).c_str(), st); }
 int access(const char *p, int mode) { return ::access(path(p).c_str(), mode); }
@@ -79,6 +111,7 @@ char *realpath(const char *p, char *out)
 
 int glob(const char *pattern, std::vector<std::string> &matches)
 {
+	VEXO_FAULT_POINT();
 	matches.clear();
 	std::string r = root();
 	// Glob metacharacters in the root itself must not be expanded.

@@ -1,5 +1,7 @@
 // The sysroot seam. Every absolute path the library and the platform layer
 // touch is composed here from VEXO_SYSROOT (unset or empty: the real root).
+// Like every VEXO_* switch it is read with secure_getenv: a set-user-id
+// program ignores it, or its user would choose what root reads and runs.
 // Callers keep and hand out the unprefixed appliance path ("/dev/sda");
 // only the system call sees the composed one. Process liveness
 // (/proc/<pid>) is not a sysroot path: it is always the real one.
@@ -27,6 +29,13 @@ std::string strip(std::string_view hostPath);
 // after, errno included.
 std::FILE *fopen(const char *path, const char *mode);
 int open(const char *path, int flags, mode_t mode = 0);
+// Creates (or truncates) a file with exactly `mode`, whatever the umask:
+// opened with O_CREAT and the mode, then fchmod. The process umask is
+// shared by every thread, so no writer may change it to shape its files.
+// flags are added to O_WRONLY|O_CREAT|O_CLOEXEC. -1 and errno on failure.
+int create(const char *path, int flags, mode_t mode);
+// create() with O_TRUNC as a stdio stream, as fopen(path, "w") would give.
+std::FILE *fcreate(const char *path, mode_t mode);
 int stat(const char *path, struct stat *st);
 int lstat(const char *path, struct stat *st);
 int access(const char *path, int mode);

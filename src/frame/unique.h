@@ -56,16 +56,4 @@ struct FreeDeleter {
 template <typename T>
 using UniqueMalloc = std::unique_ptr<T, FreeDeleter>;
 
-// Sets the process umask for a scope, and puts the old one back.
-class UmaskGuard {
-public:
-	explicit UmaskGuard(mode_t m) : old_(::umask(m)) {}
-	~UmaskGuard() { ::umask(old_); }
-	UmaskGuard(const UmaskGuard &) = delete;
-	UmaskGuard &operator=(const UmaskGuard &) = delete;
-
-private:
-	mode_t old_;
-};
-
 } // namespace vexo

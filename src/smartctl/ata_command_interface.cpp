@@ -14,7 +14,7 @@ using namespace vexo::smart;
 extern "C" {
 
 VEXO_API int ata_command_interface(int fd, unsigned int command, void *data)
-{
+try {
 	if (command == CMD_DRIVE_FLUSH) {
 		// A null argument only waits for the drive; kernels that refuse
 		// the null form with EINVAL have nothing to wait for.
@@ -60,6 +60,6 @@ VEXO_API int ata_command_interface(int fd, unsigned int command, void *data)
 	if (row->bytesReturned)
 		std::memcpy(data, buf.data() + 4, row->bytesReturned);
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -32,7 +32,7 @@ bool dropUnlisted()
 } // namespace
 
 extern "C" VEXO_API int AtaSmartInfoGet(const char *path, const char *type, SmartInfoEntry **list)
-{
+try {
 	if (list)
 		*list = nullptr;
 	// The type goes to the tool as an option value: it must not read as an option.
@@ -70,4 +70,4 @@ extern "C" VEXO_API int AtaSmartInfoGet(const char *path, const char *type, Smar
 	}
 	*list = parsed;
 	return 0;
-}
+} VEXO_C_CATCH(-1)

@@ -10,7 +10,7 @@
 #include "smartctl/smart_info_list.h"
 
 extern "C" VEXO_API int VEXODiskAtaSmartInfoParse(const char *path, SmartInfoEntry **list)
-{
+try {
 	if (!path || !list) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -36,4 +36,4 @@ extern "C" VEXO_API int VEXODiskAtaSmartInfoParse(const char *path, SmartInfoEnt
 		return -1;
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)

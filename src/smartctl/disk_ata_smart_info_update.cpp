@@ -9,7 +9,7 @@
 #include "smartctl/smart_info_list.h"
 
 extern "C" VEXO_API int VEXODiskAtaSmartInfoUpdate(const char *path)
-{
+try {
 	if (!path) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -40,4 +40,4 @@ extern "C" VEXO_API int VEXODiskAtaSmartInfoUpdate(const char *path)
 		return -1;
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)

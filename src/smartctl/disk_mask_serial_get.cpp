@@ -137,15 +137,15 @@ Store storeOf(const char *path)
 extern "C" {
 
 VEXO_API int VEXODiskSerialLengthCheck(const char *serial)
-{
+try {
 	if (!serial)
 		return 0;
 	size_t n = std::strlen(serial);
 	return n >= kMinStoredSerial && n <= kMaxStoredSerial ? 1 : 0;
-}
+} VEXO_C_CATCH(0)
 
 VEXO_API int VEXODiskMaskSerialGet(const char *path, char *serial, int serialSize)
-{
+try {
 	if (!path || !serial || serialSize <= 0) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -160,10 +160,10 @@ VEXO_API int VEXODiskMaskSerialGet(const char *path, char *serial, int serialSiz
 	}
 	VEXO_ERR(VEXO_ERR_WRONG_IFACE);
 	return -1;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskMaskSerialSet(const char *path, const char *serial)
-{
+try {
 	// What could not be read back is not written.
 	if (!path || !VEXODiskSerialLengthCheck(serial)) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -179,6 +179,6 @@ VEXO_API int VEXODiskMaskSerialSet(const char *path, const char *serial)
 	}
 	VEXO_ERR(VEXO_ERR_WRONG_IFACE);
 	return -1;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

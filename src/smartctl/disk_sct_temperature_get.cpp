@@ -44,7 +44,7 @@ bool runTool(const std::vector<std::string> &argv, std::string &text)
 extern "C" {
 
 VEXO_API int VEXODiskSCTCmdSupportCache(const char *path, int *support)
-{
+try {
 	if (!path || !support) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -63,10 +63,10 @@ VEXO_API int VEXODiskSCTCmdSupportCache(const char *path, int *support)
 	}
 	*support = v > 0 ? 1 : 0;
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskSCTTemperatureGet(const char *path)
-{
+try {
 	int support = 0;
 	if (!path || VEXODiskSCTCmdSupportCache(path, &support) != 0 || !support)
 		return -1;
@@ -79,10 +79,10 @@ VEXO_API int VEXODiskSCTTemperatureGet(const char *path)
 	if (!runTool(argv, text))
 		return -1;
 	return vexo::smart::sctTemperatureFromDump(text);
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskSCTCmdSupport(const char *path)
-{
+try {
 	if (!path) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -100,6 +100,6 @@ VEXO_API int VEXODiskSCTCmdSupport(const char *path)
 	if (r < 0)
 		vlog(LOG_ERR, "%s:%d Failed to read IDENTIFY word 206 of %s", VEXO_AT, path);
 	return r;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

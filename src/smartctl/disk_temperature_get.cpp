@@ -74,17 +74,17 @@ int temperatureOf(const char *path)
 extern "C" {
 
 VEXO_API int VEXODiskTemperatureGet(const char *path)
-{
+try {
 	if (!path) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
 	int t = temperatureOf(path);
 	return t > kTemperatureCeiling ? 0 : t;
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskTemperatureGetFromCache(const char *name)
-{
+try {
 	if (!name) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -101,6 +101,6 @@ VEXO_API int VEXODiskTemperatureGetFromCache(const char *name)
 		return -1;
 	}
 	return t;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

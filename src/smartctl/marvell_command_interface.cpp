@@ -25,7 +25,7 @@ static_assert(sizeof(MarvellRecord) == 548);
 extern "C" {
 
 VEXO_API int marvell_command_interface(int fd, unsigned int command, void *data)
-{
+try {
 	if (command > CMD_DRIVE_FLUSH)
 		return -1;
 	if (command == CMD_DRIVE_FLUSH) {
@@ -65,6 +65,6 @@ VEXO_API int marvell_command_interface(int fd, unsigned int command, void *data)
 		std::memcpy(bytes, rec.area + 6, 512);
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

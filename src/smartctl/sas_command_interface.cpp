@@ -10,7 +10,7 @@ using namespace vexo::smart;
 extern "C" {
 
 VEXO_API int sas_command_interface(int fd, unsigned int command, void *data)
-{
+try {
 	const ScsiRow *row = command >= SCSI_INQUIRY && command <= SCSI_TEST_UNIT_READY ? findRow(kScsiTable, command)
 											  : nullptr;
 	if (!row) {
@@ -39,6 +39,6 @@ VEXO_API int sas_command_interface(int fd, unsigned int command, void *data)
 	if (command == SCSI_TEST_UNIT_READY && bytes)
 		bytes[0] = hdr.status;
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

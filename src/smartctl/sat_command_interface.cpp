@@ -10,7 +10,7 @@ using namespace vexo::smart;
 extern "C" {
 
 VEXO_API int sat_command_interface(int fd, unsigned int command, void *data)
-{
+try {
 	if (command == CMD_DRIVE_FLUSH)
 		return 0; // nothing to wait for behind a translating bridge
 	const SatRow *row = findRow(kSatTable, command);
@@ -39,6 +39,6 @@ VEXO_API int sat_command_interface(int fd, unsigned int command, void *data)
 	if (command == CMD_CHECK_POWER_MODE && data && hdr.sb_len_wr > 0)
 		static_cast<unsigned char *>(data)[0] = sense[13];
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

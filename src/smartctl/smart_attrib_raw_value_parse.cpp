@@ -36,7 +36,7 @@ int temperatureOf(const unsigned char *page, unsigned char id)
 extern "C" {
 
 VEXO_API long long SmartAttribRawValueParse(char *output, const unsigned char *slot)
-{
+try {
 	if (!output || !slot) {
 		vlog(LOG_ERR, "%s:%d Invalid input !", VEXO_AT);
 		return -1;
@@ -54,10 +54,10 @@ VEXO_API long long SmartAttribRawValueParse(char *output, const unsigned char *s
 		v = (v << 8) | raw[i];
 	std::snprintf(output, 21, "%lld", v);
 	return v;
-}
+} VEXO_C_CATCH(-1)
 
-VEXO_API int SmartTemperatureGet(const unsigned char *page) { return temperatureOf(page, kTemperatureId); }
+VEXO_API int SmartTemperatureGet(const unsigned char *page) try { return temperatureOf(page, kTemperatureId); } VEXO_C_CATCH(-1)
 
-VEXO_API int SmartAirflowTempGet(const unsigned char *page) { return temperatureOf(page, kAirflowTemperatureId); }
+VEXO_API int SmartAirflowTempGet(const unsigned char *page) try { return temperatureOf(page, kAirflowTemperatureId); } VEXO_C_CATCH(-1)
 
 } // extern "C"

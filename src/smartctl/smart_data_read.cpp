@@ -10,15 +10,15 @@
 extern "C" {
 
 VEXO_API int SmartValuesRead(const char *path, int fd, void *values)
-{
+try {
 	DriveCommandInterface iface = VEXOSmartctlCommandInterfaceGet(path);
 	if (iface == sas_command_interface)
 		return -1;
 	return iface(fd, CMD_SMART_READ_VALUES, values);
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int SmartDataRead(const char *path, void *values, void *thresholds)
-{
+try {
 	if (!path || !values) {
 		vlog(LOG_ERR, "%s(%d) Bad parameter", VEXO_AT);
 		return -1;
@@ -45,6 +45,6 @@ VEXO_API int SmartDataRead(const char *path, void *values, void *thresholds)
 	}
 	std::memcpy(values, v, sizeof(v));
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -47,7 +47,7 @@ int scsiSmartEnable(int fd)
 } // namespace
 
 extern "C" VEXO_API int SmartEnable(const char *path)
-{
+try {
 	if (!path) {
 		vlog(LOG_ERR, "%s:%d Bad parameter.", VEXO_AT);
 		return -1;
@@ -73,4 +73,4 @@ extern "C" VEXO_API int SmartEnable(const char *path)
 		return -1;
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)

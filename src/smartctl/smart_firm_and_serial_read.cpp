@@ -146,20 +146,20 @@ extern "C" {
 
 VEXO_API int SmartFirmAndSerialRead(const char *path, char *firmware, int firmwareSize, char *serial,
 				    int serialSize)
-{
+try {
 	return DoSmartFirmAndSerialRead(path, firmware, firmwareSize, serial, serialSize, 1);
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskGetSerialForUi(const char *path, char *serial, int serialSize)
-{
+try {
 	char firmware[kFirmwareBuffer];
 	return DoSmartFirmAndSerialRead(path, firmware, sizeof(firmware), serial, serialSize, 0);
-}
+} VEXO_C_CATCH(-1)
 
 VEXO_API int SmartFirmwareGet(const char *path, char *firmware, int firmwareSize)
-{
+try {
 	char serial[kSerialBuffer];
 	return DoSmartFirmAndSerialRead(path, firmware, firmwareSize, serial, sizeof(serial), 1);
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

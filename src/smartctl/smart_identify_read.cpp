@@ -8,7 +8,7 @@
 #include "frame/err.h"
 
 extern "C" VEXO_API int SmartIdentifyRead(const char *path, unsigned char *identify)
-{
+try {
 	if (!path || !identify) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -36,4 +36,4 @@ extern "C" VEXO_API int SmartIdentifyRead(const char *path, unsigned char *ident
 	}
 	std::memcpy(identify, page, sizeof(page));
 	return 0;
-}
+} VEXO_C_CATCH(-1)

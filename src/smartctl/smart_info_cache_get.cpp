@@ -90,7 +90,7 @@ int smartInfoCacheParse(std::string_view text, SmartInfoEntry **out)
 } // namespace vexo::smart
 
 extern "C" VEXO_API int SmartInfoCacheGet(const char *name, SmartInfoEntry **list)
-{
+try {
 	if (list)
 		*list = nullptr;
 	if (!name || !*name || !list || std::strchr(name, '/') || !std::strcmp(name, ".") || !std::strcmp(name, "..")) {
@@ -121,4 +121,4 @@ extern "C" VEXO_API int SmartInfoCacheGet(const char *name, SmartInfoEntry **lis
 		return -1;
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)

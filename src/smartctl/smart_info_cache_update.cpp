@@ -21,7 +21,6 @@
 
 namespace {
 
-using vexo::UmaskGuard;
 using vexo::smart::UniqueJson;
 
 // Holds a lock file. Failure paths release it quietly; the success path
@@ -95,7 +94,7 @@ UniqueJson toJson(const SmartInfoEntry *list)
 // Writes text to path, whole, and closes it. False on any failure.
 bool writeWhole(const std::string &path, std::string_view text)
 {
-	vexo::UniqueFd fd(vexo::sysroot::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+	vexo::UniqueFd fd(vexo::sysroot::create(path.c_str(), O_TRUNC, 0644));
 	if (!fd)
 		return false;
 	if (VLIBCWrite(fd.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()))
@@ -113,12 +112,11 @@ bool validName(const char *name)
 } // namespace
 
 extern "C" VEXO_API int SmartInfoCacheUpdate(const char *name, const SmartInfoEntry *list)
-{
+try {
 	if (!validName(name)) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
-	UmaskGuard mask(033); // files come out 0644
 	ENTERCriticalSection;
 	UniqueJson json = toJson(list);
 	const char *text = json ? json_object_to_json_string_ext(json.get(), JSON_C_TO_STRING_PLAIN) : nullptr;
@@ -158,4 +156,4 @@ extern "C" VEXO_API int SmartInfoCacheUpdate(const char *name, const SmartInfoEn
 		VEXO_ERR(VEXO_ERR_UNLOCK);
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)

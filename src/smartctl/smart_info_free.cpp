@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "smartctl/smart_info_list.h"
+#include "frame/boundary.h"
 
 namespace vexo::smart {
 namespace {
@@ -79,7 +80,7 @@ uint32_t attrStatus(const char *value, const char *worst, const char *threshold)
 } // namespace vexo::smart
 
 extern "C" VEXO_API void VEXODiskSmartInfoFree(SmartInfoEntry *list)
-{
+try {
 	while (list) {
 		SmartInfoEntry *next = list->next;
 		std::free(list->name);
@@ -91,4 +92,4 @@ extern "C" VEXO_API void VEXODiskSmartInfoFree(SmartInfoEntry *list)
 		std::free(list);
 		list = next;
 	}
-}
+} VEXO_C_CATCH_VOID

@@ -9,7 +9,7 @@
 #include "smartctl/smart_info_list.h"
 
 extern "C" VEXO_API int SmartInfoGet(const char *path, const char *type, SmartInfoEntry **list, int force)
-{
+try {
 	if (list)
 		*list = nullptr;
 	if (!path || !type || !list) {
@@ -41,4 +41,4 @@ extern "C" VEXO_API int SmartInfoGet(const char *path, const char *type, SmartIn
 		vlog(LOG_WARNING, "%s:%d Failed to update smart info cache on %s, 0x%X", VEXO_AT, path, VLIBCErrGet());
 	*list = fresh;
 	return 0;
-}
+} VEXO_C_CATCH(-1)

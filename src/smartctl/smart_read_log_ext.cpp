@@ -11,7 +11,7 @@ extern "C" {
 
 VEXO_API int SMARTReadLogExt(int fd, unsigned char features, unsigned int sectors, unsigned char logAddress,
 			     unsigned int page, void *buffer)
-{
+try {
 	if (!buffer) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -34,6 +34,6 @@ VEXO_API int SMARTReadLogExt(int fd, unsigned char features, unsigned int sector
 		return -1;
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

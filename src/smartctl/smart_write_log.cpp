@@ -10,7 +10,7 @@ using namespace vexo::smart;
 extern "C" {
 
 VEXO_API int SMARTWriteLog(int fd, unsigned char features, unsigned char logAddress, const void *data, int length)
-{
+try {
 	if (length < 0 || length > 512 || (length > 0 && !data)) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -30,6 +30,6 @@ VEXO_API int SMARTWriteLog(int fd, unsigned char features, unsigned char logAddr
 		return -1;
 	}
 	return 0;
-}
+} VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -6,9 +6,10 @@
 
 #include "disk/disk_host_driver_match.h"
 #include "frame/log.h"
+#include "frame/boundary.h"
 
 extern "C" VEXO_API DriveCommandInterface VEXOSmartctlCommandInterfaceGet(const char *path)
-{
+try {
 	int protocol = VEXODiskScsiProtocolGet(path);
 	int container = 0;
 	if (DiskContainerGet(path, &container) != 0) {
@@ -32,4 +33,4 @@ extern "C" VEXO_API DriveCommandInterface VEXOSmartctlCommandInterfaceGet(const 
 	if (vexo::disk::mv1475DriverIs(host) == 1)
 		return sat_command_interface;
 	return ata_command_interface;
-}
+} VEXO_C_CATCH(ata_command_interface)

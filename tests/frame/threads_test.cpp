@@ -1,0 +1,157 @@
+// Cache writers on several threads of a process that runs with lowered
+// effective ids, beside threads that never call the library. Run in a
+// forked child: ids are lowered there, and the child reports by exit code.
+#include <atomic>
+#include <cstdio>
+#include <fcntl.h>
+#include <string>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+#include <vexohw/frame.h>
+
+#include "support/vexotest.h"
+
+using vexo::test::LogCapture;
+using vexo::test::Sysroot;
+
+namespace {
+
+constexpr uid_t kUser = 4321;
+constexpr gid_t kGroup = 8765;
+constexpr mode_t kUmask = 077; // a file made under it by default would be 0600
+constexpr int kWrites = 150;
+
+// The umask without changing it: setting it to read it would race the writers.
+int readUmask()
+{
+	std::FILE *f = std::fopen("/proc/self/status", "r");
+	if (!f)
+		return -1;
+	char line[256];
+	int mask = -1;
+	while (std::fgets(line, sizeof(line), f))
+		if (std::sscanf(line, "Umask: %o", &mask) == 1)
+			break;
+	std::fclose(f);
+	return mask;
+}
+
+std::string valueOf(int writer, int i) { return "w" + std::to_string(writer) + "-" + std::to_string(i); }
+
+struct Shape {
+	int writers;
+	int bystanders;
+};
+
+// Exit codes of the child: 0 clean; 10+ setup; 20 a write failed; 21 a
+// writer's ids were not its own after the loop; 30 a bystander ran as root;
+// 31 the umask moved; 32 a bystander's file was not its own or had another
+// mode; 40 the process was left with other ids.
+int runShape(const Sysroot &root, Shape s, int *rootSamples, int *samples)
+{
+	if (::setresgid(-1, kGroup, -1) != 0 || ::setresuid(-1, kUser, -1) != 0)
+		return 10;
+	::umask(kUmask);
+	std::atomic<bool> stop{false};
+	std::atomic<int> failure{0};
+	std::atomic<int> asRoot{0}, taken{0};
+	std::vector<std::thread> threads;
+	for (int b = 0; b < s.bystanders; ++b)
+		threads.emplace_back([&, b] {
+			for (int i = 0; !stop.load(); ++i) {
+				taken++;
+				if (::geteuid() == 0 || ::getegid() == 0)
+					asRoot++;
+				if (readUmask() != static_cast<int>(kUmask))
+					failure = 31;
+				std::string p = root.host("/tmp/by/" + std::to_string(b) + "-" + std::to_string(i % 50));
+				::unlink(p.c_str());
+				int fd = ::open(p.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+				struct stat st {};
+				if (fd < 0 || ::fstat(fd, &st) != 0 || st.st_uid != kUser || (st.st_mode & 07777) != (0666 & ~kUmask))
+					failure = 32;
+				if (fd >= 0)
+					::close(fd);
+			}
+		});
+	std::vector<std::thread> writers;
+	for (int w = 0; w < s.writers; ++w)
+		writers.emplace_back([&, w] {
+			const std::string name = "sd" + std::string(1, static_cast<char>('a' + w));
+			for (int i = 0; i < kWrites; ++i)
+				if (VEXODiskUpdateStrValueCacheFile(name.c_str(), "model", valueOf(w, i).c_str()) != 0 ||
+				    VEXODiskUpdateIntValueCacheFile(name.c_str(), "remain_life", i) != 0)
+					failure = 20;
+			if (::geteuid() != kUser || ::getegid() != kGroup)
+				failure = 21;
+		});
+	for (auto &t : writers)
+		t.join();
+	stop = true;
+	for (auto &t : threads)
+		t.join();
+	*rootSamples = asRoot;
+	*samples = taken;
+	if (failure)
+		return failure;
+	if (::geteuid() != kUser || ::getegid() != kGroup)
+		return 40;
+	return 0;
+}
+
+TEST(CacheWriterThreads, IdsUmaskOwnersModesAndContents)
+{
+	if (::geteuid() != 0)
+		GTEST_SKIP() << "needs root to lower and raise ids";
+	const Shape shapes[] = {{8, 1}, {4, 4}};
+	for (Shape s : shapes) {
+		SCOPED_TRACE(std::to_string(s.writers) + " writers, " + std::to_string(s.bystanders) + " bystanders");
+		Sysroot root;
+		for (int w = 0; w < s.writers; ++w)
+			root.diskDir("sd" + std::string(1, static_cast<char>('a' + w)));
+		::chmod(root.root().c_str(), 0755); // the bystanders run as the user
+		root.mkdirs("/tmp/by", 0777);
+		::chmod(root.host("/tmp/by").c_str(), 0777);
+		LogCapture log;
+		// The counts travel back through a pipe; the verdict as exit code.
+		int fds[2];
+		ASSERT_EQ(::pipe(fds), 0);
+		int rc = vexo::test::inChild([&] {
+			int r = 0, n = 0;
+			int code = runShape(root, s, &r, &n);
+			int out[2] = {r, n};
+			(void)!::write(fds[1], out, sizeof(out));
+			return code;
+		});
+		::close(fds[1]);
+		int counts[2] = {-1, -1};
+		(void)!::read(fds[0], counts, sizeof(counts));
+		::close(fds[0]);
+		EXPECT_EQ(rc, 0);
+		EXPECT_EQ(counts[0], 0) << "bystander samples taken as root, of " << counts[1];
+		EXPECT_GT(counts[1], 0);
+		std::printf("%d writers, %d bystanders: %d of %d bystander samples as root\n", s.writers, s.bystanders,
+			    counts[0], counts[1]);
+		// Every write raised and dropped on its own thread, with the whole
+		// line sequence: three raising lines and the first dropping one.
+		const int writes = 2 * kWrites * s.writers;
+		EXPECT_EQ(log.count(39, "WARNING: setresuid(-1, 0, -1)"), 3 * writes);
+		EXPECT_EQ(log.count(39, "WARNING: setresgid(-1, 0, -1)"), writes);
+		EXPECT_EQ(log.count(35), 0) << log.dump().substr(0, 2000);
+		for (int w = 0; w < s.writers; ++w) {
+			const std::string dir = "/run/vexostorage/disks/sd" + std::string(1, static_cast<char>('a' + w));
+			for (const char *key : {"model", "remain_life"}) {
+				struct stat st {};
+				ASSERT_EQ(::stat(root.host(dir + "/" + key).c_str(), &st), 0) << dir << key;
+				EXPECT_EQ(st.st_uid, 0u) << dir << key;
+				EXPECT_EQ(st.st_mode & 07777, 0644u) << dir << key;
+			}
+			EXPECT_EQ(root.read(dir + "/model"), valueOf(w, kWrites - 1));
+			EXPECT_EQ(root.read(dir + "/remain_life"), std::to_string(kWrites - 1));
+		}
+	}
+}
+
+} // namespace
