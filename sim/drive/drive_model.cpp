@@ -48,11 +48,25 @@ void putFixed(uint8_t *p, const std::string &s, std::size_t n)
 		p[i] = i < s.size() ? s[i] : ' ';
 }
 
+void putBe(uint8_t *p, uint64_t v, int bytes)
+{
+	for (int i = 0; i < bytes; ++i)
+		p[i] = static_cast<uint8_t>(v >> (8 * (bytes - 1 - i)));
+}
+
 int64_t jnum(json_object *o, const char *key, int64_t fallback)
 {
 	json_object *v = nullptr;
 	if (o && json_object_object_get_ex(o, key, &v) && v)
 		return json_object_get_int64(v);
+	return fallback;
+}
+
+std::string jstr(json_object *o, const char *key, const char *fallback)
+{
+	json_object *v = nullptr;
+	if (o && json_object_object_get_ex(o, key, &v) && json_object_is_type(v, json_type_string))
+		return json_object_get_string(v);
 	return fallback;
 }
 
@@ -264,6 +278,12 @@ std::vector<uint8_t> Drive::identify(bool packetPage) const
 			putWord(p, 118, (lbs / 2) >> 16);
 		}
 		putWord(p, 106, w106);
+		// DOWNLOAD MICROCODE with offsets (modes 3 and 0x0E), segments of
+		// 1 to 128 sectors.
+		putWord(p, 119, 0x4010);
+		putWord(p, 120, 0x4010);
+		putWord(p, 234, 1);
+		putWord(p, 235, kMicrocodeMaxBlocks);
 		int rotation = static_cast<int>(num("rotation_rate", 7200));
 		putWord(p, 168, static_cast<unsigned>(num("form_factor", rotation == 1 ? 3 : 2)));
 		putWord(p, 206, static_cast<unsigned>(num("sct", 0x003D)));
@@ -383,6 +403,7 @@ bool Drive::smartLog(unsigned addr, bool gpl, std::vector<uint8_t> &pages) const
 		if (!gpl) {
 			putWord(pages.data(), 1, 1);
 			putWord(pages.data(), 6, 1);
+			putWord(pages.data(), 9, 1);
 		} else {
 			putWord(pages.data(), 7, 1);
 		}
@@ -421,6 +442,12 @@ bool Drive::smartLog(unsigned addr, bool gpl, std::vector<uint8_t> &pages) const
 			std::memcpy(d + 5, &lba, 4);
 		}
 		pages[508] = static_cast<uint8_t>(k);
+		sealPage(pages.data());
+		return true;
+	}
+	if (addr == 9 && !gpl) { // selective self-test log: no spans set
+		pages.assign(512, 0);
+		putWord(pages.data(), 0, 1);
 		sealPage(pages.data());
 		return true;
 	}
@@ -496,6 +523,8 @@ Outcome Drive::ata(const Taskfile &tf, std::vector<uint8_t> &out, const std::vec
 		out.assign(log.begin() + off, log.begin() + off + len);
 		return o;
 	}
+	case 0x92:
+		return downloadMicrocode(tf, in);
 	case 0xB0:
 		break;
 	default:
@@ -553,6 +582,45 @@ Outcome Drive::ata(const Taskfile &tf, std::vector<uint8_t> &out, const std::vec
 	default:
 		return aborted("unsupported SMART feature");
 	}
+}
+
+// DOWNLOAD MICROCODE (PIO): the mode in features, the block count in count
+// and LBA low, the offset in blocks in LBA mid and high. Segments must come
+// in order; the image is kept in the node ("firmware_download") until
+// activation (mode 0x0F) marks it active. Mode 7 is a whole image at once.
+Outcome Drive::downloadMicrocode(const Taskfile &tf, const std::vector<uint8_t> &in)
+{
+	const unsigned mode = tf.features, blocks = tf.count | tf.lbaLow << 8, offset = tf.lbaMid | tf.lbaHigh << 8;
+	json_object *fw = obj("firmware_download");
+	if (mode == 0x0F) {
+		if (!fw || !jnum(fw, "bytes", 0))
+			return aborted("DOWNLOAD MICROCODE activation without an image");
+		json_object_object_add(fw, "activated", json_object_new_boolean(true));
+		changed_ = true;
+		return Outcome{};
+	}
+	if (mode != 0x03 && mode != 0x07 && mode != 0x0E)
+		return aborted("unsupported DOWNLOAD MICROCODE mode");
+	if (blocks == 0 || in.size() != static_cast<size_t>(blocks) * 512)
+		return aborted("DOWNLOAD MICROCODE block count differs from its data");
+	if (mode != 0x07 && blocks > kMicrocodeMaxBlocks)
+		return aborted("DOWNLOAD MICROCODE segment above the largest the drive takes");
+	std::string image = offset && fw ? jstr(fw, "image", "") : "";
+	if (mode != 0x07 && static_cast<size_t>(offset) * 1024 != image.size())
+		return aborted("DOWNLOAD MICROCODE segment out of order");
+	if (mode == 0x07 && offset)
+		return aborted("DOWNLOAD MICROCODE mode 7 with an offset");
+	image += toHex(in.data(), in.size());
+	if (image.size() / 2 > kMicrocodeMaxBytes)
+		return aborted("DOWNLOAD MICROCODE image too large");
+	json_object *next = json_object_new_object();
+	json_object_object_add(next, "mode", json_object_new_int(static_cast<int>(mode)));
+	json_object_object_add(next, "bytes", json_object_new_int64(static_cast<int64_t>(image.size() / 2)));
+	json_object_object_add(next, "image", json_object_new_string(image.c_str()));
+	json_object_object_add(next, "activated", json_object_new_boolean(mode == 0x07 || mode == 0x03));
+	json_object_object_add(node_, "firmware_download", next);
+	changed_ = true;
+	return Outcome{};
 }
 
 // Self-test execution status (SMART data byte 363): the status code in the
@@ -819,6 +887,27 @@ Outcome Drive::scsi(const uint8_t *cdb, unsigned cdbLen, std::vector<uint8_t> &o
 		return o;
 	case 0x35:
 		return o;
+	case 0x25:   // READ CAPACITY (10)
+	case 0x9E: { // READ CAPACITY (16), service action 0x10
+		if (cdb[0] == 0x9E && (cdb[1] & 0x1F) != 0x10)
+			break;
+		const uint64_t lbs = static_cast<uint64_t>(logicalBlockSize() > 0 ? logicalBlockSize() : 512);
+		const uint64_t last = sizeBytes() / lbs - 1;
+		out.assign(cdb[0] == 0x25 ? 8 : 32, 0);
+		uint8_t *p = out.data();
+		if (cdb[0] == 0x25) {
+			putBe(p, std::min<uint64_t>(last, 0xFFFFFFFF), 4);
+			putBe(p + 4, lbs, 4);
+		} else {
+			putBe(p, last, 8);
+			putBe(p + 8, lbs, 4);
+			unsigned exp = 0;
+			for (uint64_t phys = static_cast<uint64_t>(num("physical_block_size", 4096)); (lbs << exp) < phys;)
+				++exp;
+			p[13] = static_cast<uint8_t>(exp & 0x0F);
+		}
+		return o;
+	}
 	default:
 		break;
 	}

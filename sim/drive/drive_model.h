@@ -29,6 +29,10 @@ struct Taskfile {
 	uint8_t command = 0, features = 0, count = 0, lbaLow = 0, lbaMid = 0, lbaHigh = 0;
 };
 
+// DOWNLOAD MICROCODE limits: the largest segment (sectors) and image (bytes).
+inline constexpr unsigned kMicrocodeMaxBlocks = 128;
+inline constexpr size_t kMicrocodeMaxBytes = 16u << 20;
+
 class Drive {
 public:
 	// Takes ownership of the parsed node object.
@@ -86,6 +90,7 @@ private:
 	bool scsiLogPage(unsigned page, std::vector<uint8_t> &out) const;
 	std::vector<uint8_t> ieBytes(const char *key, const char *fallback) const;
 	Outcome executeOffline(uint8_t subcommand);
+	Outcome downloadMicrocode(const Taskfile &tf, const std::vector<uint8_t> &in);
 	int64_t selfTestMinutes(uint8_t subcommand) const;
 	int64_t powerOnHours() const;
 	void setSelfTestStatus(unsigned status);

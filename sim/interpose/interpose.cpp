@@ -18,6 +18,7 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <linux/fs.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -73,6 +74,7 @@ struct Open {
 };
 
 constexpr int kMaxFd = 4096;
+constexpr uint64_t kSizeUnknown = ~0ULL;
 Open gOpen[kMaxFd];
 
 bool tracked(int fd) { return tDepth == 0 && fd >= 0 && fd < kMaxFd && __atomic_load_n(&gOpen[fd].used, __ATOMIC_ACQUIRE); }
@@ -147,11 +149,8 @@ int openDrive(const char *host, const char *app, int flags)
 	}
 	Open &o = gOpen[fd];
 	o.rdev = deviceNumber(host, app, o.block);
-	o.size = 0;
+	o.size = kSizeUnknown;
 	o.pos = 0;
-	uint64_t size = 0;
-	if (emu->ioctl(fd, 0x80081272 /* BLKGETSIZE64 */, &size) == 0)
-		o.size = size;
 	__atomic_store_n(&o.used, true, __ATOMIC_RELEASE);
 	return fd;
 }
@@ -193,10 +192,24 @@ int fdStat(int fd, struct stat *st)
 	return 0;
 }
 
-// The media reads as zeros up to the drive's size; it is never written.
-ssize_t readZeros(Open &o, void *buf, size_t len, uint64_t at)
+// The drive's size, asked of the drive the first time it is needed (and so
+// in its command log only when a program reads or seeks).
+uint64_t sizeOf(int fd)
 {
-	if (at >= o.size)
+	Open &o = gOpen[fd];
+	if (o.size == kSizeUnknown) {
+		Inside in;
+		uint64_t size = 0;
+		o.size = vexo_device_backend_v1()->ioctl(fd, BLKGETSIZE64, &size) == 0 ? size : 0;
+	}
+	return o.size;
+}
+
+// The media reads as zeros up to the drive's size; it is never written.
+ssize_t readZeros(int fd, void *buf, size_t len, uint64_t at)
+{
+	Open &o = gOpen[fd];
+	if (at >= sizeOf(fd))
 		return 0;
 	size_t n = static_cast<size_t>(std::min<uint64_t>(len, o.size - at));
 	std::memset(buf, 0, n);
@@ -340,7 +353,7 @@ VISIBLE int ioctl(int fd, unsigned long request, ...)
 VISIBLE ssize_t read(int fd, void *buf, size_t len)
 {
 	if (tracked(fd)) {
-		ssize_t n = readZeros(gOpen[fd], buf, len, gOpen[fd].pos);
+		ssize_t n = readZeros(fd, buf, len, gOpen[fd].pos);
 		gOpen[fd].pos += n;
 		return n;
 	}
@@ -354,7 +367,7 @@ VISIBLE ssize_t pread(int fd, void *buf, size_t len, off_t at)
 			errno = EINVAL;
 			return -1;
 		}
-		return readZeros(gOpen[fd], buf, len, static_cast<uint64_t>(at));
+		return readZeros(fd, buf, len, static_cast<uint64_t>(at));
 	}
 	LIBC(pread, PreadFn);
 	return real_pread(fd, buf, len, at);
@@ -386,7 +399,7 @@ VISIBLE off_t lseek(int fd, off_t off, int whence)
 	if (tracked(fd)) {
 		Open &o = gOpen[fd];
 		int64_t base = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? static_cast<int64_t>(o.pos)
-					: whence == SEEK_END ? static_cast<int64_t>(o.size) : -1;
+					: whence == SEEK_END ? static_cast<int64_t>(sizeOf(fd)) : -1;
 		if (base < 0 || base + off < 0) {
 			errno = EINVAL;
 			return -1;
