@@ -631,6 +631,17 @@ int emuIoctl(int h, unsigned long req, void *arg)
 			: refuse(EFAULT, "null argument");
 		break;
 	}
+	case NVME_IOCTL_ID:
+		// The namespace node answers its namespace id as the ioctl's value.
+		line = "NVME_IOCTL_ID";
+		if (d.protocol() != "nvme")
+			o = refuse(ENOTTY, "NVME_IOCTL_ID of a non-NVMe drive");
+		else {
+			o.kind = Outcome::Status;
+			o.err = 1;
+			o.note = "namespace id";
+		}
+		break;
 	case HDIO_GETGEO: {
 		// The geometry the sd and nvme drivers make up from the capacity.
 		line = "HDIO_GETGEO";
