@@ -341,7 +341,7 @@ void ataReturnSense(uint8_t *sense, uint8_t key, uint8_t ascq, const Taskfile &t
 	sense[9] = 0x0C;
 	sense[11] = error ? o.ataError : 0;
 	sense[13] = o.count;
-	sense[15] = tf.lbaLow;
+	sense[15] = o.lbaLow >= 0 ? static_cast<uint8_t>(o.lbaLow) : tf.lbaLow;
 	sense[17] = o.lbaMid >= 0 ? static_cast<uint8_t>(o.lbaMid) : tf.lbaMid;
 	sense[19] = o.lbaHigh >= 0 ? static_cast<uint8_t>(o.lbaHigh) : tf.lbaHigh;
 	sense[21] = error ? 0x51 : 0x50;

@@ -469,12 +469,31 @@ bool Drive::smartLog(unsigned addr, bool gpl, std::vector<uint8_t> &pages) const
 		sealPage(pages.data());
 		return true;
 	}
-	if (addr == 0xE0 && (num("sct", 0x003D) & 1)) { // SCT status
+	const int64_t temperature = num("temperature", 35);
+	if (addr == 0xE0 && (num("sct", 0x003D) & 1)) { // SCT status, with the last SCT command's outcome
+		json_object *last = obj("sct_last");
 		pages.assign(512, 0);
 		putWord(pages.data(), 0, 3);
 		putWord(pages.data(), 1, 1);
-		pages[200] = static_cast<uint8_t>(num("temperature", 35));
+		putWord(pages.data(), 7, static_cast<unsigned>(jnum(last, "status", 0)));
+		putWord(pages.data(), 8, static_cast<unsigned>(jnum(last, "action", 0)));
+		putWord(pages.data(), 9, static_cast<unsigned>(jnum(last, "function", 0)));
+		pages[200] = pages[201] = pages[202] = static_cast<uint8_t>(temperature);
 		pages[204] = static_cast<uint8_t>(num("max_temperature", 45));
+		return true;
+	}
+	if (addr == 0xE1 && (num("sct", 0x003D) & 0x21) == 0x21) { // SCT temperature history table
+		pages.assign(512, 0);
+		putWord(pages.data(), 0, 2);
+		putWord(pages.data(), 1, 1); // sampled every minute
+		putWord(pages.data(), 2, static_cast<unsigned>(sctFeature(3)));
+		pages[6] = 70; // recommended maximum
+		pages[7] = 75; // limit
+		pages[8] = 0;
+		pages[9] = static_cast<uint8_t>(-5);
+		putWord(pages.data(), 15, kSctHistory);
+		putWord(pages.data(), 16, 0);
+		std::memset(pages.data() + 34, static_cast<uint8_t>(temperature), kSctHistory);
 		return true;
 	}
 	return false;
@@ -555,6 +574,8 @@ Outcome Drive::ata(const Taskfile &tf, std::vector<uint8_t> &out, const std::vec
 		return o;
 	}
 	case 0xD6: {
+		if (tf.lbaLow == 0xE0 && (num("sct", 0x003D) & 1) && tf.count == 1 && in.size() == 512)
+			return sctCommand(in);
 		if (tf.lbaLow < 0x80 || tf.lbaLow > 0x9F || tf.count != 1 || in.size() != 512)
 			return aborted("SMART WRITE LOG outside the host vendor logs");
 		json_object *logs = section("logs");
@@ -582,6 +603,61 @@ Outcome Drive::ata(const Taskfile &tf, std::vector<uint8_t> &out, const std::vec
 	default:
 		return aborted("unsupported SMART feature");
 	}
+}
+
+// The state of an SCT feature (1 write cache, 2 write cache reordering:
+// 1 on, 2 off; 3 the temperature logging interval in minutes).
+int64_t Drive::sctFeature(unsigned code) const
+{
+	char key[8];
+	std::snprintf(key, sizeof key, "%u", code);
+	return jnum(obj("sct_features"), key, 1);
+}
+
+// An SCT command: the key sector written to log 0xE0. Error recovery
+// control (3) and feature control (4) answer a get in the count and LBA low
+// registers; the data table command (5) readies the temperature history in
+// log 0xE1. The outcome shows in the SCT status. What word 206 does not
+// announce, or an unknown action or function, is aborted.
+Outcome Drive::sctCommand(const std::vector<uint8_t> &key)
+{
+	auto word = [&](int i) { return static_cast<unsigned>(key[2 * i] | key[2 * i + 1] << 8); };
+	const unsigned action = word(0), function = word(1), sct = static_cast<unsigned>(num("sct", 0x003D));
+	Outcome o;
+	unsigned status = 0;
+	const char *refusal = nullptr;
+	if (action == 3 && (sct & 0x08) && (word(2) == 1 || word(2) == 2) && (function == 1 || function == 2)) {
+		const char *k = word(2) == 1 ? "read" : "write";
+		if (function == 1) {
+			json_object_object_add(section("sct_erc"), k, json_object_new_int(static_cast<int>(word(3))));
+		} else {
+			unsigned v = static_cast<unsigned>(jnum(obj("sct_erc"), k, 70));
+			o.count = v & 0xFF;
+			o.lbaLow = static_cast<int>(v >> 8);
+		}
+	} else if (action == 4 && (sct & 0x10) && word(2) >= 1 && word(2) <= 3 && function >= 1 && function <= 3) {
+		if (function == 1) {
+			char k[8];
+			std::snprintf(k, sizeof k, "%u", word(2));
+			json_object_object_add(section("sct_features"), k, json_object_new_int(static_cast<int>(word(3))));
+		} else {
+			unsigned v = function == 2 ? static_cast<unsigned>(sctFeature(word(2))) : 0; // 3: option flags
+			o.count = v & 0xFF;
+			o.lbaLow = static_cast<int>(v >> 8);
+		}
+	} else if (action == 5 && (sct & 0x20) && function == 1 && word(2) == 2) {
+		// the table is read from log 0xE1 next
+	} else {
+		status = 0x0003;
+		refusal = "unsupported SCT command";
+	}
+	json_object *last = json_object_new_object();
+	json_object_object_add(last, "action", json_object_new_int(static_cast<int>(action)));
+	json_object_object_add(last, "function", json_object_new_int(static_cast<int>(function)));
+	json_object_object_add(last, "status", json_object_new_int(static_cast<int>(status)));
+	json_object_object_add(node_, "sct_last", last);
+	changed_ = true;
+	return refusal ? aborted(refusal) : o;
 }
 
 // DOWNLOAD MICROCODE (PIO): the mode in features, the block count in count
