@@ -116,12 +116,13 @@ bool driveNode(const char *path, char *host, char *app)
 dev_t deviceNumber(const char *host, const char *app, bool &block)
 {
 	const char *name = std::strrchr(app, '/') + 1;
-	block = std::strncmp(name, "sg", 2) != 0 &&
-		!(std::strncmp(name, "nvme", 4) == 0 && !std::strchr(name + 4, 'n'));
+	const bool sg = std::strncmp(name, "sg", 2) == 0;
+	const bool nvmeCtrl = std::strncmp(name, "nvme", 4) == 0 && !std::strchr(name + 4, 'n');
+	block = !sg && !nvmeCtrl;
 	char sys[PATH_MAX];
 	std::snprintf(sys, sizeof sys, "%.*s/sys/%s/%s/dev", static_cast<int>(std::strlen(host) - std::strlen(app)),
-		      host, block ? "block" : "class/scsi_generic", name);
-	unsigned ma = block ? 8 : 21, mi = 0;
+		      host, block ? "block" : sg ? "class/scsi_generic" : "class/nvme", name);
+	unsigned ma = block ? 8 : sg ? 21 : 240, mi = 0;
 	LIBC(open, OpenFn);
 	LIBC(read, ReadFn);
 	LIBC(close, CloseFn);
