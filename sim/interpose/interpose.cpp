@@ -63,11 +63,17 @@ using PwriteFn = ssize_t (*)(int, const void *, size_t, off_t);
 using LseekFn = off_t (*)(int, off_t, int);
 using CloseFn = int (*)(int);
 using AccessFn = int (*)(const char *, int);
+using DupFn = int (*)(int);
+using Dup2Fn = int (*)(int, int);
+using Dup3Fn = int (*)(int, int, int);
+using FcntlFn = int (*)(int, int, ...);
 
-// One open drive: what fstat shows and where read() is.
+// One open drive: the emulator's handle behind the descriptor, what fstat
+// shows and where read() is.
 struct Open {
 	bool used;
 	bool block;
+	int handle;
 	dev_t rdev;
 	uint64_t size;
 	uint64_t pos;
@@ -76,6 +82,7 @@ struct Open {
 constexpr int kMaxFd = 4096;
 constexpr uint64_t kSizeUnknown = ~0ULL;
 Open gOpen[kMaxFd];
+int gRefs[kMaxFd]; // descriptors per emulator handle (copies made by dup)
 
 bool tracked(int fd) { return tDepth == 0 && fd >= 0 && fd < kMaxFd && __atomic_load_n(&gOpen[fd].used, __ATOMIC_ACQUIRE); }
 
@@ -136,19 +143,30 @@ dev_t deviceNumber(const char *host, const char *app, bool &block)
 	return makedev(ma, mi);
 }
 
+// The program's descriptor is one of /dev/null, not the node file: a copy the
+// interposer does not see (dup2 onto stdin, say) then reads nothing and
+// writes nowhere instead of into the drive's description.
 int openDrive(const char *host, const char *app, int flags)
 {
 	Inside in;
 	const vexo_device_backend *emu = vexo_device_backend_v1();
-	int fd = emu->open(host, app, flags);
-	if (fd < 0)
+	int h = emu->open(host, app, flags);
+	if (h < 0)
 		return -1;
-	if (fd >= kMaxFd) {
-		emu->close(fd);
-		errno = EMFILE;
+	LIBC(open, OpenFn);
+	int fd = real_open("/dev/null", O_RDWR | (flags & O_CLOEXEC));
+	if (fd < 0 || fd >= kMaxFd || h >= kMaxFd) {
+		int e = fd < 0 ? errno : EMFILE;
+		LIBC(close, CloseFn);
+		if (fd >= 0)
+			real_close(fd);
+		emu->close(h);
+		errno = e;
 		return -1;
 	}
 	Open &o = gOpen[fd];
+	o.handle = h;
+	gRefs[h] = 1;
 	o.rdev = deviceNumber(host, app, o.block);
 	o.size = kSizeUnknown;
 	o.pos = 0;
@@ -183,7 +201,7 @@ int fdStat(int fd, struct stat *st)
 {
 	Inside in;
 	LIBC(fstat, FstatFn);
-	if (real_fstat(fd, st) != 0)
+	if (real_fstat(gOpen[fd].handle, st) != 0)
 		return -1;
 	st->st_mode = (gOpen[fd].block ? S_IFBLK : S_IFCHR) | 0660;
 	st->st_rdev = gOpen[fd].rdev;
@@ -201,7 +219,7 @@ uint64_t sizeOf(int fd)
 	if (o.size == kSizeUnknown) {
 		Inside in;
 		uint64_t size = 0;
-		o.size = vexo_device_backend_v1()->ioctl(fd, BLKGETSIZE64, &size) == 0 ? size : 0;
+		o.size = vexo_device_backend_v1()->ioctl(o.handle, BLKGETSIZE64, &size) == 0 ? size : 0;
 	}
 	return o.size;
 }
@@ -215,6 +233,34 @@ ssize_t readZeros(int fd, void *buf, size_t len, uint64_t at)
 	size_t n = static_cast<size_t>(std::min<uint64_t>(len, o.size - at));
 	std::memset(buf, 0, n);
 	return static_cast<ssize_t>(n);
+}
+
+// The drive behind a descriptor that is closed (or replaced by dup2): the
+// emulator lets go of its handle with the last descriptor.
+void forget(int fd)
+{
+	Open &o = gOpen[fd];
+	__atomic_store_n(&o.used, false, __ATOMIC_RELEASE);
+	if (--gRefs[o.handle] == 0) {
+		Inside in;
+		vexo_device_backend_v1()->close(o.handle);
+	}
+}
+
+// A copy of a drive's descriptor reaches the same drive.
+int copied(int from, int to)
+{
+	if (to < 0 || to == from || !tracked(from))
+		return to;
+	if (to >= kMaxFd) {
+		LIBC(close, CloseFn);
+		real_close(to);
+		errno = EMFILE;
+		return -1;
+	}
+	gOpen[to] = gOpen[from];
+	++gRefs[gOpen[from].handle];
+	return to;
 }
 
 // glibc declares some paths non-null; a caller may still pass null.
@@ -328,6 +374,40 @@ VISIBLE int fstatat64(int dirfd, const char *path, struct stat64 *st, int flags)
 	return fstatat(dirfd, path, reinterpret_cast<struct stat *>(st), flags);
 }
 
+VISIBLE int statx(int dirfd, const char *path, int flags, unsigned mask, struct statx *stx)
+{
+	char host[PATH_MAX], app[PATH_MAX];
+	struct stat st;
+	int r = 1;
+	if (isEmpty(path) && (flags & AT_EMPTY_PATH) && tracked(dirfd))
+		r = fdStat(dirfd, &st);
+	else if (driveNode(path, host, app))
+		r = statPath(host, app, &st);
+	if (r == 1) {
+		using StatxFn = int (*)(int, const char *, int, unsigned, struct statx *);
+		LIBC(statx, StatxFn);
+		return real_statx(dirfd, path, flags, mask, stx);
+	}
+	if (r != 0)
+		return r;
+	std::memset(stx, 0, sizeof *stx);
+	stx->stx_mask = STATX_BASIC_STATS;
+	stx->stx_mode = static_cast<uint16_t>(st.st_mode);
+	stx->stx_nlink = static_cast<uint32_t>(st.st_nlink);
+	stx->stx_uid = st.st_uid;
+	stx->stx_gid = st.st_gid;
+	stx->stx_blksize = static_cast<uint32_t>(st.st_blksize);
+	stx->stx_rdev_major = major(st.st_rdev);
+	stx->stx_rdev_minor = minor(st.st_rdev);
+	stx->stx_dev_major = major(st.st_dev);
+	stx->stx_dev_minor = minor(st.st_dev);
+	stx->stx_ino = st.st_ino;
+	stx->stx_mtime.tv_sec = st.st_mtim.tv_sec;
+	stx->stx_atime.tv_sec = st.st_atim.tv_sec;
+	stx->stx_ctime.tv_sec = st.st_ctim.tv_sec;
+	return 0;
+}
+
 VISIBLE int access(const char *path, int mode)
 {
 	char host[PATH_MAX], app[PATH_MAX];
@@ -345,7 +425,7 @@ VISIBLE int ioctl(int fd, unsigned long request, ...)
 	va_end(ap);
 	if (tracked(fd)) {
 		Inside in;
-		return vexo_device_backend_v1()->ioctl(fd, request, arg);
+		return vexo_device_backend_v1()->ioctl(gOpen[fd].handle, request, arg);
 	}
 	LIBC(ioctl, IoctlFn);
 	return real_ioctl(fd, request, arg);
@@ -415,13 +495,48 @@ VISIBLE off_t lseek64(int fd, off_t off, int whence) { return lseek(fd, off, whe
 
 VISIBLE int close(int fd)
 {
-	if (tracked(fd)) {
-		__atomic_store_n(&gOpen[fd].used, false, __ATOMIC_RELEASE);
-		Inside in;
-		return vexo_device_backend_v1()->close(fd);
-	}
+	if (tracked(fd))
+		forget(fd);
 	LIBC(close, CloseFn);
 	return real_close(fd);
+}
+
+VISIBLE int dup(int fd)
+{
+	LIBC(dup, DupFn);
+	return copied(fd, real_dup(fd));
+}
+VISIBLE int dup2(int fd, int to)
+{
+	if (fd != to && tracked(to))
+		forget(to);
+	LIBC(dup2, Dup2Fn);
+	return copied(fd, real_dup2(fd, to));
+}
+VISIBLE int dup3(int fd, int to, int flags)
+{
+	if (fd != to && tracked(to))
+		forget(to);
+	LIBC(dup3, Dup3Fn);
+	return copied(fd, real_dup3(fd, to, flags));
+}
+VISIBLE int fcntl(int fd, int cmd, ...)
+{
+	va_list ap;
+	va_start(ap, cmd);
+	void *arg = va_arg(ap, void *);
+	va_end(ap);
+	LIBC(fcntl, FcntlFn);
+	int r = real_fcntl(fd, cmd, arg);
+	return cmd == F_DUPFD || cmd == F_DUPFD_CLOEXEC ? copied(fd, r) : r;
+}
+VISIBLE int fcntl64(int fd, int cmd, ...)
+{
+	va_list ap;
+	va_start(ap, cmd);
+	void *arg = va_arg(ap, void *);
+	va_end(ap);
+	return fcntl(fd, cmd, arg);
 }
 
 } // extern "C"

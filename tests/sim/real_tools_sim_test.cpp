@@ -103,6 +103,25 @@ TEST_F(Box, ToolsAnswerPerDriveType)
 	EXPECT_NE(commit.status, 0);
 }
 
+// Any program sees the nodes as the kernel's: block devices with sysfs's
+// numbers, media that reads as zeros (also through a descriptor copied with
+// dup2, as dd does) and is never written, and the drive's description
+// untouched.
+TEST_F(Box, NodesLookLikeDevices)
+{
+	ASSERT_TRUE(box->ok()) << box->log();
+	std::string before = node("sde");
+	EXPECT_EQ(run({"stat", "-c", "%F %t:%T", "/dev/sde", "/dev/nvme1n1"}).out,
+		  "block special file 8:40\nblock special file 103:1\n");
+	Ran in = run({"dd", "if=/dev/sde", "bs=512", "skip=31251759102", "count=4", "status=none"});
+	EXPECT_EQ(in.status, 0) << in.out;
+	EXPECT_EQ(in.out, std::string(1024, '\0')); // the last two sectors, then the end
+	Ran out = run({"dd", "if=/dev/zero", "of=/dev/sde", "bs=512", "count=1", "status=none"});
+	EXPECT_NE(out.status, 0);
+	EXPECT_NE(out.out.find("Read-only file system"), std::string::npos) << out.out;
+	EXPECT_EQ(node("sde"), before);
+}
+
 // Firmware goes down in pieces and is kept by the drive: hdparm's mode E
 // segments on SATA, nvme's download and commit on NVMe.
 TEST_F(Box, FirmwareDownloadIsStored)
