@@ -662,8 +662,15 @@ int emuIoctl(int h, unsigned long req, void *arg)
 		break;
 	}
 	case BLKGETSIZE64:
-	case BLKSSZGET: {
-		line = req == BLKGETSIZE64 ? "BLKGETSIZE64" : "BLKSSZGET";
+	case BLKGETSIZE:
+	case BLKSSZGET:
+	case BLKPBSZGET:
+	case BLKROGET: {
+		line = req == BLKGETSIZE64 ? "BLKGETSIZE64"
+		       : req == BLKGETSIZE ? "BLKGETSIZE"
+		       : req == BLKSSZGET  ? "BLKSSZGET"
+		       : req == BLKPBSZGET ? "BLKPBSZGET"
+					   : "BLKROGET";
 		std::vector<uint8_t> none;
 		o = withFault(d, "blk", none, [] { return Outcome{}; });
 		if (o.kind == Outcome::Ok && !arg)
@@ -671,8 +678,14 @@ int emuIoctl(int h, unsigned long req, void *arg)
 		if (o.kind == Outcome::Ok) {
 			if (req == BLKGETSIZE64)
 				*static_cast<uint64_t *>(arg) = d.sizeBytes();
-			else
+			else if (req == BLKGETSIZE) // 512-byte sectors
+				*static_cast<unsigned long *>(arg) = static_cast<unsigned long>(d.sizeBytes() / 512);
+			else if (req == BLKSSZGET)
 				*static_cast<int *>(arg) = d.logicalBlockSize();
+			else if (req == BLKPBSZGET)
+				*static_cast<unsigned *>(arg) = static_cast<unsigned>(d.physicalBlockSize());
+			else
+				*static_cast<int *>(arg) = 0; // writable
 		}
 		break;
 	}

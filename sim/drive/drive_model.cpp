@@ -190,6 +190,10 @@ json_object *Drive::section(const char *key)
 std::string Drive::protocol() const { return str("protocol", "ata"); }
 uint64_t Drive::sizeBytes() const { return static_cast<uint64_t>(num("size_bytes", 4000787030016LL)); }
 int Drive::logicalBlockSize() const { return static_cast<int>(num("logical_block_size", 512)); }
+int Drive::physicalBlockSize() const
+{
+	return static_cast<int>(num("physical_block_size", protocol() == "nvme" ? logicalBlockSize() : 4096));
+}
 bool Drive::isPacket() const { return jbool(node_, "packet"); }
 
 int Drive::power() const

@@ -51,6 +51,7 @@ public:
 
 	uint64_t sizeBytes() const;
 	int logicalBlockSize() const;
+	int physicalBlockSize() const;
 
 	// The 512-byte IDENTIFY (or IDENTIFY PACKET) page.
 	std::vector<uint8_t> identify(bool packetPage) const;
