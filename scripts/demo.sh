@@ -38,15 +38,18 @@ run snapshot write --hibernating sdme
 run overview --snapshot
 run --json disk list --walk | sed -n '1,30p'
 # one drive up close: what it says of itself, its SMART attributes and
-# temperature through the library, and the same drive through the box's
-# stand-in smartctl, which answers from the same emulated drive
+# temperature through the library, and the same drive through the real
+# smartctl and nvme, which the box runs on its emulated drives
 echo "# one drive up close"
 run drive identify sdc
 run smart attrs sdc
 run smart temp sdc
 run disk serial sdc --ui
-echo "\$ smartctl -H /dev/sdc   (the simulated box's own tool)"
-build/bin/vexosim run "$root" -- "$root/usr/bin/smartctl" -H /dev/sdc || true
+echo "\$ smartctl -H /dev/sdc"
+build/bin/vexosim run "$root" -- /usr/bin/smartctl -H /dev/sdc || true
+echo
+echo "\$ nvme smart-log /dev/nvme0n1"
+build/bin/vexosim run "$root" -- /usr/sbin/nvme smart-log /dev/nvme0n1 || true
 echo
 run status tables health
 # Nothing has computed per-disk values on a freshly built box yet; the

@@ -7,6 +7,8 @@
 #include <unistd.h>
 #include <vector>
 
+#include "../tools/real_tools.h"
+
 namespace vexosim {
 
 namespace {
@@ -75,27 +77,29 @@ public:
 	}
 
 private:
-	// The stand-ins for the programs the library runs, by the paths it runs
-	// them by: one program, built beside vexosim and copied into the root so
-	// that the root stays whole by itself. Without it (a vexosim copied out
-	// of its build) the root simply has no tools.
+	// The programs the library runs, by the paths it runs them by: one
+	// program, built beside vexosim and copied into the root with the
+	// interposer so that the root stays whole by itself. It answers for the
+	// appliance's own tools and hands the drive tools over to the
+	// distribution's programs, which are linked only when installed. Without
+	// it (a vexosim copied out of its build) the root simply has no tools.
 	void tools()
 	{
-		std::string bin = toolsProgram();
-		if (bin.empty())
+		std::string bin = besideSelf("vexosim-tools");
+		std::string interposer = besideSelf(std::string("../sim/interpose/") + tools::kInterposer);
+		if (bin.empty() || ::access(bin.c_str(), X_OK) != 0 || interposer.empty())
 			return;
 		const char *program = "/usr/vexo/libexec/vexosim-tools";
 		tree_.program(program, bin);
-		for (const char *p : {"/usr/bin/smartctl", "/usr/vexo/bin/sg_raw", "/usr/vexo/bin/sg_sat_identify",
-				      "/usr/vexo/sbin/sg_logs", "/usr/vexo/sbin/vexostorage", "/usr/vexo/sbin/dhm_tool",
-				      "/usr/vexo/bin/vexowebapi", "/usr/bin/md5sum"})
+		tree_.program(std::string("/usr/vexo/libexec/") + tools::kInterposer, interposer);
+		for (const char *p : {"/usr/vexo/sbin/vexostorage", "/usr/vexo/sbin/dhm_tool", "/usr/vexo/bin/vexowebapi",
+				      "/usr/bin/md5sum"})
 			tree_.link(p, program);
-	}
-
-	static std::string toolsProgram()
-	{
-		std::string bin = besideSelf("vexosim-tools");
-		return !bin.empty() && ::access(bin.c_str(), X_OK) == 0 ? bin : "";
+		for (const auto &t : tools::kRealTools)
+			if (::access(t.program, X_OK) == 0)
+				for (const char *p : t.paths)
+					if (p)
+						tree_.link(p, program);
 	}
 
 	const Device *find(Where w, int a, int b = 0) const

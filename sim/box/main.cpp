@@ -3,7 +3,9 @@
 //
 //   vexosim build DESCRIPTION DIR   write the box's root into DIR
 //   vexosim check DESCRIPTION       only check the description
-//   vexosim run DIR -- COMMAND...   run COMMAND with the box as its root
+//   vexosim run DIR -- COMMAND...   run COMMAND with the box as its root: an
+//                                   absolute COMMAND the box has is the box's,
+//                                   and every program runs on the interposer
 //   vexosim serve ROOT ...          the box's HTTPS update servers (vexosim-serve)
 //   vexosim pack ...                make signed archives and keys (vexo-archive)
 #include <cerrno>
@@ -59,6 +61,23 @@ int runIn(const std::string &dir, char **argv)
 	::setenv("VEXO_SYSROOT", root, 1);
 	if (!backend.empty())
 		::setenv("VEXO_DEVICE_BACKEND", backend.c_str(), 1);
+	// Every program runs on the interposer, so the drive tools among them
+	// reach the box's drives. Our own sanitized builds take it too: it
+	// replaces no allocator, so the sanitizer's library-order check may go.
+	std::string interposer = std::string(root) + "/usr/vexo/libexec/libvexosim_interpose.so";
+	if (::access(interposer.c_str(), R_OK) != 0)
+		interposer = vexosim::besideSelf("../sim/interpose/libvexosim_interpose.so");
+	if (!interposer.empty()) {
+		const char *old = std::getenv("LD_PRELOAD");
+		::setenv("LD_PRELOAD", (interposer + (old && *old ? std::string(":") + old : "")).c_str(), 1);
+		const char *asan = std::getenv("ASAN_OPTIONS");
+		::setenv("ASAN_OPTIONS",
+			 ((asan && *asan ? std::string(asan) + ":" : "") + "verify_asan_link_order=0").c_str(), 1);
+	}
+	// An appliance path that the box has is the box's program.
+	std::string inRoot = std::string(root) + argv[0];
+	if (argv[0][0] == '/' && ::access(inRoot.c_str(), X_OK) == 0)
+		argv[0] = inRoot.data();
 	::execvp(argv[0], argv);
 	std::fprintf(stderr, "vexosim: cannot run %s: %s\n", argv[0], std::strerror(errno));
 	return 127;

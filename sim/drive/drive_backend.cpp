@@ -282,6 +282,43 @@ Outcome hdioDriveCmd(Drive &d, uint8_t *args, std::string &line)
 	return o;
 }
 
+// HDIO_DRIVE_TASK: [command, features, count, LBA low, mid, high, device] in;
+// [status, error, count, LBA low, mid, high, device] back, as libata hands
+// them over for a command without data.
+Outcome hdioDriveTask(Drive &d, uint8_t *args, std::string &line)
+{
+	line = "HDIO_DRIVE_TASK args=" + (args ? toHex(args, 7) : std::string("null"));
+	if (d.protocol() != "ata")
+		return refuse(d.protocol() == "nvme" ? ENOTTY : EINVAL, "HDIO_DRIVE_TASK to a non-ATA drive");
+	if (!args)
+		return refuse(EFAULT, "null argument");
+	Taskfile tf;
+	tf.command = args[0];
+	tf.features = args[1];
+	tf.count = args[2];
+	tf.lbaLow = args[3];
+	tf.lbaMid = args[4];
+	tf.lbaHigh = args[5];
+	std::vector<uint8_t> out;
+	Outcome o = withFault(d, ataOp(tf), out, [&] { return d.ata(tf, out, {}); });
+	if (o.kind == Outcome::Ok && !out.empty())
+		return refuse(EIO, "a data command sent as non-data");
+	if (o.kind == Outcome::Ok || o.kind == Outcome::Abort) {
+		bool ok = o.kind == Outcome::Ok;
+		args[0] = ok ? 0x50 : 0x51;
+		args[1] = ok ? 0 : o.ataError;
+		args[2] = o.count;
+		args[4] = o.lbaMid >= 0 ? static_cast<uint8_t>(o.lbaMid) : tf.lbaMid;
+		args[5] = o.lbaHigh >= 0 ? static_cast<uint8_t>(o.lbaHigh) : tf.lbaHigh;
+		if (!ok) {
+			o.kind = Outcome::Errno;
+			o.err = EIO;
+			o.note = "abort: " + o.note;
+		}
+	}
+	return o;
+}
+
 void fixedSense(uint8_t *sense, const Outcome &o)
 {
 	std::memset(sense, 0, 18);
@@ -304,19 +341,22 @@ void ataReturnSense(uint8_t *sense, uint8_t key, uint8_t ascq, const Taskfile &t
 	sense[9] = 0x0C;
 	sense[11] = error ? o.ataError : 0;
 	sense[13] = o.count;
-	sense[15] = tf.lbaLow;
+	sense[15] = o.lbaLow >= 0 ? static_cast<uint8_t>(o.lbaLow) : tf.lbaLow;
 	sense[17] = o.lbaMid >= 0 ? static_cast<uint8_t>(o.lbaMid) : tf.lbaMid;
 	sense[19] = o.lbaHigh >= 0 ? static_cast<uint8_t>(o.lbaHigh) : tf.lbaHigh;
 	sense[21] = error ? 0x51 : 0x50;
 }
 
-// The data direction and allocation length a SCSI opcode implies.
+constexpr int kUnknownDirection = -100;
+
+// The data direction a SCSI opcode implies.
 int scsiDirection(uint8_t op)
 {
 	switch (op) {
-	case 0x03: case 0x12: case 0x1A: case 0x4D: return SG_DXFER_FROM_DEV;
+	case 0x03: case 0x12: case 0x1A: case 0x25: case 0x4D: case 0x9E: return SG_DXFER_FROM_DEV;
 	case 0x15: case 0x4C: return SG_DXFER_TO_DEV;
-	default: return SG_DXFER_NONE;
+	case 0x00: case 0x1B: case 0x35: return SG_DXFER_NONE;
+	default: return kUnknownDirection; // the drive refuses the opcode itself
 	}
 }
 
@@ -431,12 +471,16 @@ Outcome sgIo(Drive &d, sg_io_hdr_t *h, std::string &line)
 	} else {
 		if (h->cmd_len < cdbGroupLength(cdb[0]))
 			o = refuseCheck(0x24, "command length below the opcode's CDB length");
-		else if (scsiDirection(cdb[0]) != h->dxfer_direction && cdbGroupLength(cdb[0]) <= 10)
+		else if (scsiDirection(cdb[0]) != kUnknownDirection && scsiDirection(cdb[0]) != h->dxfer_direction &&
+			 (cdbGroupLength(cdb[0]) <= 10 || cdb[0] == 0x9E))
 			o = refuseCheck(0x24, "transfer direction disagrees with the opcode");
 		if (o.kind == Outcome::Ok)
 			o = withFault(d, scsiOp(cdb[0]), out, [&] { return d.scsi(cdb, h->cmd_len, out, in); });
 		if (o.kind == Outcome::Ok && h->dxfer_direction == SG_DXFER_FROM_DEV) {
-			unsigned alloc = (cdb[0] == 0x4D) ? (cdb[7] << 8 | cdb[8]) : cdb[4];
+			unsigned alloc = cdb[0] == 0x4D   ? (cdb[7] << 8 | cdb[8])
+					 : cdb[0] == 0x25 ? 8
+					 : cdb[0] == 0x9E ? (cdb[10] << 24 | cdb[11] << 16 | cdb[12] << 8 | cdb[13])
+							  : cdb[4];
 			unsigned n = std::min<unsigned>({alloc, h->dxfer_len, static_cast<unsigned>(out.size())});
 			std::memcpy(h->dxferp, out.data(), n);
 			h->resid = static_cast<int>(h->dxfer_len - n);
@@ -551,6 +595,9 @@ int emuIoctl(int h, unsigned long req, void *arg)
 	case HDIO_DRIVE_CMD:
 		o = hdioDriveCmd(d, static_cast<uint8_t *>(arg), line);
 		break;
+	case HDIO_DRIVE_TASK:
+		o = hdioDriveTask(d, static_cast<uint8_t *>(arg), line);
+		break;
 	case HDIO_GET_IDENTITY: {
 		line = "HDIO_GET_IDENTITY";
 		std::vector<uint8_t> out;
@@ -584,9 +631,46 @@ int emuIoctl(int h, unsigned long req, void *arg)
 			: refuse(EFAULT, "null argument");
 		break;
 	}
+	case NVME_IOCTL_ID:
+		// The namespace node answers its namespace id as the ioctl's value.
+		line = "NVME_IOCTL_ID";
+		if (d.protocol() != "nvme")
+			o = refuse(ENOTTY, "NVME_IOCTL_ID of a non-NVMe drive");
+		else {
+			o.kind = Outcome::Status;
+			o.err = 1;
+			o.note = "namespace id";
+		}
+		break;
+	case HDIO_GETGEO: {
+		// The geometry the sd and nvme drivers make up from the capacity.
+		line = "HDIO_GETGEO";
+		std::vector<uint8_t> none;
+		o = withFault(d, "blk", none, [] { return Outcome{}; });
+		if (o.kind == Outcome::Ok && !arg)
+			o = refuse(EFAULT, "null argument");
+		if (o.kind == Outcome::Ok) {
+			auto *g = static_cast<hd_geometry *>(arg);
+			bool nvme = d.protocol() == "nvme";
+			uint64_t sectors = d.sizeBytes() / 512;
+			g->heads = nvme ? 64 : 255;
+			g->sectors = nvme ? 32 : 63;
+			g->cylinders = static_cast<unsigned short>(
+				std::min<uint64_t>(0xFFFF, nvme ? sectors >> 11 : sectors / (255 * 63)));
+			g->start = 0;
+		}
+		break;
+	}
 	case BLKGETSIZE64:
-	case BLKSSZGET: {
-		line = req == BLKGETSIZE64 ? "BLKGETSIZE64" : "BLKSSZGET";
+	case BLKGETSIZE:
+	case BLKSSZGET:
+	case BLKPBSZGET:
+	case BLKROGET: {
+		line = req == BLKGETSIZE64 ? "BLKGETSIZE64"
+		       : req == BLKGETSIZE ? "BLKGETSIZE"
+		       : req == BLKSSZGET  ? "BLKSSZGET"
+		       : req == BLKPBSZGET ? "BLKPBSZGET"
+					   : "BLKROGET";
 		std::vector<uint8_t> none;
 		o = withFault(d, "blk", none, [] { return Outcome{}; });
 		if (o.kind == Outcome::Ok && !arg)
@@ -594,8 +678,14 @@ int emuIoctl(int h, unsigned long req, void *arg)
 		if (o.kind == Outcome::Ok) {
 			if (req == BLKGETSIZE64)
 				*static_cast<uint64_t *>(arg) = d.sizeBytes();
-			else
+			else if (req == BLKGETSIZE) // 512-byte sectors
+				*static_cast<unsigned long *>(arg) = static_cast<unsigned long>(d.sizeBytes() / 512);
+			else if (req == BLKSSZGET)
 				*static_cast<int *>(arg) = d.logicalBlockSize();
+			else if (req == BLKPBSZGET)
+				*static_cast<unsigned *>(arg) = static_cast<unsigned>(d.physicalBlockSize());
+			else
+				*static_cast<int *>(arg) = 0; // writable
 		}
 		break;
 	}

@@ -48,11 +48,25 @@ void putFixed(uint8_t *p, const std::string &s, std::size_t n)
 		p[i] = i < s.size() ? s[i] : ' ';
 }
 
+void putBe(uint8_t *p, uint64_t v, int bytes)
+{
+	for (int i = 0; i < bytes; ++i)
+		p[i] = static_cast<uint8_t>(v >> (8 * (bytes - 1 - i)));
+}
+
 int64_t jnum(json_object *o, const char *key, int64_t fallback)
 {
 	json_object *v = nullptr;
 	if (o && json_object_object_get_ex(o, key, &v) && v)
 		return json_object_get_int64(v);
+	return fallback;
+}
+
+std::string jstr(json_object *o, const char *key, const char *fallback)
+{
+	json_object *v = nullptr;
+	if (o && json_object_object_get_ex(o, key, &v) && json_object_is_type(v, json_type_string))
+		return json_object_get_string(v);
 	return fallback;
 }
 
@@ -176,6 +190,10 @@ json_object *Drive::section(const char *key)
 std::string Drive::protocol() const { return str("protocol", "ata"); }
 uint64_t Drive::sizeBytes() const { return static_cast<uint64_t>(num("size_bytes", 4000787030016LL)); }
 int Drive::logicalBlockSize() const { return static_cast<int>(num("logical_block_size", 512)); }
+int Drive::physicalBlockSize() const
+{
+	return static_cast<int>(num("physical_block_size", protocol() == "nvme" ? logicalBlockSize() : 4096));
+}
 bool Drive::isPacket() const { return jbool(node_, "packet"); }
 
 int Drive::power() const
@@ -264,6 +282,12 @@ std::vector<uint8_t> Drive::identify(bool packetPage) const
 			putWord(p, 118, (lbs / 2) >> 16);
 		}
 		putWord(p, 106, w106);
+		// DOWNLOAD MICROCODE with offsets (modes 3 and 0x0E), segments of
+		// 1 to 128 sectors.
+		putWord(p, 119, 0x4010);
+		putWord(p, 120, 0x4010);
+		putWord(p, 234, 1);
+		putWord(p, 235, kMicrocodeMaxBlocks);
 		int rotation = static_cast<int>(num("rotation_rate", 7200));
 		putWord(p, 168, static_cast<unsigned>(num("form_factor", rotation == 1 ? 3 : 2)));
 		putWord(p, 206, static_cast<unsigned>(num("sct", 0x003D)));
@@ -383,6 +407,7 @@ bool Drive::smartLog(unsigned addr, bool gpl, std::vector<uint8_t> &pages) const
 		if (!gpl) {
 			putWord(pages.data(), 1, 1);
 			putWord(pages.data(), 6, 1);
+			putWord(pages.data(), 9, 1);
 		} else {
 			putWord(pages.data(), 7, 1);
 		}
@@ -424,6 +449,12 @@ bool Drive::smartLog(unsigned addr, bool gpl, std::vector<uint8_t> &pages) const
 		sealPage(pages.data());
 		return true;
 	}
+	if (addr == 9 && !gpl) { // selective self-test log: no spans set
+		pages.assign(512, 0);
+		putWord(pages.data(), 0, 1);
+		sealPage(pages.data());
+		return true;
+	}
 	if (addr == 7 && gpl) {
 		pages.assign(512, 0);
 		pages[0] = 1;
@@ -442,12 +473,31 @@ bool Drive::smartLog(unsigned addr, bool gpl, std::vector<uint8_t> &pages) const
 		sealPage(pages.data());
 		return true;
 	}
-	if (addr == 0xE0 && (num("sct", 0x003D) & 1)) { // SCT status
+	const int64_t temperature = num("temperature", 35);
+	if (addr == 0xE0 && (num("sct", 0x003D) & 1)) { // SCT status, with the last SCT command's outcome
+		json_object *last = obj("sct_last");
 		pages.assign(512, 0);
 		putWord(pages.data(), 0, 3);
 		putWord(pages.data(), 1, 1);
-		pages[200] = static_cast<uint8_t>(num("temperature", 35));
+		putWord(pages.data(), 7, static_cast<unsigned>(jnum(last, "status", 0)));
+		putWord(pages.data(), 8, static_cast<unsigned>(jnum(last, "action", 0)));
+		putWord(pages.data(), 9, static_cast<unsigned>(jnum(last, "function", 0)));
+		pages[200] = pages[201] = pages[202] = static_cast<uint8_t>(temperature);
 		pages[204] = static_cast<uint8_t>(num("max_temperature", 45));
+		return true;
+	}
+	if (addr == 0xE1 && (num("sct", 0x003D) & 0x21) == 0x21) { // SCT temperature history table
+		pages.assign(512, 0);
+		putWord(pages.data(), 0, 2);
+		putWord(pages.data(), 1, 1); // sampled every minute
+		putWord(pages.data(), 2, static_cast<unsigned>(sctFeature(3)));
+		pages[6] = 70; // recommended maximum
+		pages[7] = 75; // limit
+		pages[8] = 0;
+		pages[9] = static_cast<uint8_t>(-5);
+		putWord(pages.data(), 15, kSctHistory);
+		putWord(pages.data(), 16, 0);
+		std::memset(pages.data() + 34, static_cast<uint8_t>(temperature), kSctHistory);
 		return true;
 	}
 	return false;
@@ -496,6 +546,8 @@ Outcome Drive::ata(const Taskfile &tf, std::vector<uint8_t> &out, const std::vec
 		out.assign(log.begin() + off, log.begin() + off + len);
 		return o;
 	}
+	case 0x92:
+		return downloadMicrocode(tf, in);
 	case 0xB0:
 		break;
 	default:
@@ -526,6 +578,8 @@ Outcome Drive::ata(const Taskfile &tf, std::vector<uint8_t> &out, const std::vec
 		return o;
 	}
 	case 0xD6: {
+		if (tf.lbaLow == 0xE0 && (num("sct", 0x003D) & 1) && tf.count == 1 && in.size() == 512)
+			return sctCommand(in);
 		if (tf.lbaLow < 0x80 || tf.lbaLow > 0x9F || tf.count != 1 || in.size() != 512)
 			return aborted("SMART WRITE LOG outside the host vendor logs");
 		json_object *logs = section("logs");
@@ -553,6 +607,100 @@ Outcome Drive::ata(const Taskfile &tf, std::vector<uint8_t> &out, const std::vec
 	default:
 		return aborted("unsupported SMART feature");
 	}
+}
+
+// The state of an SCT feature (1 write cache, 2 write cache reordering:
+// 1 on, 2 off; 3 the temperature logging interval in minutes).
+int64_t Drive::sctFeature(unsigned code) const
+{
+	char key[8];
+	std::snprintf(key, sizeof key, "%u", code);
+	return jnum(obj("sct_features"), key, 1);
+}
+
+// An SCT command: the key sector written to log 0xE0. Error recovery
+// control (3) and feature control (4) answer a get in the count and LBA low
+// registers; the data table command (5) readies the temperature history in
+// log 0xE1. The outcome shows in the SCT status. What word 206 does not
+// announce, or an unknown action or function, is aborted.
+Outcome Drive::sctCommand(const std::vector<uint8_t> &key)
+{
+	auto word = [&](int i) { return static_cast<unsigned>(key[2 * i] | key[2 * i + 1] << 8); };
+	const unsigned action = word(0), function = word(1), sct = static_cast<unsigned>(num("sct", 0x003D));
+	Outcome o;
+	unsigned status = 0;
+	const char *refusal = nullptr;
+	if (action == 3 && (sct & 0x08) && (word(2) == 1 || word(2) == 2) && (function == 1 || function == 2)) {
+		const char *k = word(2) == 1 ? "read" : "write";
+		if (function == 1) {
+			json_object_object_add(section("sct_erc"), k, json_object_new_int(static_cast<int>(word(3))));
+		} else {
+			unsigned v = static_cast<unsigned>(jnum(obj("sct_erc"), k, 70));
+			o.count = v & 0xFF;
+			o.lbaLow = static_cast<int>(v >> 8);
+		}
+	} else if (action == 4 && (sct & 0x10) && word(2) >= 1 && word(2) <= 3 && function >= 1 && function <= 3) {
+		if (function == 1) {
+			char k[8];
+			std::snprintf(k, sizeof k, "%u", word(2));
+			json_object_object_add(section("sct_features"), k, json_object_new_int(static_cast<int>(word(3))));
+		} else {
+			unsigned v = function == 2 ? static_cast<unsigned>(sctFeature(word(2))) : 0; // 3: option flags
+			o.count = v & 0xFF;
+			o.lbaLow = static_cast<int>(v >> 8);
+		}
+	} else if (action == 5 && (sct & 0x20) && function == 1 && word(2) == 2) {
+		// the table is read from log 0xE1 next
+	} else {
+		status = 0x0003;
+		refusal = "unsupported SCT command";
+	}
+	json_object *last = json_object_new_object();
+	json_object_object_add(last, "action", json_object_new_int(static_cast<int>(action)));
+	json_object_object_add(last, "function", json_object_new_int(static_cast<int>(function)));
+	json_object_object_add(last, "status", json_object_new_int(static_cast<int>(status)));
+	json_object_object_add(node_, "sct_last", last);
+	changed_ = true;
+	return refusal ? aborted(refusal) : o;
+}
+
+// DOWNLOAD MICROCODE (PIO): the mode in features, the block count in count
+// and LBA low, the offset in blocks in LBA mid and high. Segments must come
+// in order; the image is kept in the node ("firmware_download") until
+// activation (mode 0x0F) marks it active. Mode 7 is a whole image at once.
+Outcome Drive::downloadMicrocode(const Taskfile &tf, const std::vector<uint8_t> &in)
+{
+	const unsigned mode = tf.features, blocks = tf.count | tf.lbaLow << 8, offset = tf.lbaMid | tf.lbaHigh << 8;
+	json_object *fw = obj("firmware_download");
+	if (mode == 0x0F) {
+		if (!fw || !jnum(fw, "bytes", 0))
+			return aborted("DOWNLOAD MICROCODE activation without an image");
+		json_object_object_add(fw, "activated", json_object_new_boolean(true));
+		changed_ = true;
+		return Outcome{};
+	}
+	if (mode != 0x03 && mode != 0x07 && mode != 0x0E)
+		return aborted("unsupported DOWNLOAD MICROCODE mode");
+	if (blocks == 0 || in.size() != static_cast<size_t>(blocks) * 512)
+		return aborted("DOWNLOAD MICROCODE block count differs from its data");
+	if (mode != 0x07 && blocks > kMicrocodeMaxBlocks)
+		return aborted("DOWNLOAD MICROCODE segment above the largest the drive takes");
+	std::string image = offset && fw ? jstr(fw, "image", "") : "";
+	if (mode != 0x07 && static_cast<size_t>(offset) * 1024 != image.size())
+		return aborted("DOWNLOAD MICROCODE segment out of order");
+	if (mode == 0x07 && offset)
+		return aborted("DOWNLOAD MICROCODE mode 7 with an offset");
+	image += toHex(in.data(), in.size());
+	if (image.size() / 2 > kMicrocodeMaxBytes)
+		return aborted("DOWNLOAD MICROCODE image too large");
+	json_object *next = json_object_new_object();
+	json_object_object_add(next, "mode", json_object_new_int(static_cast<int>(mode)));
+	json_object_object_add(next, "bytes", json_object_new_int64(static_cast<int64_t>(image.size() / 2)));
+	json_object_object_add(next, "image", json_object_new_string(image.c_str()));
+	json_object_object_add(next, "activated", json_object_new_boolean(mode == 0x07 || mode == 0x03));
+	json_object_object_add(node_, "firmware_download", next);
+	changed_ = true;
+	return Outcome{};
 }
 
 // Self-test execution status (SMART data byte 363): the status code in the
@@ -819,6 +967,27 @@ Outcome Drive::scsi(const uint8_t *cdb, unsigned cdbLen, std::vector<uint8_t> &o
 		return o;
 	case 0x35:
 		return o;
+	case 0x25:   // READ CAPACITY (10)
+	case 0x9E: { // READ CAPACITY (16), service action 0x10
+		if (cdb[0] == 0x9E && (cdb[1] & 0x1F) != 0x10)
+			break;
+		const uint64_t lbs = static_cast<uint64_t>(logicalBlockSize() > 0 ? logicalBlockSize() : 512);
+		const uint64_t last = sizeBytes() / lbs - 1;
+		out.assign(cdb[0] == 0x25 ? 8 : 32, 0);
+		uint8_t *p = out.data();
+		if (cdb[0] == 0x25) {
+			putBe(p, std::min<uint64_t>(last, 0xFFFFFFFF), 4);
+			putBe(p + 4, lbs, 4);
+		} else {
+			putBe(p, last, 8);
+			putBe(p + 8, lbs, 4);
+			unsigned exp = 0;
+			for (uint64_t phys = static_cast<uint64_t>(num("physical_block_size", 4096)); (lbs << exp) < phys;)
+				++exp;
+			p[13] = static_cast<uint8_t>(exp & 0x0F);
+		}
+		return o;
+	}
 	default:
 		break;
 	}

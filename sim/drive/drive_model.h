@@ -17,9 +17,10 @@ struct Outcome {
 	uint8_t senseKey = 0, asc = 0, ascq = 0;
 	uint8_t ataError = 0;
 	uint8_t count = 0;           // ATA sector count register on return
-	// LBA mid/high on return when the drive changes them (SMART RETURN
-	// STATUS reports a threshold exceeded as 0xF4/0x2C); else as sent.
-	int lbaMid = -1, lbaHigh = -1;
+	// LBA low/mid/high on return when the drive changes them (an SCT get
+	// answers in count and LBA low; SMART RETURN STATUS reports a threshold
+	// exceeded as 0xF4/0x2C); else as sent.
+	int lbaLow = -1, lbaMid = -1, lbaHigh = -1;
 	bool noSense = false;        // a bridge that drops the return descriptor
 	std::string note;            // why it was refused, for the command log
 };
@@ -28,6 +29,12 @@ struct Outcome {
 struct Taskfile {
 	uint8_t command = 0, features = 0, count = 0, lbaLow = 0, lbaMid = 0, lbaHigh = 0;
 };
+
+// DOWNLOAD MICROCODE limits: the largest segment (sectors) and image (bytes).
+inline constexpr unsigned kMicrocodeMaxBlocks = 128;
+inline constexpr size_t kMicrocodeMaxBytes = 16u << 20;
+// Entries of the SCT temperature history.
+inline constexpr unsigned kSctHistory = 128;
 
 class Drive {
 public:
@@ -44,6 +51,7 @@ public:
 
 	uint64_t sizeBytes() const;
 	int logicalBlockSize() const;
+	int physicalBlockSize() const;
 
 	// The 512-byte IDENTIFY (or IDENTIFY PACKET) page.
 	std::vector<uint8_t> identify(bool packetPage) const;
@@ -86,6 +94,9 @@ private:
 	bool scsiLogPage(unsigned page, std::vector<uint8_t> &out) const;
 	std::vector<uint8_t> ieBytes(const char *key, const char *fallback) const;
 	Outcome executeOffline(uint8_t subcommand);
+	Outcome downloadMicrocode(const Taskfile &tf, const std::vector<uint8_t> &in);
+	Outcome sctCommand(const std::vector<uint8_t> &key);
+	int64_t sctFeature(unsigned code) const;
 	int64_t selfTestMinutes(uint8_t subcommand) const;
 	int64_t powerOnHours() const;
 	void setSelfTestStatus(unsigned status);

@@ -10,7 +10,8 @@
 namespace vexosim::drive {
 namespace {
 
-constexpr uint8_t kOpGetLogPage = 0x02, kOpIdentify = 0x06, kOpSelfTest = 0x14;
+constexpr uint8_t kOpGetLogPage = 0x02, kOpIdentify = 0x06, kOpFirmwareCommit = 0x10, kOpFirmwareDownload = 0x11,
+		  kOpSelfTest = 0x14;
 constexpr uint32_t kNsidNone = 0, kNamespace = 1, kNsidAll = 0xFFFFFFFF;
 constexpr uint32_t kIdentifySize = 4096;
 constexpr uint32_t kMdts = 5;                        // 2^5 pages of 4 KiB
@@ -29,6 +30,8 @@ constexpr int kInternalError = 0x006;
 constexpr int kInvalidNamespace = kDnr | 0x00B;
 constexpr int kInvalidLogPage = kDnr | 0x109;
 constexpr int kSelfTestInProgress = 0x11D;
+constexpr int kInvalidFirmwareSlot = 0x106, kInvalidFirmwareImage = 0x107;
+constexpr size_t kFirmwareMaxBytes = 16u << 20;
 
 // Self-test codes (STC) and results of log 6.
 constexpr unsigned kShortTest = 1, kExtendedTest = 2, kAbortTest = 0xF;
@@ -161,10 +164,10 @@ std::vector<uint8_t> identifyController(const Drive &d)
 	putLe(p + 78, 1, 2);           // controller id
 	putLe(p + 80, 0x00010400, 4); // version 1.4
 	p[111] = 1;                    // an I/O controller
-	putLe(p + 256, 0x0010, 2);     // admin commands: device self-test
+	putLe(p + 256, 0x0014, 2);     // admin commands: firmware download and commit, device self-test
 	p[258] = 3;                    // abort command limit
 	p[259] = 3;                    // asynchronous event request limit
-	p[260] = static_cast<uint8_t>(firmwareSlots(d).count << 1);
+	p[260] = static_cast<uint8_t>(0x10 | firmwareSlots(d).count << 1); // activation without reset
 	p[261] = 0x04;                 // extended NUMD and log page offset
 	p[262] = kErrorLogEntries - 1;
 	putLe(p + 266, kelvin(num(n, "warning_temp_threshold", 70)), 2);
@@ -459,6 +462,59 @@ Outcome identify(const Drive &d, const nvme_admin_cmd &c)
 	return Outcome{};
 }
 
+// Firmware Image Download: NUMD (0's based) in cdw10, the offset in dwords
+// in cdw11. Pieces come in order; offset 0 starts a new image, kept in
+// nvme.firmware_download until a commit.
+Outcome firmwareDownload(Drive &d, const nvme_admin_cmd &c)
+{
+	const uint64_t bytes = (static_cast<uint64_t>(c.cdw10) + 1) * 4, offset = static_cast<uint64_t>(c.cdw11) * 4;
+	if (c.data_len != bytes)
+		return status(kInvalidField, "NUMD and data length disagree");
+	if (bytes > kMaxTransfer)
+		return status(kInvalidField, "transfer above the controller's limit");
+	if (c.cdw12 || c.cdw13 || c.cdw14 || c.cdw15)
+		return status(kInvalidField, "reserved dwords set");
+	json_object *fw = member(nvmeKeys(d), "firmware_download");
+	std::string image = offset ? text(fw, "image", "") : "";
+	if (offset * 2 != image.size())
+		return status(kInvalidField, "firmware piece out of order");
+	if (offset + bytes > kFirmwareMaxBytes)
+		return status(kInvalidField, "firmware image too large");
+	image += toHex(reinterpret_cast<const uint8_t *>(static_cast<uintptr_t>(c.addr)), bytes);
+	json_object *next = json_object_new_object();
+	json_object_object_add(next, "bytes", json_object_new_int64(static_cast<int64_t>(offset + bytes)));
+	json_object_object_add(next, "image", json_object_new_string(image.c_str()));
+	json_object_object_add(nvmeKeysForWrite(d), "firmware_download", next);
+	d.markChanged();
+	return Outcome{};
+}
+
+// Firmware Commit: slot in cdw10 bits 2:0 (0: the controller picks), commit
+// action in bits 5:3. Actions 0, 1 and 3 commit the downloaded image; the
+// commit is recorded in nvme.firmware_download.
+Outcome firmwareCommit(Drive &d, const nvme_admin_cmd &c)
+{
+	const unsigned slot = c.cdw10 & 7, action = (c.cdw10 >> 3) & 7;
+	if (c.data_len || (c.cdw10 & ~0x8000003Fu) || c.cdw11 || c.cdw12 || c.cdw13 || c.cdw14 || c.cdw15)
+		return status(kInvalidField, "reserved bits set or data with a firmware commit");
+	if (action > 3)
+		return status(kInvalidField, "unsupported commit action");
+	Slots slots = firmwareSlots(d);
+	if (slot > slots.count)
+		return status(kInvalidFirmwareSlot, "no such firmware slot");
+	json_object *fw = member(nvmeKeys(d), "firmware_download");
+	if (action != 2 && num(fw, "bytes", 0) == 0)
+		return status(kInvalidFirmwareImage, "no firmware image downloaded");
+	if (!fw) {
+		fw = json_object_new_object();
+		json_object_object_add(nvmeKeysForWrite(d), "firmware_download", fw);
+	}
+	json_object_object_add(fw, "slot", json_object_new_int(static_cast<int>(slot ? slot : slots.active)));
+	json_object_object_add(fw, "action", json_object_new_int(static_cast<int>(action)));
+	d.markChanged();
+	return Outcome{};
+}
+
 } // namespace
 
 std::string nvmeLine(const nvme_admin_cmd *c)
@@ -508,6 +564,10 @@ Outcome nvmeAdmin(Drive &d, nvme_admin_cmd &c)
 		return getLogPage(d, c);
 	case kOpSelfTest:
 		return selfTest(d, c);
+	case kOpFirmwareDownload:
+		return firmwareDownload(d, c);
+	case kOpFirmwareCommit:
+		return firmwareCommit(d, c);
 	default:
 		return status(kInvalidOpcode, "unsupported admin opcode");
 	}

@@ -1,21 +1,25 @@
-// vexosim-tools: the stand-ins for the external programs the library runs,
-// one program answering to each name. `vexosim build` copies it into the
-// root as /usr/vexo/libexec/vexosim-tools and links the names to it: /usr/bin/smartctl, /usr/vexo/bin/sg_raw,
-// /usr/vexo/bin/sg_sat_identify, /usr/vexo/sbin/sg_logs,
-// /usr/vexo/sbin/vexostorage, /usr/vexo/sbin/dhm_tool.
+// vexosim-tools: the programs of a simulated appliance, one program answering
+// to each name. `vexosim build` copies it into the root as
+// /usr/vexo/libexec/vexosim-tools, with the interposer beside it, and links
+// the names to it.
+//
+// The appliance's own tools (vexostorage, dhm_tool) are answered here. The
+// drive tools are the distribution's programs: under their appliance names
+// this hands over to them, with the interposer preloaded so that they talk to
+// the simulated drives of the root.
 //
 //   vexosim-tools NAME ARGS...   the same as running NAME ARGS...
+#include <cerrno>
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
+#include <unistd.h>
 
 #include "appliance_tools.h"
-#include "drive_io.h"
-#include "sg_common.h"
+#include "real_tools.h"
 
-namespace vexosim::tools::smartctl {
-int main(int argc, char **argv);
-}
 namespace vexosim::tools {
 int vexowebapi(int argc, char **argv); // update_tools.cpp
 int md5sum(int argc, char **argv);
@@ -29,10 +33,6 @@ struct Tool {
 };
 
 constexpr Tool kTools[] = {
-	{"smartctl", vexosim::tools::smartctl::main},
-	{"sg_raw", vexosim::tools::sg::sgRaw},
-	{"sg_sat_identify", vexosim::tools::sg::sgSatIdentify},
-	{"sg_logs", vexosim::tools::sg::sgLogs},
 	{"vexostorage", vexosim::tools::vexostorage},
 	{"dhm_tool", vexosim::tools::dhmTool},
 	{"vexowebapi", vexosim::tools::vexowebapi},
@@ -45,25 +45,61 @@ const char *base(const char *p)
 	return s ? s + 1 : p;
 }
 
+// This program's folder in the root (<root>/usr/vexo/libexec).
+std::string selfDir()
+{
+	char self[PATH_MAX];
+	ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
+	if (n <= 0)
+		return "";
+	self[n] = 0;
+	std::string p(self);
+	return p.substr(0, p.rfind('/'));
+}
+
+int realTool(const vexosim::tools::RealTool &t, char **argv)
+{
+	std::string dir = selfDir();
+	const char *suffix = "/usr/vexo/libexec";
+	if (const char *root = std::getenv("VEXO_SYSROOT"); !root || !*root) {
+		// Started by path, outside vexosim run: the root is where it lies.
+		if (dir.size() > std::strlen(suffix) && dir.compare(dir.size() - std::strlen(suffix), std::string::npos, suffix) == 0)
+			::setenv("VEXO_SYSROOT", dir.substr(0, dir.size() - std::strlen(suffix)).c_str(), 1);
+	}
+	// In a root it lies beside this program; in the build tree, in its own folder.
+	std::string preload = dir + "/" + vexosim::tools::kInterposer;
+	if (::access(preload.c_str(), R_OK) != 0)
+		preload = dir + "/../sim/interpose/" + vexosim::tools::kInterposer;
+	if (const char *old = std::getenv("LD_PRELOAD"); old && *old && !std::strstr(old, vexosim::tools::kInterposer))
+		preload += std::string(":") + old;
+	::setenv("LD_PRELOAD", preload.c_str(), 1);
+	argv[0] = const_cast<char *>(t.program);
+	::execv(t.program, argv);
+	std::fprintf(stderr, "%s: cannot run %s: %s\n", t.name, t.program, std::strerror(errno));
+	return 127;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
 	if (argc < 1)
 		return 2;
-	vexosim::tools::ensureBackend();
 	std::string self = base(argv[0]);
 	for (int pass = 0; pass < 2; ++pass) {
 		for (const Tool &t : kTools)
 			if (self == t.name)
 				return t.run(argc, argv);
+		for (const auto &t : vexosim::tools::kRealTools)
+			if (self == t.name)
+				return realTool(t, argv);
 		if (pass == 0 && argc > 1) { // vexosim-tools NAME ARGS...
 			++argv;
 			--argc;
 			self = base(argv[0]);
 		}
 	}
-	std::fprintf(stderr, "usage: vexosim-tools TOOL [ARG...]\n       TOOL: smartctl, sg_raw, sg_sat_identify, "
-			     "sg_logs, vexostorage, dhm_tool\n");
+	std::fprintf(stderr, "usage: vexosim-tools TOOL [ARG...]\n       TOOL: vexostorage, dhm_tool, smartctl, "
+			     "hdparm, nvme, sg_raw, sg_sat_identify, sg_logs\n");
 	return 2;
 }

@@ -382,8 +382,9 @@ TEST(Describe, SystemAndCardDevices)
 	EXPECT_EQ(json_object_object_length(node.obj), 10);
 }
 
-// run: the command sees the box as its root and the drive emulator as its
-// device backend, and nothing passes through a shell.
+// run: the command sees the box as its root, the drive emulator as its
+// device backend and the interposer beneath it, and nothing passes through
+// a shell.
 TEST(Run, SetsTheRootAndBackend)
 {
 	TempDir tmp;
@@ -399,6 +400,11 @@ TEST(Run, SetsTheRootAndBackend)
 		EXPECT_NE(r.out.find("\nVEXO_SYSROOT=" + fs::canonical(root).string() + "\n"), std::string::npos)
 			<< r.out;
 		EXPECT_NE(r.out.find("\nVEXO_DEVICE_BACKEND=" + backend + "\n"), std::string::npos) << r.out;
+		// Every program runs on the box's interposer.
+		EXPECT_NE(r.out.find("\nLD_PRELOAD=" + fs::canonical(root).string() +
+				     "/usr/vexo/libexec/libvexosim_interpose.so\n"),
+			  std::string::npos)
+			<< r.out;
 
 		Ran args = run({"run", root, "--", "printf", "%s|", "a b", "$(id)", ";"});
 		EXPECT_EQ(args.out, "a b|$(id)|;|");

@@ -1,6 +1,7 @@
-// Test support for the stand-in tools: the drive emulator behind the device
-// seam of this process and of the tools it starts, the tools linked into a
-// throw-away root as vexosim build links them, and a way to run them.
+// Test support for the programs of a simulated appliance: the drive emulator
+// behind the device seam of this process, the tools linked into a throw-away
+// root as vexosim build links them (the appliance's own stand-ins, and the
+// distribution's drive tools on the interposer), and a way to run them.
 #pragma once
 
 #include <string>
@@ -22,8 +23,9 @@ protected:
 	{
 		DriveSim::SetUp();
 		std::string bin = buildDir() + "/bin/vexosim-tools";
-		for (const char *p : {"/usr/bin/smartctl", "/usr/vexo/bin/sg_raw", "/usr/vexo/bin/sg_sat_identify",
-				      "/usr/vexo/sbin/sg_logs", "/usr/vexo/sbin/vexostorage", "/usr/vexo/sbin/dhm_tool"})
+		for (const char *p : {"/usr/bin/smartctl", "/usr/bin/hdparm", "/usr/sbin/nvme", "/usr/vexo/bin/sg_raw",
+				      "/usr/vexo/bin/sg_sat_identify", "/usr/vexo/sbin/sg_logs",
+				      "/usr/vexo/sbin/vexostorage", "/usr/vexo/sbin/dhm_tool"})
 			root.symlink(bin, p);
 	}
 
