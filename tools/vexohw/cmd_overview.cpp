@@ -56,7 +56,7 @@ std::string humanBytes(unsigned long long bytes)
 // Where the disk sits, as a person would look for it.
 std::string location(const DiskInfo &d)
 {
-	char b[64];
+	char b[64] = "";
 	switch (d.id.container) {
 	case DISK_CONTAINER_INTERNAL:
 		std::snprintf(b, sizeof(b), "Bay %d", d.id.index);
@@ -91,7 +91,7 @@ std::string location(const DiskInfo &d)
 		return "USB";
 	case DISK_CONTAINER_CACHE:
 	case DISK_CONTAINER_SYS:
-		if (DiskIdToString(&d.id, b, sizeof(b)) > 0)
+		if (DiskIdToString(&d.id, b, sizeof(b)) == 0 && b[0])
 			return b;
 		break;
 	}
