@@ -18,6 +18,7 @@
 #include <vexohw/frame.h>
 #include <vexohw/smart_info.h>
 #include <vexohw/smart_serial.h>
+#include <vexohw/smartctl.h>
 #include <vexoplatform/ebox_info.h>
 #include <vexoplatform/vexocore.h>
 
@@ -126,22 +127,26 @@ long number(const char *s)
 // their threshold (a threshold of 0 never trips). null: no list to show.
 Value smartOf(const DiskInfo &d, std::string &cell)
 {
-	char type[16] = "";
-	if (VEXODiskDeviceTypeGet(d.path, type, sizeof(type)) != 0) {
+	// NVMe disks have no such list (and asking logs a failure).
+	if (VEXODiskScsiProtocolGet(d.path) == VEXO_DISK_PROTOCOL_NVME) {
 		cell = "-";
 		return Value();
 	}
-	if (std::strcmp(type, "scsi") == 0) {
-		cell = "no ATA list";
-		return Value();
-	}
-	if (std::strcmp(type, "nvme") == 0) {
-		cell = "-";
-		return Value();
-	}
+	// Otherwise the library tells the kind of disk itself: no separate question.
 	SmartInfoEntry *list = nullptr;
+	VLIBCErrClear();
 	if (VEXODiskAtaSmartInfoParse(d.path, &list) != 0) {
-		cell = "unreadable";
+		switch (VLIBCErrGet()) {
+		case VEXO_ERR_WRONG_IFACE: // a SCSI disk has no attribute table
+			cell = "no ATA list";
+			break;
+		case VEXO_ERR_UNSUPPORTED:
+		case VEXO_ERR_NOT_FOUND: // the kind of disk could not be told
+			cell = "-";
+			break;
+		default:
+			cell = "unreadable";
+		}
 		return Value();
 	}
 	int count = 0;
