@@ -25,6 +25,7 @@
 #include <spawn.h>
 #include <string>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -258,6 +259,39 @@ void BM_DiskInfoEnumVsBareRead60(benchmark::State &state)
 	state.counters["ratio_wall"] = bareWall > 0 ? enumWall / bareWall : 0;
 }
 BENCHMARK(BM_DiskInfoEnumVsBareRead60);
+
+// What one block for all cells and records would cost: the snapshot read
+// and decoded as DiskInfoEnum does, into a single allocation. Not what the
+// library may hand out (a caller can unlink and free one cell with
+// DiskListRemove and free one record with DiskInfoFree), but the floor
+// that the per-record allocations stand above.
+void BM_SnapshotIntoOneBlock60(benchmark::State &state)
+{
+	SnapshotRoot root;
+	const std::string file = root.dir + VEXO_DISK_SNAPSHOT;
+	DiskInfoFileEntry buf[64];
+	for (auto _ : state) {
+		int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+		struct stat st {};
+		::fstat(fd, &st);
+		ssize_t got = ::read(fd, buf, sizeof(buf));
+		::close(fd);
+		size_t n = got > 0 ? static_cast<size_t>(got) / sizeof(DiskInfoFileEntry) : 0;
+		auto *block = static_cast<char *>(std::malloc(n * (sizeof(DiskListNode) + sizeof(DiskInfo))));
+		auto *cells = reinterpret_cast<DiskListNode *>(block);
+		auto *records = reinterpret_cast<DiskInfo *>(block + n * sizeof(DiskListNode));
+		for (size_t i = 0; i < n; ++i) {
+			vexo::disk::decodeEntry(buf[i], records[i]);
+			cells[i].info = &records[i];
+			cells[i].next = i + 1 < n ? &cells[i + 1] : nullptr;
+		}
+		benchmark::DoNotOptimize(cells);
+		std::free(block);
+		if (n != 60)
+			state.SkipWithError("short read");
+	}
+}
+BENCHMARK(BM_SnapshotIntoOneBlock60);
 
 // ---- whole processes ---------------------------------------------------------
 
