@@ -142,7 +142,8 @@ VEXO_API int VEXODiskCheckValid(const char *path);
  */
 VEXO_API int DiskIdToString(const DiskId *id, char *out, int size);
 /* The same in the mail language of /etc/vexoinfo.conf ("disk 3"), with
-   the built-in English words when the language's table lacks them. */
+   the built-in English words when the language's table lacks them. 0, or
+   -1 as DiskIdToString. */
 VEXO_API int DiskIdToMailString(const DiskId *id, char *out, int size);
 /* Identifier without spaces ("Disk_3", "Cache_1-2", "unknown"). 0, or -1. */
 VEXO_API int VEXODiskInfoToString(const DiskInfo *info, char *out, int size);
