@@ -25,6 +25,8 @@
 #include <spawn.h>
 #include <string>
 #include <sys/prctl.h>
+#include <sys/stat.h>
+#include <time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -210,6 +212,86 @@ void BM_BareRead60(benchmark::State &state)
 	}
 }
 BENCHMARK(BM_BareRead60);
+
+// The ratio in one run: each iteration lists the snapshot and reads the
+// same file bare, in turn, timed by this thread's CPU clock (a loaded
+// machine stretches wall time, not the work done) and by the wall clock.
+void BM_DiskInfoEnumVsBareRead60(benchmark::State &state)
+{
+	SnapshotRoot root;
+	FakeDaemon daemon;
+	const std::string file = root.dir + VEXO_DISK_SNAPSHOT;
+	static char buf[60 * 320 + 1];
+	int32_t mask = 0xFF;
+	DiskEnumFilter filter{&mask};
+	auto cpuNow = [] {
+		timespec t{};
+		::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+		return static_cast<double>(t.tv_sec) * 1e9 + static_cast<double>(t.tv_nsec);
+	};
+	using Clock = std::chrono::steady_clock;
+	double enumCpu = 0, bareCpu = 0, enumWall = 0, bareWall = 0;
+	for (auto _ : state) {
+		double c0 = cpuNow();
+		auto w0 = Clock::now();
+		DiskListNode *list = nullptr;
+		if (DiskInfoEnum(&filter, &list) != 60)
+			state.SkipWithError("DiskInfoEnum did not read the 60-disk snapshot");
+		DiskInfoEnumFree(list);
+		double c1 = cpuNow();
+		auto w1 = Clock::now();
+		int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+		ssize_t got = ::read(fd, buf, sizeof(buf));
+		::close(fd);
+		if (got != 60 * 320)
+			state.SkipWithError("short read");
+		double c2 = cpuNow();
+		auto w2 = Clock::now();
+		enumCpu += c1 - c0;
+		bareCpu += c2 - c1;
+		enumWall += std::chrono::duration<double, std::nano>(w1 - w0).count();
+		bareWall += std::chrono::duration<double, std::nano>(w2 - w1).count();
+	}
+	double n = static_cast<double>(state.iterations());
+	state.counters["enum_cpu_ns"] = enumCpu / n;
+	state.counters["bare_cpu_ns"] = bareCpu / n;
+	state.counters["ratio_cpu"] = bareCpu > 0 ? enumCpu / bareCpu : 0;
+	state.counters["ratio_wall"] = bareWall > 0 ? enumWall / bareWall : 0;
+}
+BENCHMARK(BM_DiskInfoEnumVsBareRead60);
+
+// What one block for all cells and records would cost: the snapshot read
+// and decoded as DiskInfoEnum does, into a single allocation. Not what the
+// library may hand out (a caller can unlink and free one cell with
+// DiskListRemove and free one record with DiskInfoFree), but the floor
+// that the per-record allocations stand above.
+void BM_SnapshotIntoOneBlock60(benchmark::State &state)
+{
+	SnapshotRoot root;
+	const std::string file = root.dir + VEXO_DISK_SNAPSHOT;
+	DiskInfoFileEntry buf[64];
+	for (auto _ : state) {
+		int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+		struct stat st {};
+		::fstat(fd, &st);
+		ssize_t got = ::read(fd, buf, sizeof(buf));
+		::close(fd);
+		size_t n = got > 0 ? static_cast<size_t>(got) / sizeof(DiskInfoFileEntry) : 0;
+		auto *block = static_cast<char *>(std::malloc(n * (sizeof(DiskListNode) + sizeof(DiskInfo))));
+		auto *cells = reinterpret_cast<DiskListNode *>(block);
+		auto *records = reinterpret_cast<DiskInfo *>(block + n * sizeof(DiskListNode));
+		for (size_t i = 0; i < n; ++i) {
+			vexo::disk::decodeEntry(buf[i], records[i]);
+			cells[i].info = &records[i];
+			cells[i].next = i + 1 < n ? &cells[i + 1] : nullptr;
+		}
+		benchmark::DoNotOptimize(cells);
+		std::free(block);
+		if (n != 60)
+			state.SkipWithError("short read");
+	}
+}
+BENCHMARK(BM_SnapshotIntoOneBlock60);
 
 // ---- whole processes ---------------------------------------------------------
 

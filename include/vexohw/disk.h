@@ -135,9 +135,15 @@ VEXO_API int VEXODiskCheckValid(const char *path);
 
 /* ---- Id texts ----------------------------------------------------------- */
 
-/* Display text ("3", "System device 2", "Cache device 1-2"). Length, or -1. */
+/*
+ * Display text ("3", "System device 2", "Cache device 1-2"). 0, or -1 (a
+ * null argument or a text that does not fit: 0x0D00, out untouched). A
+ * cache id with a slot below -1 has no text: 0, out untouched.
+ */
 VEXO_API int DiskIdToString(const DiskId *id, char *out, int size);
-/* The same in the mail language of /etc/vexoinfo.conf. Length, or -1. */
+/* The same in the mail language of /etc/vexoinfo.conf ("disk 3"), with
+   the built-in English words when the language's table lacks them. 0, or
+   -1 as DiskIdToString. */
 VEXO_API int DiskIdToMailString(const DiskId *id, char *out, int size);
 /* Identifier without spaces ("Disk_3", "Cache_1-2", "unknown"). 0, or -1. */
 VEXO_API int VEXODiskInfoToString(const DiskInfo *info, char *out, int size);

@@ -62,8 +62,8 @@ VEXO_API int VEXODiskIsSata(const char *path);
 /* The action flags of the disk's model into *flags (0 when unlisted).
    0, or -1 (model unreadable, database unreadable: 0x0A00). */
 VEXO_API int VEXODiskConfigDiskActionGet(const char *path, unsigned int *flags);
-/* Non-zero when the disk's vendor, as the database names it for the
-   disk's model, equals vendor. */
+/* 1 when the disk's vendor, as the database names it for the disk's
+   model, equals vendor, else 0 (also when it can't be told). */
 VEXO_API int VEXODiskConfigVendorMatch(const char *path, const char *vendor);
 /* 1 when bit 14 of the disk's action flags is set, else 0. */
 VEXO_API int VEXODiskInSCTCmdBlackList(const char *path);

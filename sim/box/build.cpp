@@ -42,6 +42,31 @@ std::string pad(const std::string &s, size_t width)
 	return s.size() >= width ? s : s + std::string(width - s.size(), ' ');
 }
 
+// VPD page 0x89 (ATA Information) as libata serves it for an ATA disk: a
+// 60-byte header, then the IDENTIFY DEVICE data, of which the identity
+// strings (big-endian words) are filled in here.
+std::string ataInformationPage(const Device &d)
+{
+	std::string page(60 + 512, '\0');
+	page[1] = static_cast<char>(0x89);
+	page[2] = 0x02;
+	page[3] = 0x38;
+	page.replace(8, 8, "linux   ");
+	page.replace(16, 16, "libata          ");
+	page[56] = static_cast<char>(0xEC);
+	auto put = [&](int word, int words, const std::string &text) {
+		std::string t = pad(text.substr(0, static_cast<std::size_t>(words) * 2), static_cast<std::size_t>(words) * 2);
+		for (int i = 0; i < words * 2; i += 2) {
+			page[60 + word * 2 + i] = t[i + 1];
+			page[60 + word * 2 + i + 1] = t[i];
+		}
+	};
+	put(10, 10, d.serial);
+	put(23, 4, d.firmware);
+	put(27, 20, d.model);
+	return page;
+}
+
 // What an ATA disk shows as its SCSI revision: the last four characters of
 // its firmware text, or the first four when those are blank.
 std::string scsiRev(const Device &d)
@@ -185,6 +210,8 @@ private:
 		// for an ATA disk that is the start of its model.
 		tree_.file(sdev + "/model", pad(d.model.substr(0, 16), 16) + "\n");
 		tree_.file(sdev + "/vendor", pad(d.vendor, 8) + "\n");
+		if (d.protocol == "ata")
+			tree_.file(sdev + "/vpd_pg89", ataInformationPage(d));
 		tree_.file(sdev + "/rev", scsiRev(d) + "\n");
 		tree_.file(sdev + "/state", "running\n");
 		tree_.file(sdev + "/type", "0\n");

@@ -6,14 +6,17 @@
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <regex.h>
 #include <string>
 #include <sys/stat.h>
+#include <vector>
 #include <vexohw/disk_probe.h>
 #include <vexohw/disk_state.h>
 
 #include "frame/err.h"
+#include "frame/sysroot.h"
 #include "frame/xml.h"
 
 namespace {
@@ -28,16 +31,6 @@ std::optional<std::string> attr(xmlNode *n, const char *name)
 	return vexo::xml::propString(n, name);
 }
 
-bool patternMatches(const std::string &pattern, const std::string &model)
-{
-	regex_t re;
-	if (regcomp(&re, pattern.c_str(), REG_EXTENDED | REG_ICASE | REG_NOSUB) != 0)
-		return false;
-	bool m = regexec(&re, model.c_str(), 0, nullptr, 0) == 0;
-	regfree(&re);
-	return m;
-}
-
 bool parseAction(const std::string &text, unsigned int &out)
 {
 	errno = 0;
@@ -49,17 +42,101 @@ bool parseAction(const std::string &text, unsigned int &out)
 	return true;
 }
 
-Entry entryOf(xmlNode *n)
+enum class Lookup { Found, Unlisted, Failed };
+
+// One <disk> of the database, as read.
+struct Row {
+	std::optional<std::string> model;
+	std::shared_ptr<regex_t> pattern; // null: no pattern, or one that does not compile
+	std::optional<std::string> vendor, action;
+};
+
+// The database as parsed, and the identity of the file it came from: a
+// process that asks about many disks parses it once, and again only when
+// the file is replaced or changed.
+struct Parsed {
+	dev_t dev = 0;
+	ino_t ino = 0;
+	off_t size = 0;
+	struct timespec mtime {}, ctime {};
+	std::vector<Row> rows;
+
+	bool sameFile(const struct stat &st) const
+	{
+		return dev == st.st_dev && ino == st.st_ino && size == st.st_size && mtime.tv_sec == st.st_mtim.tv_sec &&
+		       mtime.tv_nsec == st.st_mtim.tv_nsec && ctime.tv_sec == st.st_ctim.tv_sec &&
+		       ctime.tv_nsec == st.st_ctim.tv_nsec;
+	}
+};
+
+std::shared_ptr<regex_t> compile(const std::string &pattern)
 {
-	Entry e;
-	if (auto v = attr(n, "vendor"))
-		e.vendor = *v;
-	if (auto a = attr(n, "action"); a && !parseAction(*a, e.action))
-		vlog(LOG_ERR, "%s:%d Bad action [%s] in %s", VEXO_AT, a->c_str(), VEXO_DISK_ACTION_DB);
-	return e;
+	auto *re = new regex_t;
+	if (regcomp(re, pattern.c_str(), REG_EXTENDED | REG_ICASE | REG_NOSUB) != 0) {
+		delete re;
+		return nullptr;
+	}
+	return std::shared_ptr<regex_t>(re, [](regex_t *r) {
+		regfree(r);
+		delete r;
+	});
 }
 
-enum class Lookup { Found, Unlisted, Failed };
+// The rows of the file, or null when it does not parse.
+std::shared_ptr<const Parsed> parse(const std::string &host, const struct stat &st)
+{
+	vexo::xml::Doc doc(
+		xmlReadFile(host.c_str(), nullptr, XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
+	xmlNode *top = vexo::xml::root(doc, "diskaction");
+	if (!top)
+		return nullptr;
+	auto db = std::make_shared<Parsed>();
+	db->dev = st.st_dev;
+	db->ino = st.st_ino;
+	db->size = st.st_size;
+	db->mtime = st.st_mtim;
+	db->ctime = st.st_ctim;
+	for (xmlNode *n = top->children; n; n = n->next) {
+		if (!vexo::xml::named(n, "disk"))
+			continue;
+		Row r;
+		r.model = attr(n, "model");
+		if (auto p = attr(n, "pattern"))
+			r.pattern = compile(*p);
+		r.vendor = attr(n, "vendor");
+		r.action = attr(n, "action");
+		db->rows.push_back(std::move(r));
+	}
+	return db;
+}
+
+// The parsed database of this process, refreshed when the file changed.
+std::shared_ptr<const Parsed> database(const std::string &host, const struct stat &st)
+{
+	static std::mutex lock;
+	static std::shared_ptr<const Parsed> cached;
+	{
+		std::lock_guard<std::mutex> g(lock);
+		if (cached && cached->sameFile(st))
+			return cached;
+	}
+	std::shared_ptr<const Parsed> db = parse(host, st);
+	if (db) {
+		std::lock_guard<std::mutex> g(lock);
+		cached = db;
+	}
+	return db;
+}
+
+Entry entryOf(const Row &r)
+{
+	Entry e;
+	if (r.vendor)
+		e.vendor = *r.vendor;
+	if (r.action && !parseAction(*r.action, e.action))
+		vlog(LOG_ERR, "%s:%d Bad action [%s] in %s", VEXO_AT, r.action->c_str(), VEXO_DISK_ACTION_DB);
+	return e;
+}
 
 // The entry of the disk's model: an exact model first, else the first
 // pattern that matches.
@@ -71,30 +148,28 @@ Lookup lookup(const char *path, Entry &out)
 		VEXO_ERR_PASS();
 		return Lookup::Failed;
 	}
-	bool missing = false;
-	vexo::xml::Doc doc = vexo::xml::readFile(VEXO_DISK_ACTION_DB, &missing);
-	if (missing)
+	std::string host = vexo::sysroot::path(VEXO_DISK_ACTION_DB);
+	struct stat st;
+	if (::stat(host.c_str(), &st) != 0)
 		return Lookup::Unlisted; // a product without a database lists nothing
-	xmlNode *top = vexo::xml::root(doc, "diskaction");
-	if (!top) {
+	std::shared_ptr<const Parsed> db = database(host, st);
+	if (!db) {
 		vlog(LOG_ERR, "%s:%d Failed to parse %s", VEXO_AT, VEXO_DISK_ACTION_DB);
 		VEXO_ERR(VEXO_ERR_READ);
 		return Lookup::Failed;
 	}
-	xmlNode *byPattern = nullptr;
-	for (xmlNode *n = top->children; n; n = n->next) {
-		if (!vexo::xml::named(n, "disk"))
-			continue;
-		if (auto m = attr(n, "model"); m && *m == model) {
-			out = entryOf(n);
+	const Row *byPattern = nullptr;
+	for (const Row &r : db->rows) {
+		if (r.model && *r.model == model) {
+			out = entryOf(r);
 			return Lookup::Found;
 		}
-		if (auto p = attr(n, "pattern"); p && !byPattern && patternMatches(*p, model))
-			byPattern = n;
+		if (r.pattern && !byPattern && regexec(r.pattern.get(), model, 0, nullptr, 0) == 0)
+			byPattern = &r;
 	}
 	if (!byPattern)
 		return Lookup::Unlisted;
-	out = entryOf(byPattern);
+	out = entryOf(*byPattern);
 	return Lookup::Found;
 }
 

@@ -11,22 +11,49 @@
 namespace {
 
 // "<prefix> <slot>-<index>" for a card slot, "<prefix> <index>" on the board.
-// Without a slot the board numbers its cache devices from 11. Length, 0 when
-// a bad slot leaves nothing to write, or -1.
-int cacheText(const DiskId *id, const char *prefix, const char *separator, char *out, int size)
+// Without a slot the board numbers its cache devices from 11. The text into
+// *text and 1; 0 when a bad slot leaves nothing to write; -1 when the id is
+// no cache device.
+int cacheText(const DiskId *id, const char *prefix, const char *separator, std::string *text)
 {
 	if (id->container != DISK_CONTAINER_CACHE) {
 		vlog(LOG_ERR, "%s:%d Incorrect Disk type. Not a Cache device !", VEXO_AT);
 		return -1;
 	}
+	char buf[300];
 	if (id->slot > 0)
-		return std::snprintf(out, size, "%s%s%u-%u", prefix, separator, static_cast<unsigned>(id->slot),
-				     static_cast<unsigned>(id->index));
-	if (id->slot == 0)
-		return std::snprintf(out, size, "%s%s%u", prefix, separator, static_cast<unsigned>(id->index));
-	if (id->slot == -1)
-		return std::snprintf(out, size, "%s%s%u", prefix, separator, static_cast<unsigned>(id->index - 10));
+		std::snprintf(buf, sizeof(buf), "%s%s%u-%u", prefix, separator, static_cast<unsigned>(id->slot),
+			      static_cast<unsigned>(id->index));
+	else if (id->slot == 0)
+		std::snprintf(buf, sizeof(buf), "%s%s%u", prefix, separator, static_cast<unsigned>(id->index));
+	else if (id->slot == -1)
+		std::snprintf(buf, sizeof(buf), "%s%s%u", prefix, separator, static_cast<unsigned>(id->index - 10));
+	else
+		return 0;
+	*text = buf;
+	return 1;
+}
+
+// Copies a whole text into the caller's buffer: 0, or -1 with 0x0D00 and
+// the buffer untouched when it does not fit (a cut id names another disk).
+int put(const std::string &text, char *out, int size)
+{
+	if (text.size() >= static_cast<std::size_t>(size)) {
+		VEXO_ERR(VEXO_ERR_BAD_PARAM);
+		return -1;
+	}
+	std::memcpy(out, text.c_str(), text.size() + 1);
 	return 0;
+}
+
+// A cache id's text into out: 0 also when nothing is written, or -1.
+int putCacheText(const DiskId *id, const char *prefix, char *out, int size)
+{
+	std::string text;
+	int r = cacheText(id, prefix, " ", &text);
+	if (r <= 0)
+		return r;
+	return put(text, out, size);
 }
 
 bool badArgs(const void *id, const char *out, int size)
@@ -63,10 +90,10 @@ try {
 	if (badArgs(id, out, size))
 		return -1;
 	if (id->container == DISK_CONTAINER_CACHE)
-		return cacheText(id, "Cache device", " ", out, size);
+		return putCacheText(id, "Cache device", out, size);
 	if (id->container == DISK_CONTAINER_SYS)
-		return std::snprintf(out, size, "System device %d", id->index);
-	return std::snprintf(out, size, "%d", id->index);
+		return put("System device " + std::to_string(id->index), out, size);
+	return put(std::to_string(id->index), out, size);
 } VEXO_C_CATCH(-1)
 
 VEXO_API int DiskIdToMailString(const DiskId *id, char *out, int size)
@@ -81,11 +108,11 @@ try {
 	}
 	if (id->container == DISK_CONTAINER_CACHE) {
 		std::string word = mailWord(lang, "dedicated_ssd_cache", "Cache device");
-		return cacheText(id, word.c_str(), " ", out, size);
+		return putCacheText(id, word.c_str(), out, size);
 	}
 	std::string word = id->container == DISK_CONTAINER_SYS ? mailWord(lang, "volume_system_disk", "System device")
 							       : mailWord(lang, "volume_disk_info", "disk");
-	return std::snprintf(out, size, "%s %d", word.c_str(), id->index);
+	return put(word + " " + std::to_string(id->index), out, size);
 } VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODiskInfoToString(const DiskInfo *info, char *out, int size)
@@ -113,13 +140,16 @@ try {
 	case DISK_CONTAINER_ESATA:
 		n = std::snprintf(out, size, "%s_%d", "Esata", id.index);
 		break;
-	case DISK_CONTAINER_CACHE:
-		n = cacheText(&id, "Cache", "_", out, size);
-		if (n <= 0) {
+	case DISK_CONTAINER_CACHE: {
+		std::string text;
+		if (cacheText(&id, "Cache", "_", &text) > 0) {
+			n = std::snprintf(out, size, "%s", text.c_str());
+		} else {
 			vlog(LOG_ERR, "%s:%d Failed to get cache device name string", VEXO_AT);
 			n = std::snprintf(out, size, "%s_%d", "Cache", id.index);
 		}
 		break;
+	}
 	case DISK_CONTAINER_SYS:
 		n = std::snprintf(out, size, "%s_%d", "System", id.index);
 		break;

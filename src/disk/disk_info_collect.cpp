@@ -2,6 +2,7 @@
 // of /sys otherwise or when the snapshot has nothing to give.
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -23,13 +24,6 @@ static_assert(sizeof(DiskInfoFileEntry) == VEXO_DISK_SNAPSHOT_ENTRY_SIZE);
 namespace vexo::disk {
 
 namespace {
-
-template <std::size_t N>
-void copyText(char (&to)[N], const char (&from)[N])
-{
-	std::memcpy(to, from, N);
-	to[N - 1] = '\0';
-}
 
 // Entries read at a time: a box of 64 disks is one read.
 constexpr std::size_t kChunk = 64;
@@ -58,14 +52,25 @@ void decodeEntry(const DiskInfoFileEntry &entry, DiskInfo &info)
 	info.id.container = entry.container;
 	info.id.unit = entry.unit;
 	info.id.partitionNumber = entry.partitionNumber;
-	// The file is anyone's: texts are cut to their fields whatever it holds.
-	copyText(info.name, entry.name);
-	copyText(info.path, entry.path);
-	copyText(info.model, entry.model);
+	std::memset(info.reserved, 0, sizeof(info.reserved));
+	// The three texts stand together in both forms: one copy, then each is
+	// cut to its field, whatever the file holds (it is anyone's).
+	static_assert(offsetof(DiskInfo, model) + sizeof(DiskInfo::model) - offsetof(DiskInfo, name) ==
+			      offsetof(DiskInfoFileEntry, model) + sizeof(DiskInfoFileEntry::model) -
+				      offsetof(DiskInfoFileEntry, name),
+		      "name, path and model are one block in both forms");
+	std::memcpy(info.name, entry.name,
+		    offsetof(DiskInfoFileEntry, model) + sizeof(entry.model) - offsetof(DiskInfoFileEntry, name));
+	info.name[sizeof(info.name) - 1] = '\0';
+	info.path[sizeof(info.path) - 1] = '\0';
+	info.model[sizeof(info.model) - 1] = '\0';
 	info.sizeBytes = entry.sizeBytes;
 	info.temperature = entry.temperature;
 	info.secureErasing = 0;
 	info.logicalBlockSize = entry.logicalBlockSize;
+	// The tail padding too: callers compare and copy records bytewise.
+	constexpr std::size_t kTail = offsetof(DiskInfo, logicalBlockSize) + sizeof(info.logicalBlockSize);
+	std::memset(reinterpret_cast<char *>(&info) + kTail, 0, sizeof(DiskInfo) - kTail);
 }
 
 SnapshotRead readSnapshot(const DiskEnumFilter *filter, DiskListNode **list, int *count)
@@ -96,26 +101,24 @@ SnapshotRead readSnapshot(const DiskEnumFilter *filter, DiskListNode **list, int
 	};
 	// One look at the markers' folder; only a disk with a marker is asked.
 	const SecureEraseMarkers markers;
-	UniqueMalloc<DiskInfoFileEntry> buf(static_cast<DiskInfoFileEntry *>(std::malloc(kChunk * sizeof(DiskInfoFileEntry))));
-	if (!buf)
-		return fail(VEXO_ERR_NOMEM);
+	DiskInfoFileEntry buf[kChunk]; // 20 kB: a box of 64 disks is one read
 	for (long long done = 0; done < entries;) {
 		std::size_t want = static_cast<std::size_t>(std::min<long long>(kChunk, entries - done));
 		std::size_t bytes = want * sizeof(DiskInfoFileEntry);
-		ssize_t got = VLIBCRead(fd.get(), buf.get(), bytes);
+		ssize_t got = VLIBCRead(fd.get(), buf, bytes);
 		if (got < 0) {
 			vlog(LOG_ERR, "%s:%d fread fail", VEXO_AT);
 			return fail(VEXO_ERR_READ);
 		}
 		std::size_t whole = static_cast<std::size_t>(got) / sizeof(DiskInfoFileEntry);
 		for (std::size_t i = 0; i < whole; ++i) {
-			const DiskInfoFileEntry &e = buf.get()[i];
+			const DiskInfoFileEntry &e = buf[i];
 			if (!(e.container & mask))
 				continue;
-			// The record is cleared whole, its tail padding too: callers
-			// compare and copy records bytewise.
+			// decodeEntry writes every byte of the record, tail padding
+			// included: callers compare and copy records bytewise.
 			DiskListNode *cell = kept.appendNew();
-			if (!cell || !(cell->info = static_cast<DiskInfo *>(std::calloc(1, sizeof(DiskInfo)))))
+			if (!cell || !(cell->info = static_cast<DiskInfo *>(std::malloc(sizeof(DiskInfo)))))
 				return fail(VEXO_ERR_NOMEM);
 			DiskInfo *info = cell->info;
 			decodeEntry(e, *info);

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <vexohw/disk_state.h>
@@ -12,6 +12,7 @@
 #include "disk/disk_probe_name.h"
 #include "disk/secure_erase_markers.h"
 #include "frame/sysroot.h"
+#include "frame/unique.h"
 
 namespace vexo::disk {
 
@@ -34,46 +35,33 @@ std::string secureEraseMarker(const char *path)
 SecureEraseMarkers::SecureEraseMarkers()
 {
 	const int saved = errno;
-	// The usual case, no folder, costs one failed stat.
-	struct stat st {};
-	if (sysroot::stat(VEXO_SECURE_ERASE_DIR, &st) != 0) {
+	// The usual case, no folder, costs one failed open; a folder is listed
+	// with getdents64 into a buffer on the stack, without a DIR stream.
+	UniqueFd fd(sysroot::open(VEXO_SECURE_ERASE_DIR, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+	if (!fd) {
+		// No folder (or a file in its place), no marker. Any other
+		// failure: ask each disk.
 		known_ = errno == ENOENT || errno == ENOTDIR;
 		errno = saved;
 		return;
 	}
-	if (!S_ISDIR(st.st_mode)) {
-		known_ = true; // a file in its place holds no marker
-		errno = saved;
-		return;
-	}
-	int fd = sysroot::open(VEXO_SECURE_ERASE_DIR, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-	if (fd < 0) {
-		// No folder, no marker. Any other failure: ask each disk.
-		known_ = errno == ENOENT || errno == ENOTDIR;
-		errno = saved;
-		return;
-	}
-	DIR *d = ::fdopendir(fd);
-	if (!d) {
-		::close(fd);
-		errno = saved;
-		return;
-	}
-	// A listing cut short by an error could miss a marker.
-	bool whole = false;
+	alignas(8) char buf[4096];
 	for (;;) {
-		errno = 0;
-		struct dirent *e = ::readdir(d);
-		if (!e) {
-			whole = errno == 0;
-			break;
+		long got = ::syscall(SYS_getdents64, fd.get(), buf, sizeof(buf));
+		if (got < 0) {
+			errno = saved; // a listing cut short could miss a marker
+			return;
 		}
-		if (std::strcmp(e->d_name, ".") == 0 || std::strcmp(e->d_name, "..") == 0)
-			continue;
-		names_.emplace_back(e->d_name);
+		if (got == 0)
+			break;
+		for (long at = 0; at < got;) {
+			const auto *e = reinterpret_cast<const struct dirent64 *>(buf + at);
+			at += e->d_reclen;
+			if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0)
+				names_.emplace_back(e->d_name);
+		}
 	}
-	::closedir(d);
-	known_ = whole;
+	known_ = true;
 	errno = saved;
 }
 

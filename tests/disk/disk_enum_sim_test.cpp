@@ -197,6 +197,13 @@ TEST_F(EnumSim, OverviewWalkAndSnapshotAgree)
 	EXPECT_EQ(json_object_get_int64(json_object_object_get(sda, "capacity_bytes")), 8001563222016LL);
 	EXPECT_EQ(json_object_get_int(json_object_object_get(sda, "temperature_c")), 37);
 	EXPECT_STREQ(json_object_get_string(json_object_object_get(sda, "media")), "HDD");
+	// The kernel cuts the model at 16 bytes; the IDENTIFY data it keeps
+	// has the whole, and the record says so.
+	json_object *from = json_object_object_get(sda, "sources");
+	EXPECT_STREQ(json_object_get_string(json_object_object_get(sda, "model")), "ST8000VN004-3CP101");
+	EXPECT_STREQ(json_object_get_string(json_object_object_get(from, "model")), "ata_identify_vpd");
+	EXPECT_STREQ(json_object_get_string(json_object_object_get(from, "temperature_c")), "drive");
+	EXPECT_STREQ(json_object_get_string(json_object_object_get(from, "smart")), "smartctl");
 	EXPECT_EQ(json_object_get_type(json_object_object_get(json_object_array_get_idx(disks, 4), "temperature_c")),
 		  json_type_null); // USB: not asked
 	EXPECT_STREQ(json_object_get_string(json_object_object_get(json_object_array_get_idx(disks, 2), "location")),
@@ -217,7 +224,10 @@ TEST_F(EnumSim, OverviewWalkAndSnapshotAgree)
 	EXPECT_NE(sdcaCache, "missing");
 	Ran again = vexohw({"--json", "overview", "--walk"});
 	ASSERT_EQ(again.status, 0) << again.out;
-	EXPECT_EQ(again.out, walk.out);
+	std::string expected = walk.out;
+	for (size_t at; (at = expected.find("\"smart\": \"smartctl\"")) != std::string::npos;)
+		expected.replace(at, 19, "\"smart\": \"cache\"");
+	EXPECT_EQ(again.out, expected);
 	EXPECT_EQ(cacheStamp("sda"), sdaCache);
 	EXPECT_EQ(cacheStamp("sdca"), sdcaCache);
 

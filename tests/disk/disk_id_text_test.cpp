@@ -23,10 +23,11 @@ DiskInfo *record(int container, int index, int unit)
 	return d;
 }
 
+// The text of an id; a call that writes one succeeds with 0, not a length.
 std::string text(int (*fn)(const DiskId *, char *, int), const DiskId &id)
 {
 	char out[64] = "untouched";
-	fn(&id, out, sizeof(out));
+	EXPECT_EQ(fn(&id, out, sizeof(out)), 0);
 	return out;
 }
 
@@ -42,10 +43,14 @@ TEST(DiskIdText, DisplayTexts)
 	EXPECT_EQ(DiskIdToString(&odd, out, sizeof(out)), 0);
 	EXPECT_STREQ(out, "untouched");
 	EXPECT_EQ(DiskIdToString(nullptr, out, sizeof(out)), -1);
+	// A text that does not fit is refused whole: a cut one names another disk.
 	DiskId one = makeId(1, 123456);
-	char small[4];
-	DiskIdToString(&one, small, sizeof(small));
-	EXPECT_STREQ(small, "123"); // cut, never overrun
+	char small[7] = "left";
+	EXPECT_EQ(DiskIdToString(&one, small, sizeof(small)), 0);
+	EXPECT_STREQ(small, "123456");
+	EXPECT_EQ(DiskIdToString(&one, small, 6), -1);
+	EXPECT_EQ(DiskIdToMailString(&one, small, sizeof(small)), -1);
+	EXPECT_STREQ(small, "123456");
 }
 
 TEST(DiskIdText, MailTexts)

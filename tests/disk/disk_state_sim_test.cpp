@@ -171,6 +171,14 @@ TEST_F(DiskState, ActionDatabase)
 	EXPECT_EQ(VEXODiskConfigDiskActionGet("/dev/sda", &flags), 0);
 	EXPECT_EQ(flags, 0u);
 
+	// The parse is kept while the file stays the same: a rewrite of the
+	// same size is seen at once.
+	for (unsigned want : {1u, 2u, 2u}) {
+		actions("<disk model=\"OTHER 1\" action=\"0x000" + std::to_string(want) + "\"/>");
+		EXPECT_EQ(VEXODiskConfigDiskActionGet("/dev/sda", &flags), 0);
+		EXPECT_EQ(flags, want);
+	}
+
 	LogCapture log;
 	root.write("/var/lib/diskaction/diskaction.xml", "<diskaction><disk model=");
 	EXPECT_EQ(VEXODiskConfigDiskActionGet("/dev/sda", &flags), -1);

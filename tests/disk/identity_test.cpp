@@ -10,6 +10,7 @@
 #include <vexohw/disk_probe.h>
 #include <vexohw/disk_state.h>
 
+#include "disk/disk_model_whole.h"
 #include "support/disk_layout.h"
 
 using vexo::test::DiskLayout;
@@ -238,6 +239,53 @@ TEST_F(Identity, Rotation)
 	root.write("/sys/block/sdb/queue/rotational", "");
 	EXPECT_EQ(VEXODiskIsSSD("/dev/sdb"), -1);
 	EXPECT_TRUE(log.has(LOG_ERR, "Can't read file /sys/block/sdb/queue/rotational"));
+}
+
+} // namespace
+
+namespace {
+
+// VPD page 0x89 holding `model` in its IDENTIFY data, cut to `bytes`.
+std::string ataVpd(const std::string &model, size_t bytes = 572)
+{
+	std::string page(572, '\0');
+	page[1] = static_cast<char>(0x89);
+	std::string m = model + std::string(40 - model.size(), ' ');
+	for (size_t i = 0; i < 40; i += 2) {
+		page[60 + 54 + i] = m[i + 1];
+		page[60 + 54 + i + 1] = m[i];
+	}
+	return page.substr(0, bytes);
+}
+
+TEST(WholeModel, FromWhatTheSystemKnows)
+{
+	using vexo::disk::ModelSource;
+	const std::string cut = "WDC WD40EFPX-68C", whole = "WDC WD40EFPX-68C6CN0";
+	struct Case {
+		const char *what;
+		std::string cache, vpd;
+		ModelSource from;
+		std::string model;
+	} cases[] = {
+		{"nothing beyond the record", "", "", ModelSource::Record, cut},
+		{"the kernel's IDENTIFY data", "", ataVpd(whole), ModelSource::AtaVpd, whole},
+		{"a page cut short", "", ataVpd(whole, 100), ModelSource::Record, cut},
+		{"another disk's page", "", ataVpd("ST4000VN006-3CW104"), ModelSource::Record, cut},
+		{"the cache first", whole + "\n", ataVpd("WDC WD40EFPX-68C0000"), ModelSource::Cache, whole},
+		{"a stale cache", "ST4000VN006-3CW104\n", ataVpd(whole), ModelSource::AtaVpd, whole},
+	};
+	for (const Case &c : cases) {
+		Sysroot root;
+		root.mkdirs("/sys/block/sda/device");
+		if (!c.cache.empty())
+			root.write("/run/vexostorage/disks/sda/model", c.cache);
+		if (!c.vpd.empty())
+			root.write("/sys/block/sda/device/vpd_pg89", c.vpd);
+		std::string model;
+		EXPECT_EQ(vexo::disk::wholeModel("sda", cut.c_str(), model), c.from) << c.what;
+		EXPECT_EQ(model, c.model) << c.what;
+	}
 }
 
 } // namespace

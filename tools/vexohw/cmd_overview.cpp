@@ -14,13 +14,18 @@
 #include <vexohw/disk_enum.h>
 #include <vexohw/disk_port.h>
 #include <vexohw/disk_probe.h>
+#include <vexohw/disk_state.h>
+#include <vexohw/frame.h>
 #include <vexohw/smart_info.h>
 #include <vexohw/smart_serial.h>
+#include <vexohw/smartctl.h>
 #include <vexoplatform/ebox_info.h>
 #include <vexoplatform/vexocore.h>
 
 #include "cli.h"
 #include "disk/disk_info_walk.h"
+#include "disk/disk_model_whole.h"
+#include "disk/disk_probe_name.h"
 #include "frame/sysroot.h"
 
 using namespace vexo::cli;
@@ -56,7 +61,7 @@ std::string humanBytes(unsigned long long bytes)
 // Where the disk sits, as a person would look for it.
 std::string location(const DiskInfo &d)
 {
-	char b[64];
+	char b[64] = "";
 	switch (d.id.container) {
 	case DISK_CONTAINER_INTERNAL:
 		std::snprintf(b, sizeof(b), "Bay %d", d.id.index);
@@ -91,7 +96,7 @@ std::string location(const DiskInfo &d)
 		return "USB";
 	case DISK_CONTAINER_CACHE:
 	case DISK_CONTAINER_SYS:
-		if (DiskIdToString(&d.id, b, sizeof(b)) > 0)
+		if (DiskIdToString(&d.id, b, sizeof(b)) == 0 && b[0])
 			return b;
 		break;
 	}
@@ -122,22 +127,26 @@ long number(const char *s)
 // their threshold (a threshold of 0 never trips). null: no list to show.
 Value smartOf(const DiskInfo &d, std::string &cell)
 {
-	char type[16] = "";
-	if (VEXODiskDeviceTypeGet(d.path, type, sizeof(type)) != 0) {
+	// NVMe disks have no such list (and asking logs a failure).
+	if (VEXODiskScsiProtocolGet(d.path) == VEXO_DISK_PROTOCOL_NVME) {
 		cell = "-";
 		return Value();
 	}
-	if (std::strcmp(type, "scsi") == 0) {
-		cell = "no ATA list";
-		return Value();
-	}
-	if (std::strcmp(type, "nvme") == 0) {
-		cell = "-";
-		return Value();
-	}
+	// Otherwise the library tells the kind of disk itself: no separate question.
 	SmartInfoEntry *list = nullptr;
+	VLIBCErrClear();
 	if (VEXODiskAtaSmartInfoParse(d.path, &list) != 0) {
-		cell = "unreadable";
+		switch (VLIBCErrGet()) {
+		case VEXO_ERR_WRONG_IFACE: // a SCSI disk has no attribute table
+			cell = "no ATA list";
+			break;
+		case VEXO_ERR_UNSUPPORTED:
+		case VEXO_ERR_NOT_FOUND: // the kind of disk could not be told
+			cell = "-";
+			break;
+		default:
+			cell = "unreadable";
+		}
 		return Value();
 	}
 	int count = 0;
@@ -160,19 +169,57 @@ Value smartOf(const DiskInfo &d, std::string &cell)
 	return s;
 }
 
-template <typename Fn>
-Value text(Fn get, const char *path)
+// What the overview shows of one disk beyond its record, each value with
+// where it came from. One pass: the drive is asked once (serial and firmware
+// from one IDENTIFY or INQUIRY), and the model and vendor come from what
+// the system already knows.
+struct Extra {
+	std::string model, vendor, serial, firmware;
+	const char *modelFrom = "", *vendorFrom = "", *serialFrom = "drive", *smartFrom = "";
+};
+
+Extra extraOf(const DiskInfo &d, const char *recordFrom, int ssd)
 {
+	Extra x;
+	std::string name = vexo::disk::physicalName(vexo::disk::shortName(d.path));
+	vexo::disk::ModelSource ms = vexo::disk::wholeModel(name.c_str(), d.model, x.model);
+	x.modelFrom = ms == vexo::disk::ModelSource::Record ? recordFrom : vexo::disk::modelSourceName(ms);
 	char b[256] = "";
-	if (get(path, b, static_cast<int>(sizeof(b))) != 0 || !b[0])
-		return Value();
-	return Value(b);
+	if (VEXODiskGetStrValueCacheFile(d.path, "vendor", b, sizeof(b)) == 0 && b[0]) {
+		x.vendor = b;
+		x.vendorFrom = "cache";
+	} else if (VEXOLnxDiskGetVendor(d.path, b, sizeof(b)) == 0 && b[0]) {
+		x.vendor = b;
+		x.vendorFrom = "sysfs";
+	}
+	char fw[64] = "", sn[256] = "";
+	if (SmartFirmAndSerialRead(d.path, fw, sizeof(fw), sn, sizeof(sn)) == 0) {
+		x.firmware = fw;
+		x.serial = sn;
+	}
+	// The maker's own hard disks show the serial stored on them, as
+	// VEXODiskGetSerialForUi gives it; every other disk its own.
+	if (ssd == 0 && VEXODiskIsVexology(d.path) == 1) {
+		sn[0] = '\0';
+		x.serial = VEXODiskGetSerialForUi(d.path, sn, sizeof(sn)) == 0 ? sn : "";
+		x.serialFrom = "drive_stored_serial";
+	}
+	std::string list = "/run/vexostorage/disks/" + name + "/smart_info_list.cache";
+	struct stat st {};
+	x.smartFrom = vexo::sysroot::stat(list.c_str(), &st) == 0 ? "cache" : "smartctl";
+	return x;
 }
 
+Value textOrNull(const std::string &s) { return s.empty() ? Value() : Value(s); }
+
 // One disk. A table adds texts for people; JSON keeps only numbers with
-// their units in the field names.
-Value row(const DiskInfo &d, bool forTable)
+// their units in the field names, and says where each value came from.
+Value row(const DiskInfo &d, bool forTable, vexo::disk::Source used)
 {
+	const bool snap = used == vexo::disk::Source::Snapshot;
+	const char *recordFrom = snap ? "snapshot" : "sysfs";
+	int ssd = VEXODiskIsSSD(d.path);
+	Extra x = extraOf(d, recordFrom, ssd);
 	Value r = Value::object();
 	r.set("location", location(d));
 	const char *container = VEXODiskContainerToString(d.id.container);
@@ -182,15 +229,14 @@ Value row(const DiskInfo &d, bool forTable)
 	r.set("index", d.id.index);
 	r.set("unit", d.id.unit);
 	r.set("slot", d.id.slot);
-	r.set("model", d.model[0] ? Value(d.model) : Value());
-	r.set("vendor", text(VEXOLnxDiskGetVendorCache, d.path));
-	r.set("serial", text(VEXODiskGetSerialForUi, d.path));
-	r.set("firmware", text(SmartFirmwareGet, d.path));
+	r.set("model", textOrNull(x.model));
+	r.set("vendor", textOrNull(x.vendor));
+	r.set("serial", textOrNull(x.serial));
+	r.set("firmware", textOrNull(x.firmware));
 	r.set("capacity_bytes", static_cast<unsigned long long>(d.sizeBytes));
 	if (forTable)
 		r.set("capacity", humanBytes(d.sizeBytes));
 	r.set("logical_block_size_bytes", d.logicalBlockSize > 0 ? Value(d.logicalBlockSize) : Value());
-	int ssd = VEXODiskIsSSD(d.path);
 	r.set("media", ssd == 1 ? Value("SSD") : ssd == 0 ? Value("HDD") : Value());
 	// 0 is "not read": a sleeping or USB disk is not woken to ask.
 	r.set("temperature_c", d.temperature > 0 ? Value(d.temperature) : Value());
@@ -199,8 +245,23 @@ Value row(const DiskInfo &d, bool forTable)
 	r.set("secure_erasing", d.secureErasing != 0);
 	std::string smartCell;
 	r.set("smart", smartOf(d, smartCell));
-	if (forTable)
+	if (forTable) {
 		r.set("smart_summary", smartCell);
+		return r;
+	}
+	Value from = Value::object();
+	from.set("location", d.id.container == DISK_CONTAINER_EBOX ? "unit_driver" : "port_map");
+	from.set("model", x.modelFrom);
+	from.set("vendor", x.vendor.empty() ? Value() : Value(x.vendorFrom));
+	from.set("serial", x.serial.empty() ? Value() : Value(x.serialFrom));
+	from.set("firmware", x.firmware.empty() ? Value() : Value("drive"));
+	from.set("capacity_bytes", recordFrom);
+	from.set("logical_block_size_bytes", recordFrom);
+	from.set("media", "sysfs");
+	from.set("temperature_c", snap ? "snapshot" : d.temperature > 0 ? "drive" : "not_read");
+	from.set("secure_erasing", "erase_marker");
+	from.set("smart", x.smartFrom);
+	r.set("sources", from);
 	return r;
 }
 
@@ -272,7 +333,7 @@ int overview(Context &ctx)
 	unsigned long long total = 0;
 	int tripped = 0;
 	for (const DiskInfo *d : sorted) {
-		Value r = row(*d, !ctx.json);
+		Value r = row(*d, !ctx.json, used);
 		const Value *s = r.get("smart");
 		if (s && s->isObject() && !s->get("at_threshold")->asList().empty())
 			++tripped;

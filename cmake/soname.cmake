@@ -1,0 +1,15 @@
+# vexo_soname(VAR LIBS DEFAULT): the SONAME of the first shared library in
+# LIBS (what dlopen must ask for), or DEFAULT when it can't be read.
+function(vexo_soname var libs default)
+  set(name ${default})
+  foreach(l ${libs})
+    if(l MATCHES "\\.so")
+      execute_process(COMMAND ${CMAKE_OBJDUMP} -p ${l} OUTPUT_VARIABLE dump ERROR_QUIET)
+      if(dump MATCHES "SONAME +([^\n ]+)")
+        set(name ${CMAKE_MATCH_1})
+      endif()
+      break()
+    endif()
+  endforeach()
+  set(${var} ${name} PARENT_SCOPE)
+endfunction()

@@ -1,0 +1,54 @@
+// libxml2 on first use: the functions the library calls (see lazy_lib.h).
+#include <libxml/globals.h>
+#include <libxml/parser.h>
+#include <libxml/tree.h>
+#include <libxml/xmlstring.h>
+
+#include "frame/lazy_lib.h"
+
+using vexo::lazy::libxml2;
+
+namespace {
+
+// xmlFree is a variable holding libxml2's release function.
+void freeFirstUse(void *p)
+{
+	static const auto real = reinterpret_cast<xmlFreeFunc *>(libxml2().symbol("xmlFree"));
+	if (real && *real)
+		(*real)(p);
+}
+
+} // namespace
+
+#pragma GCC visibility push(hidden)
+extern "C" {
+
+xmlFreeFunc xmlFree = freeFirstUse;
+
+xmlDocPtr xmlReadFile(const char *url, const char *encoding, int options)
+{
+	VEXO_LAZY_CALL(libxml2(), xmlReadFile, nullptr, url, encoding, options);
+}
+
+xmlNodePtr xmlDocGetRootElement(const xmlDoc *doc)
+{
+	VEXO_LAZY_CALL(libxml2(), xmlDocGetRootElement, nullptr, doc);
+}
+
+void xmlFreeDoc(xmlDocPtr doc)
+{
+	VEXO_LAZY_CALL(libxml2(), xmlFreeDoc, , doc);
+}
+
+xmlChar *xmlGetProp(const xmlNode *node, const xmlChar *name)
+{
+	VEXO_LAZY_CALL(libxml2(), xmlGetProp, nullptr, node, name);
+}
+
+int xmlStrcmp(const xmlChar *a, const xmlChar *b)
+{
+	VEXO_LAZY_CALL(libxml2(), xmlStrcmp, a == b ? 0 : 1, a, b);
+}
+
+} // extern "C"
+#pragma GCC visibility pop
