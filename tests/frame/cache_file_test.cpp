@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vexohw/frame.h>
 
 #include "support/vexotest.h"
 

@@ -3,6 +3,7 @@
 // its rights).
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vexohw/frame.h>
 
 #include "frame/log.h"
 #include "frame/priv.h"
