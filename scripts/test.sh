@@ -16,6 +16,9 @@ echo "== normal build =="
 scripts/build.sh build -DCMAKE_BUILD_TYPE=RelWithDebInfo
 (cd build && ctest --output-on-failure -j"$jobs" --timeout 600) || status=1
 
+echo "== install, and a program built against the installed package =="
+tests/abi/install_consumer.sh build || status=1
+
 echo "== ASan/UBSan build =="
 scripts/build.sh build-asan -DCMAKE_BUILD_TYPE=Debug -DVEXO_SANITIZE=ON -DVEXO_BENCH=OFF
 (cd build-asan && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
