@@ -1,6 +1,4 @@
 // The counting flag file and the status keyword lookups.
-#include <vexohw/frame.h>
-
 #include "support/vexotest.h"
 
 using vexo::test::LogCapture;

@@ -3,7 +3,6 @@
 // its rights).
 #include <sys/stat.h>
 #include <unistd.h>
-#include <vexohw/frame.h>
 
 #include "frame/log.h"
 #include "frame/priv.h"
