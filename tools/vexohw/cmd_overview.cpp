@@ -228,9 +228,11 @@ int overview(Context &ctx)
 	int32_t mask = kAllContainers;
 	DiskEnumFilter filter{&mask};
 	DiskList disks;
-	const int source = ctx.has("walk")	   ? VEXO_EXT_DISK_SOURCE_WALK
-			   : ctx.has("snapshot") ? VEXO_EXT_DISK_SOURCE_SNAPSHOT
-						 : VEXO_EXT_DISK_SOURCE_ANY;
+	int source = VEXO_EXT_DISK_SOURCE_ANY;
+	if (ctx.has("walk"))
+		source = VEXO_EXT_DISK_SOURCE_WALK;
+	else if (ctx.has("snapshot"))
+		source = VEXO_EXT_DISK_SOURCE_SNAPSHOT;
 	int used = source;
 	if (VEXOExtDiskInfoEnumFrom(&filter, source, &disks.head, &used) < 0) {
 		if (source != VEXO_EXT_DISK_SOURCE_SNAPSHOT)
