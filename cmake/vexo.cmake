@@ -1,23 +1,54 @@
-# vexo_export_map(NAME DIR VERSION_NODE): builds a linker version script from
-# every DIR/*.syms file (one symbol per line, '#' comments) so that exactly the
-# listed symbols leave the shared object. Sets VEXO_MAP_<NAME>.
-function(vexo_export_map name dir node)
+# vexo_export_map(NAME DIR): builds a linker version script from DIR/nodes
+# (the version nodes, oldest first, one a line) and every DIR/*.syms file
+# (one symbol a line, '#' comments). A symbol belongs to the first node
+# unless a "[NODE]" line above it in its file names another; each node
+# inherits the one before it. Only the listed symbols leave the shared
+# object. Sets VEXO_MAP_<NAME>.
+function(vexo_export_map name dir)
+  file(STRINGS ${dir}/nodes node_lines)
+  set(nodes "")
+  foreach(l ${node_lines})
+    string(REGEX REPLACE "#.*" "" l "${l}")
+    string(STRIP "${l}" l)
+    if(NOT l STREQUAL "")
+      list(APPEND nodes ${l})
+      set(body_${l} "")
+    endif()
+  endforeach()
+  list(GET nodes 0 base)
   file(GLOB syms_files CONFIGURE_DEPENDS ${dir}/*.syms)
   list(SORT syms_files)
-  set(body "")
   foreach(f ${syms_files})
+    set(node ${base})
     file(STRINGS ${f} lines)
     foreach(l ${lines})
       string(REGEX REPLACE "#.*" "" l "${l}")
       string(STRIP "${l}" l)
-      if(NOT l STREQUAL "")
-        string(APPEND body "    ${l};\n")
+      if(l MATCHES "^\\[(.*)\\]$")
+        set(node ${CMAKE_MATCH_1})
+        if(NOT node IN_LIST nodes)
+          message(FATAL_ERROR "${f}: version node ${node} is not in ${dir}/nodes")
+        endif()
+      elseif(NOT l STREQUAL "")
+        string(APPEND body_${node} "    ${l};\n")
       endif()
     endforeach()
   endforeach()
+  set(script "")
+  set(parent "")
+  foreach(n ${nodes})
+    string(APPEND script "${n} {\n  global:\n${body_${n}}")
+    if(parent STREQUAL "")
+      string(APPEND script "  local:\n    *;\n};\n")
+    else()
+      string(APPEND script "} ${parent};\n")
+    endif()
+    set(parent ${n})
+  endforeach()
   set(map ${CMAKE_BINARY_DIR}/${name}.map)
-  file(WRITE ${map}.in "${node} {\n  global:\n${body}  local:\n    *;\n};\n")
+  file(WRITE ${map}.in "${script}")
   configure_file(${map}.in ${map} COPYONLY)
+  configure_file(${dir}/nodes ${map}.nodes COPYONLY) # reconfigure when the nodes change
   set(VEXO_MAP_${name} ${map} PARENT_SCOPE)
 endfunction()
 

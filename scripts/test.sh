@@ -34,6 +34,9 @@ VEXO_BUILD_TARGET=test_threads_tsan scripts/build.sh build-tsan -DCMAKE_BUILD_TY
 	-DVEXO_BENCH=OFF
 (cd build-tsan && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure --timeout 300) || status=1
 
+echo "== install, and a program built against the installed package =="
+tests/abi/install_consumer.sh build || status=1
+
 echo "== ASan/UBSan build =="
 scripts/build.sh build-asan -DCMAKE_BUILD_TYPE=Debug -DVEXO_SANITIZE=ON -DVEXO_BENCH=OFF
 (cd build-asan && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \

@@ -5,12 +5,8 @@
 #ifndef VEXOPLATFORM_DISK_MAP_H
 #define VEXOPLATFORM_DISK_MAP_H
 
-#include <vexohw/vexo_export.h>
+#include <vexoplatform/vexoexport.h>
 #include <vexoplatform/vexocore.h>
-
-#ifndef VEXOP_API
-#define VEXOP_API VEXO_API
-#endif
 
 VEXO_BEGIN_DECLS
 

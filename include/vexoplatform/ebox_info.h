@@ -40,11 +40,7 @@
 #ifndef VEXOPLATFORM_EBOX_INFO_H
 #define VEXOPLATFORM_EBOX_INFO_H
 
-#include <vexohw/vexo_export.h>
-
-#ifndef VEXOP_API
-#define VEXOP_API VEXO_API
-#endif
+#include <vexoplatform/vexoexport.h>
 
 VEXO_BEGIN_DECLS
 

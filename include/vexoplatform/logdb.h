@@ -27,11 +27,7 @@
 #ifndef VEXOPLATFORM_LOGDB_H
 #define VEXOPLATFORM_LOGDB_H
 
-#include <vexohw/vexo_export.h>
-
-#ifndef VEXOP_API
-#define VEXOP_API VEXO_API
-#endif
+#include <vexoplatform/vexoexport.h>
 
 VEXO_BEGIN_DECLS
 

@@ -18,11 +18,7 @@
 #ifndef VEXOPLATFORM_NVME_ADMIN_H
 #define VEXOPLATFORM_NVME_ADMIN_H
 
-#include <vexohw/vexo_export.h>
-
-#ifndef VEXOP_API
-#define VEXOP_API VEXO_API
-#endif
+#include <vexoplatform/vexoexport.h>
 
 VEXO_BEGIN_DECLS
 

@@ -32,11 +32,7 @@
 #ifndef VEXOPLATFORM_NVME_LOCATION_H
 #define VEXOPLATFORM_NVME_LOCATION_H
 
-#include <vexohw/vexo_export.h>
-
-#ifndef VEXOP_API
-#define VEXOP_API VEXO_API
-#endif
+#include <vexoplatform/vexoexport.h>
 
 VEXO_BEGIN_DECLS
 

@@ -9,7 +9,7 @@
  *
  * Return senses differ between calls and are stated for each one. Unless a
  * call says otherwise a failure records a code (VLIBCErrGet) from the table
- * in <vexohw/frame.h>, and outputs are written only on success.
+ * in <vexoplatform/vexoerr.h>, and outputs are written only on success.
  */
 #ifndef VEXOPLATFORM_VEXOCORE_H
 #define VEXOPLATFORM_VEXOCORE_H
@@ -17,11 +17,8 @@
 #include <stdio.h>
 #include <sys/stat.h>
 #include <sys/types.h>
-#include <vexohw/vexo_export.h>
-
-#ifndef VEXOP_API
-#define VEXOP_API VEXO_API
-#endif
+#include <vexoplatform/vexoerr.h>
+#include <vexoplatform/vexoexport.h>
 
 VEXO_BEGIN_DECLS
 

@@ -2,7 +2,7 @@
 #include <cstring>
 #include <iterator>
 
-#include <vexohw/frame.h>
+#include <vexoplatform/vexoerr.h>
 #include <vexoplatform/nvme_location.h>
 #include <vexoplatform/vexocore.h>
 

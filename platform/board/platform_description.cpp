@@ -5,7 +5,7 @@
 #include <json-c/json.h>
 #include <memory>
 
-#include <vexohw/frame.h>
+#include <vexoplatform/vexoerr.h>
 #include <vexoplatform/nvme_location.h>
 #include <vexoplatform/vexocore.h>
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include <vexohw/frame.h>
+#include <vexoplatform/vexoerr.h>
 #include <vexoplatform/ebox_info.h>
 #include <vexoplatform/vexocore.h>
 

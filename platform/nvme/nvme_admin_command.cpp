@@ -9,7 +9,7 @@
 #include <linux/nvme_ioctl.h>
 #include <sys/ioctl.h>
 
-#include <vexohw/frame.h>
+#include <vexoplatform/vexoerr.h>
 
 #include "frame/device.h"
 #include "frame/err.h"

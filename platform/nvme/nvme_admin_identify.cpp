@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include <vexohw/frame.h>
+#include <vexoplatform/vexoerr.h>
 #include <vexoplatform/nvme_admin.h>
 
 #include "frame/err.h"

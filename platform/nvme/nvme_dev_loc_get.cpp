@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include <vexohw/frame.h>
+#include <vexoplatform/vexoerr.h>
 #include <vexoplatform/nvme_location.h>
 #include <vexoplatform/vexocore.h>
 

@@ -36,9 +36,14 @@ int usage()
 	return 2;
 }
 
-// The drive emulator built beside this program: <build>/bin/vexosim and
-// <build>/sim/drive/libvexosim_drive.so.
-std::string bundledDriveBackend() { return vexosim::besideSelf("../sim/drive/libvexosim_drive.so"); }
+// The drive emulator that came with this program: in the build tree
+// <build>/sim/drive/libvexosim_drive.so beside <build>/bin/vexosim, once
+// installed <libdir>/vexosim/libvexosim_drive.so.
+std::string bundledDriveBackend()
+{
+	std::string built = vexosim::besideSelf("../sim/drive/libvexosim_drive.so");
+	return built.empty() ? vexosim::besideSelf(VEXOSIM_INSTALLED_DRIVE_BACKEND) : built;
+}
 
 int runIn(const std::string &dir, char **argv)
 {

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 #include <sys/stat.h>
+#include <vexohw/frame.h>
 
 #include "frame/err.h"
 #include "frame/sysroot.h"

@@ -3,6 +3,7 @@
 // that merely begins with a keyword finds it.
 #include <cstdio>
 #include <cstring>
+#include <vexohw/frame.h>
 
 #include "frame/err.h"
 #include "frame/text.h"

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vexohw/frame.h>
 
 #include "frame/err.h"
 #include "frame/priv.h"

@@ -2,6 +2,7 @@
 // no lock and writes in place; callers that share one serialise themselves.
 #include <cstdio>
 #include <sys/stat.h>
+#include <vexohw/frame.h>
 
 #include "frame/err.h"
 #include "frame/sysroot.h"

@@ -5,6 +5,7 @@
 #include <regex.h>
 #include <string>
 #include <vexohw/disk_probe.h>
+#include <vexohw/frame.h>
 #include <vexohw/smartctl.h>
 #include <vexoplatform/nvme_admin.h>
 

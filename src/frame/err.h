@@ -2,7 +2,7 @@
 // the place the outermost one that passed it on.
 #pragma once
 
-#include <vexohw/frame.h>
+#include <vexoplatform/vexoerr.h>
 #include <vexoplatform/vexocore.h>
 
 #include "frame/boundary.h"

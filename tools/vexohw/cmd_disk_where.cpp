@@ -8,11 +8,11 @@
 
 #include <vexohw/disk.h>
 #include <vexohw/disk_port.h>
+#include <vexohw/ext.h>
 #include <vexoplatform/vexocore.h>
 
 #include "cli.h"
 #include "disk_args.h"
-#include "frame/sysroot.h"
 
 using namespace vexo::cli;
 
@@ -75,7 +75,10 @@ bool where(const std::string &path, Value &r, std::string &why)
 std::vector<std::string> allDevices()
 {
 	std::vector<std::string> names;
-	if (DIR *d = vexo::sysroot::opendir("/sys/block")) {
+	char dir[4096];
+	if (VEXOExtSysrootPath("/sys/block", dir, sizeof(dir)) != 0)
+		return names;
+	if (DIR *d = ::opendir(dir)) {
 		while (dirent *e = ::readdir(d))
 			if (e->d_name[0] != '.')
 				names.push_back(std::string("/dev/") + e->d_name);

@@ -1,19 +1,18 @@
 // What a drive says about itself through the library's command interfaces:
 // its IDENTIFY page, its SMART data page and its power mode.
-#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
 #include <string>
 
 #include <vexohw/disk_port.h>
 #include <vexohw/disk_probe.h>
+#include <vexohw/disk_state.h>
+#include <vexohw/ext.h>
 #include <vexohw/smartctl.h>
 #include <vexoplatform/vexocore.h>
 
 #include "cli.h"
-#include "frame/device.h"
 
 using namespace vexo::cli;
 
@@ -30,12 +29,30 @@ const char *interfaceName(DriveCommandInterface f)
 	return "ata";
 }
 
+// A handle of the library's device layer: the command interfaces take it.
+class Handle {
+public:
+	Handle() = default;
+	Handle(const Handle &) = delete;
+	Handle &operator=(const Handle &) = delete;
+	~Handle()
+	{
+		if (h_ >= 0)
+			VEXOExtDeviceClose(h_);
+	}
+	void reset(int h) { h_ = h; }
+	int get() const { return h_; }
+
+private:
+	int h_ = -1;
+};
+
 // The drive named by the command's one argument, opened as the library's
 // callers open it.
 struct Target {
 	std::string path;
 	DriveCommandInterface iface = nullptr;
-	vexo::dev::Device dev;
+	Handle dev;
 };
 
 bool openTarget(Context &ctx, const char *verb, Target &t)
@@ -62,9 +79,9 @@ bool openTarget(Context &ctx, const char *verb, Target &t)
 		return false;
 	}
 	t.iface = VEXOSmartctlCommandInterfaceGet(path);
-	t.dev = vexo::dev::Device::open(path, O_RDONLY | O_NONBLOCK);
-	if (!t.dev) {
-		fail("drive %s: cannot open %s: %s", verb, path, std::strerror(errno));
+	t.dev.reset(VEXOIDiskRawOpen(path));
+	if (t.dev.get() < 0) {
+		fail("drive %s: cannot open %s (error 0x%04X)", verb, path, VLIBCErrGet());
 		return false;
 	}
 	return true;
@@ -100,7 +117,7 @@ int driveIdentify(Context &ctx)
 		return fail("drive identify: %s is a SCSI drive: it has no IDENTIFY page", t.path.c_str());
 	unsigned char p[512] = {};
 	// As the library reads it: IDENTIFY, and only if that fails IDENTIFY PACKET.
-	if (t.iface(t.dev.handle(), CMD_IDENTIFY, p) != 0 && t.iface(t.dev.handle(), CMD_PACKET_IDENTIFY, p) != 0)
+	if (t.iface(t.dev.get(), CMD_IDENTIFY, p) != 0 && t.iface(t.dev.get(), CMD_PACKET_IDENTIFY, p) != 0)
 		return fail("drive identify: %s does not answer IDENTIFY (error 0x%04X)", t.path.c_str(), VLIBCErrGet());
 
 	unsigned long long sectors = 0;
@@ -150,7 +167,7 @@ int driveSmartPage(Context &ctx)
 	if (SmartDataRead(t.path.c_str(), v, nullptr) != 0)
 		return fail("drive smart-page: %s does not answer SMART READ DATA (error 0x%04X)", t.path.c_str(),
 			    VLIBCErrGet());
-	bool haveThresholds = t.iface(t.dev.handle(), CMD_SMART_READ_THRESHOLDS, th) == 0 && VEXOSmartChecksum(th) == 0;
+	bool haveThresholds = t.iface(t.dev.get(), CMD_SMART_READ_THRESHOLDS, th) == 0 && VEXOSmartChecksum(th) == 0;
 
 	Value attrs = Value::list();
 	for (int slot = 0; slot < 30; ++slot) {
@@ -227,7 +244,7 @@ int drivePower(Context &ctx)
 		// SCSI drives have no power mode query that leaves them asleep;
 		// TEST UNIT READY tells a stopped drive from a spinning one.
 		unsigned char status = 0;
-		if (t.iface(t.dev.handle(), SCSI_TEST_UNIT_READY, &status) != 0)
+		if (t.iface(t.dev.get(), SCSI_TEST_UNIT_READY, &status) != 0)
 			return fail("drive power: %s does not answer TEST UNIT READY", t.path.c_str());
 		r.set("scsi_status", static_cast<int>(status));
 		r.set("power_mode", status == 0 ? "active" : "stopped or not ready");
@@ -235,7 +252,7 @@ int drivePower(Context &ctx)
 		return 0;
 	}
 	unsigned char mode[512] = {0xFF};
-	if (t.iface(t.dev.handle(), CMD_CHECK_POWER_MODE, mode) != 0)
+	if (t.iface(t.dev.get(), CMD_CHECK_POWER_MODE, mode) != 0)
 		return fail("drive power: %s does not answer CHECK POWER MODE (error 0x%04X)", t.path.c_str(),
 			    VLIBCErrGet());
 	char hex[8];

@@ -1,12 +1,11 @@
 // Status keyword tables and the per-disk value cache.
 #include <algorithm>
 #include <dirent.h>
+#include <vexohw/ext.h>
 #include <vexohw/frame.h>
 #include <vexoplatform/vexocore.h>
 
 #include "cli.h"
-#include "frame/cache_keys.h"
-#include "frame/sysroot.h"
 
 using namespace vexo::cli;
 
@@ -68,13 +67,11 @@ int statusLookup(Context &ctx)
 std::vector<std::string> diskNames()
 {
 	std::vector<std::string> names;
-	if (DIR *d = vexo::sysroot::opendir(vexo::cache::kDisksDir)) {
-		while (dirent *e = ::readdir(d))
-			if (e->d_name[0] != '.')
-				names.push_back(e->d_name);
-		::closedir(d);
-	}
-	std::sort(names.begin(), names.end());
+	PVLIBSZLIST list = VLIBCSzListAlloc(16);
+	if (list && VEXOExtCacheDiskListGet(&list) > 0)
+		for (int i = 0; i < list->nItem; ++i)
+			names.push_back(list->ppszItem[i]);
+	VLIBCSzListFree(list);
 	return names;
 }
 
@@ -85,22 +82,23 @@ Value cacheOf(const std::string &name)
 	Value r = Value::object();
 	r.set("disk", name);
 	Value values = Value::object();
-	for (const auto &k : vexo::cache::kKeys) {
-		std::string key(k.name);
-		switch (k.type) {
-		case vexo::cache::KeyType::Int: {
+	int type;
+	for (int i = 0; const char *k = VEXOExtCacheKeyGet(i, &type); ++i) {
+		const std::string key(k);
+		switch (type) {
+		case VEXO_EXT_CACHE_INT: {
 			int v;
 			if (VEXODiskGetIntValueCacheFile(dev.c_str(), key.c_str(), &v) == 0)
 				values.set(key, v);
 			break;
 		}
-		case vexo::cache::KeyType::LLInt: {
+		case VEXO_EXT_CACHE_LLINT: {
 			long long v;
 			if (VEXODiskGetLLIntValueCacheFile(dev.c_str(), key.c_str(), &v) == 0)
 				values.set(key, v);
 			break;
 		}
-		case vexo::cache::KeyType::Str: {
+		case VEXO_EXT_CACHE_STR: {
 			char v[256];
 			if (VEXODiskGetStrValueCacheFile(dev.c_str(), key.c_str(), v, sizeof(v)) == 0)
 				values.set(key, v);

@@ -15,6 +15,7 @@
 #include <vexohw/disk_port.h>
 #include <vexohw/disk_probe.h>
 #include <vexohw/disk_state.h>
+#include <vexohw/ext.h>
 #include <vexohw/frame.h>
 #include <vexohw/smart_info.h>
 #include <vexohw/smart_serial.h>
@@ -23,10 +24,6 @@
 #include <vexoplatform/vexocore.h>
 
 #include "cli.h"
-#include "disk/disk_info_walk.h"
-#include "disk/disk_model_whole.h"
-#include "disk/disk_probe_name.h"
-#include "frame/sysroot.h"
 
 using namespace vexo::cli;
 
@@ -181,10 +178,11 @@ struct Extra {
 Extra extraOf(const DiskInfo &d, const char *recordFrom, int ssd)
 {
 	Extra x;
-	std::string name = vexo::disk::physicalName(vexo::disk::shortName(d.path));
-	vexo::disk::ModelSource ms = vexo::disk::wholeModel(name.c_str(), d.model, x.model);
-	x.modelFrom = ms == vexo::disk::ModelSource::Record ? recordFrom : vexo::disk::modelSourceName(ms);
 	char b[256] = "";
+	const char *from = "record";
+	x.model = VEXOExtDiskWholeModelGet(d.path, d.model, b, sizeof(b), &from) == 0 ? b : d.model;
+	x.modelFrom = std::strcmp(from, "record") == 0 ? recordFrom : from;
+	b[0] = '\0';
 	if (VEXODiskGetStrValueCacheFile(d.path, "vendor", b, sizeof(b)) == 0 && b[0]) {
 		x.vendor = b;
 		x.vendorFrom = "cache";
@@ -204,9 +202,8 @@ Extra extraOf(const DiskInfo &d, const char *recordFrom, int ssd)
 		x.serial = VEXODiskGetSerialForUi(d.path, sn, sizeof(sn)) == 0 ? sn : "";
 		x.serialFrom = "drive_stored_serial";
 	}
-	std::string list = "/run/vexostorage/disks/" + name + "/smart_info_list.cache";
-	struct stat st {};
-	x.smartFrom = vexo::sysroot::stat(list.c_str(), &st) == 0 ? "cache" : "smartctl";
+	long long age = 0, maxAge = 0;
+	x.smartFrom = VEXOExtSmartInfoCacheAge(d.path, &age, &maxAge) >= 0 ? "cache" : "smartctl";
 	return x;
 }
 
@@ -214,9 +211,9 @@ Value textOrNull(const std::string &s) { return s.empty() ? Value() : Value(s); 
 
 // One disk. A table adds texts for people; JSON keeps only numbers with
 // their units in the field names, and says where each value came from.
-Value row(const DiskInfo &d, bool forTable, vexo::disk::Source used)
+Value row(const DiskInfo &d, bool forTable, int used)
 {
-	const bool snap = used == vexo::disk::Source::Snapshot;
+	const bool snap = used == VEXO_EXT_DISK_SOURCE_SNAPSHOT;
 	const char *recordFrom = snap ? "snapshot" : "sysfs";
 	int ssd = VEXODiskIsSSD(d.path);
 	Extra x = extraOf(d, recordFrom, ssd);
@@ -270,16 +267,17 @@ Value row(const DiskInfo &d, bool forTable, vexo::disk::Source used)
 int listFailed()
 {
 	int code = VLIBCErrGet();
+	char conf[4096];
 	struct stat st {};
-	if (vexo::sysroot::stat("/etc.defaults/vexoinfo.conf", &st) != 0)
+	if (VEXOExtSysrootPath("/etc.defaults/vexoinfo.conf", conf, sizeof(conf)) != 0 || ::stat(conf, &st) != 0)
 		return fail("no port map in /etc.defaults/vexoinfo.conf: this is not a VOS appliance (or --sysroot names "
 			    "none), so no disk has a place to be listed in");
 	return fail("could not list the disks (error 0x%04X; --verbose tells more)", code);
 }
 
-const char *sourceName(vexo::disk::Source s)
+const char *sourceName(int source)
 {
-	return s == vexo::disk::Source::Snapshot ? "snapshot" : "walk";
+	return source == VEXO_EXT_DISK_SOURCE_SNAPSHOT ? "snapshot" : "walk";
 }
 
 int overview(Context &ctx)
@@ -289,31 +287,19 @@ int overview(Context &ctx)
 	int32_t mask = kAllContainers;
 	DiskEnumFilter filter{&mask};
 	DiskList disks;
-	vexo::disk::Source used = vexo::disk::Source::Walk;
-	int n;
-	if (ctx.has("walk")) {
-		n = vexo::disk::walkSystem(&filter, &disks.head);
-		if (n < 0)
+	int source = VEXO_EXT_DISK_SOURCE_ANY;
+	if (ctx.has("walk"))
+		source = VEXO_EXT_DISK_SOURCE_WALK;
+	else if (ctx.has("snapshot"))
+		source = VEXO_EXT_DISK_SOURCE_SNAPSHOT;
+	int used = source;
+	if (VEXOExtDiskInfoEnumFrom(&filter, source, &disks.head, &used) < 0) {
+		if (source != VEXO_EXT_DISK_SOURCE_SNAPSHOT)
 			return listFailed();
-	} else if (ctx.has("snapshot")) {
-		used = vexo::disk::Source::Snapshot;
-		switch (vexo::disk::readSnapshot(&filter, &disks.head, &n)) {
-		case vexo::disk::SnapshotRead::Listed:
-			break;
-		case vexo::disk::SnapshotRead::Missing:
+		if (VLIBCErrGet() == VEXO_ERR_NOENT)
 			return fail("no snapshot at %s (the platform daemon writes it; so does 'vexohw snapshot write')",
 				    VEXO_DISK_SNAPSHOT);
-		case vexo::disk::SnapshotRead::Empty:
-		case vexo::disk::SnapshotRead::NoMatch:
-			n = 0;
-			break;
-		case vexo::disk::SnapshotRead::Failed:
-			return fail("could not read %s (error 0x%04X)", VEXO_DISK_SNAPSHOT, VLIBCErrGet());
-		}
-	} else {
-		n = vexo::disk::collect(&filter, &disks.head, &used);
-		if (n < 0)
-			return listFailed();
+		return fail("could not read %s (error 0x%04X)", VEXO_DISK_SNAPSHOT, VLIBCErrGet());
 	}
 	std::vector<const DiskInfo *> sorted;
 	for (const DiskListNode *c = disks.head; c; c = c->next)
@@ -353,7 +339,7 @@ int overview(Context &ctx)
 	VLIBCINFOGetKeyValue("upnpmodelname", model, sizeof(model));
 	std::string title = std::string(model[0] ? model : "this system") + ": " + std::to_string(sorted.size()) +
 			    (sorted.size() == 1 ? " disk, " : " disks, ") + humanBytes(total) + " in all (" +
-			    (used == vexo::disk::Source::Snapshot ? "from the snapshot " VEXO_DISK_SNAPSHOT
+			    (used == VEXO_EXT_DISK_SOURCE_SNAPSHOT ? "from the snapshot " VEXO_DISK_SNAPSHOT
 								  : "from a walk of /sys") +
 			    ")";
 	printTable(ctx, rows,
@@ -432,8 +418,11 @@ int snapshotWrite(Context &ctx)
 		return listFailed(); // nothing written: the old snapshot, if any, stays
 	if (rc > 0)
 		return fail("found %d disks but could not write %s; the old snapshot stays", rc, VEXO_DISK_SNAPSHOT);
+	char snapshot[4096];
 	struct stat st {};
-	long long entries = vexo::sysroot::stat(VEXO_DISK_SNAPSHOT, &st) == 0 ? st.st_size / VEXO_DISK_SNAPSHOT_ENTRY_SIZE : -1;
+	long long entries = VEXOExtSysrootPath(VEXO_DISK_SNAPSHOT, snapshot, sizeof(snapshot)) == 0 && ::stat(snapshot, &st) == 0
+				    ? st.st_size / VEXO_DISK_SNAPSHOT_ENTRY_SIZE
+				    : -1;
 	Value r = Value::object();
 	r.set("snapshot", VEXO_DISK_SNAPSHOT);
 	r.set("disk_count", entries);

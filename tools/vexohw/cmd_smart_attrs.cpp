@@ -1,12 +1,13 @@
 // SMART attribute lists: the live list of a disk and its cached copy.
 #include <cstdio>
+#include <memory>
 #include <string>
+#include <vexohw/ext.h>
 #include <vexohw/frame.h>
 #include <vexohw/smart_info.h>
 #include <vexoplatform/vexocore.h>
 
 #include "cli.h"
-#include "smartctl/smart_info_list.h"
 
 using namespace vexo::cli;
 
@@ -44,6 +45,11 @@ const std::vector<Column> kColumns = {{"id", "ID#"},         {"name", "ATTRIBUTE
 				      {"worst", "WORST"},    {"threshold", "THRESH"},    {"raw", "RAW_VALUE"},
 				      {"status_text", "STATUS"}};
 
+struct ListFree {
+	void operator()(SmartInfoEntry *l) const { VEXODiskSmartInfoFree(l); }
+};
+using UniqueList = std::unique_ptr<SmartInfoEntry, ListFree>;
+
 // "sda" or "/dev/sda" -> "/dev/sda"
 std::string devicePath(const std::string &disk) { return disk.rfind("/dev/", 0) == 0 ? disk : "/dev/" + disk; }
 
@@ -61,7 +67,7 @@ int smartAttrs(Context &ctx)
 			return fail("%s: attribute lists of NVMe disks are not available", path.c_str());
 		return fail("cannot read the SMART attributes of %s (error 0x%04X)", path.c_str(), code);
 	}
-	vexo::smart::UniqueList owned(list);
+	UniqueList owned(list);
 	printTable(ctx, attributes(list), kColumns, path.c_str());
 	return 0;
 }
@@ -77,16 +83,16 @@ int smartCache(Context &ctx)
 	SmartInfoEntry *list = nullptr;
 	if (SmartInfoCacheGet(name.c_str(), &list) != 0)
 		return fail("no cached SMART attribute list for %s (error 0x%04X)", path.c_str(), VLIBCErrGet());
-	vexo::smart::UniqueList owned(list);
+	UniqueList owned(list);
 
-	long long stamp = 0;
-	const bool stamped = VEXODiskGetLLIntValueCacheFile(path.c_str(), vexo::smart::kCacheStamp, &stamp) == 0;
-	const long long now = vexo::smart::coarseMonotonicSeconds();
+	long long age = 0, maxAge = 0;
+	const int fresh = VEXOExtSmartInfoCacheAge(path.c_str(), &age, &maxAge);
+	const bool stamped = fresh >= 0;
 	Value r = Value::object();
 	r.set("disk", path);
-	r.set("age_s", stamped ? Value(now - stamp) : Value());
-	r.set("max_age_s", vexo::smart::kCacheMaxAgeSeconds);
-	r.set("fresh", stamped && vexo::smart::cacheFresh(stamp, now));
+	r.set("age_s", stamped ? Value(age) : Value());
+	r.set("max_age_s", stamped ? Value(maxAge) : Value());
+	r.set("fresh", fresh == 1);
 	r.set("attributes", attributes(list));
 	if (ctx.json) {
 		std::printf("%s\n", r.json().c_str());
@@ -94,8 +100,7 @@ int smartCache(Context &ctx)
 	}
 	std::string title = path + ": cached list, ";
 	if (stamped)
-		title += std::to_string(now - stamp) + " s old (" +
-			 (vexo::smart::cacheFresh(stamp, now) ? "fresh" : "stale, the next read runs smartctl") + ")";
+		title += std::to_string(age) + " s old (" + (fresh == 1 ? "fresh" : "stale, the next read runs smartctl") + ")";
 	else
 		title += "no time stamp (stale, the next read runs smartctl)";
 	printTable(ctx, *r.get("attributes"), kColumns, title.c_str());
