@@ -1,11 +1,11 @@
 // Can the two update servers be reached, and how long did each take.
+#include <chrono>
 #include <string>
 #include <vexohw/frame.h>
 #include <vexohw/misc.h>
 #include <vexoplatform/vexocore.h>
 
 #include "cli.h"
-#include "frame/clock.h"
 
 using namespace vexo::cli;
 
@@ -39,9 +39,9 @@ Value probe(const char *name, const std::string &url, int insecure, bool &reacha
 	char *buf = nullptr;
 	int size = 0;
 	VLIBCErrClear();
-	long long start = vexo::clock::monotonicMs();
+	const auto start = std::chrono::steady_clock::now();
 	int rc = VEXODiskMiscCurlToBuffer(url.c_str(), &buf, &size, insecure);
-	long long ms = vexo::clock::monotonicMs() - start;
+	long long ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
 	int err = VLIBCErrGet();
 	std::free(buf);
 	Value r = Value::object();
