@@ -8,6 +8,7 @@
 #ifndef VEXOHW_MISC_H
 #define VEXOHW_MISC_H
 
+/* pthread_spinlock_t: POSIX.1-2001 (_POSIX_C_SOURCE >= 200112L). */
 #include <pthread.h>
 #include <stdint.h>
 #include <vexohw/vexo_export.h>

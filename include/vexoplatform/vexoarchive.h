@@ -42,7 +42,7 @@
 #ifndef VEXOPLATFORM_VEXOARCHIVE_H
 #define VEXOPLATFORM_VEXOARCHIVE_H
 
-#include <vexohw/vexo_export.h>
+#include <vexoplatform/vexoexport.h>
 
 #ifndef VEXOP_API
 #define VEXOP_API VEXO_API

@@ -32,6 +32,7 @@ int32_t json_object_get_int(const struct json_object *o) { VEXO_LAZY_CALL(jsonc(
 int64_t json_object_get_int64(const struct json_object *o) { VEXO_LAZY_CALL(jsonc(), json_object_get_int64, 0, o); }
 struct json_object *json_object_new_string(const char *s) { VEXO_LAZY_CALL(jsonc(), json_object_new_string, nullptr, s); }
 const char *json_object_get_string(struct json_object *o) { VEXO_LAZY_CALL(jsonc(), json_object_get_string, nullptr, o); }
+int json_object_get_string_len(const struct json_object *o) { VEXO_LAZY_CALL(jsonc(), json_object_get_string_len, 0, o); }
 size_t json_tokener_get_parse_end(struct json_tokener *t) { VEXO_LAZY_CALL(jsonc(), json_tokener_get_parse_end, 0, t); }
 enum json_tokener_error json_tokener_get_error(struct json_tokener *t)
 {

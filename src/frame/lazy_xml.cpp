@@ -3,6 +3,7 @@
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 #include <libxml/xmlstring.h>
+#include <libxml/xpath.h>
 
 #include "frame/lazy_lib.h"
 
@@ -33,6 +34,26 @@ xmlDocPtr xmlReadFile(const char *url, const char *encoding, int options)
 xmlNodePtr xmlDocGetRootElement(const xmlDoc *doc)
 {
 	VEXO_LAZY_CALL(libxml2(), xmlDocGetRootElement, nullptr, doc);
+}
+
+xmlDocPtr xmlReadMemory(const char *buffer, int size, const char *url, const char *encoding, int options)
+{
+	VEXO_LAZY_CALL(libxml2(), xmlReadMemory, nullptr, buffer, size, url, encoding, options);
+}
+
+xmlXPathContextPtr xmlXPathNewContext(xmlDocPtr doc)
+{
+	VEXO_LAZY_CALL(libxml2(), xmlXPathNewContext, nullptr, doc);
+}
+
+xmlXPathObjectPtr xmlXPathEvalExpression(const xmlChar *expr, xmlXPathContextPtr ctx)
+{
+	VEXO_LAZY_CALL(libxml2(), xmlXPathEvalExpression, nullptr, expr, ctx);
+}
+
+void xmlXPathFreeObject(xmlXPathObjectPtr obj)
+{
+	VEXO_LAZY_CALL(libxml2(), xmlXPathFreeObject, , obj);
 }
 
 void xmlFreeDoc(xmlDocPtr doc)

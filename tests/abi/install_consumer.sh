@@ -11,7 +11,7 @@ tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
 prefix=$tmp/prefix
 cc=${CC:-cc}
-strict="-std=c99 -pedantic -Werror -Wall -Wextra"
+strict="-std=c99 -D_POSIX_C_SOURCE=200809L -pedantic -Werror -Wall -Wextra"
 
 cmake --install "$build" --prefix "$prefix" >"$tmp/install.log"
 pc=$(dirname "$(find "$prefix" -name libvexohw.pc)")
