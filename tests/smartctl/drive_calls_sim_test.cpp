@@ -14,7 +14,7 @@ using namespace vexo::test;
 namespace {
 
 const bool kBackend = installDriveEmulator();
-const std::string kHosts = "/sys/devices/pci0/ata1/host0/scsi_host";
+const std::string kHosts = "/sys/devices/pci0000:00/0000:00:17.0/ata1/host0/scsi_host";
 
 class DriveCalls : public DriveSim {
 protected:

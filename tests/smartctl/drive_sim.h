@@ -3,13 +3,14 @@
 // emulator's command log.
 #pragma once
 
+#include <algorithm>
 #include <fcntl.h>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "frame/device.h"
-#include "support/vexotest.h"
+#include "support/disk_layout.h"
 
 namespace vexo::test {
 
@@ -51,6 +52,24 @@ protected:
 				out.push_back(l);
 		return out;
 	}
+	// The commands `name` received since the last check, against `want` in
+	// order: each entry must begin the next command of the log. A command
+	// past the list fails, and so does an entry never reached. The log is
+	// consumed: the next check starts after it.
+	void expectSent(const std::string &name, const std::vector<std::string> &want)
+	{
+		auto got = commands(name);
+		for (size_t i = 0; i < std::max(got.size(), want.size()); ++i) {
+			if (i >= got.size())
+				ADD_FAILURE() << name << ": expected command never sent: " << want[i];
+			else if (i >= want.size())
+				ADD_FAILURE() << name << ": unexpected command: " << got[i];
+			else if (got[i].rfind(want[i], 0) != 0)
+				ADD_FAILURE() << name << ": command " << i + 1 << " is \"" << got[i] << "\", expected \""
+					      << want[i] << "\"";
+		}
+		clearCommands(name);
+	}
 	std::string last(const std::string &name) const
 	{
 		auto c = commands(name);
@@ -75,12 +94,7 @@ protected:
 	// /sys/block/<name> under a SCSI host served by `driver`.
 	void host(const std::string &name, const std::string &driver)
 	{
-		std::string dev = "/sys/devices/pci0/ata1/host0/target0:0:0/0:0:0:0";
-		root.mkdirs(dev + "/block/" + name);
-		root.write("/sys/devices/pci0/ata1/host0/scsi_host/host0/proc_name", driver + "\n");
-		root.mkdirs("/sys/block");
-		root.symlink("../devices/pci0/ata1/host0/target0:0:0/0:0:0:0/block/" + name, "/sys/block/" + name);
-		root.symlink("../../../0:0:0:0", dev + "/block/" + name + "/device");
+		DiskLayout(root).sata(name, 1, "0000:00:17.0", 1953525168ULL, driver);
 	}
 
 	Sysroot root;
