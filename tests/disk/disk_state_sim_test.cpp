@@ -2,8 +2,6 @@
 // devices, SATA detection, raw open, action entries, SCT support through
 // sg_sat_identify, and the mask_serial repair with its lock.
 #include <chrono>
-#include <fstream>
-#include <sstream>
 #include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -14,20 +12,13 @@
 
 #include "frame/device.h"
 #include "smartctl/sim_disk.h"
+#include "smartctl/smart_util.h"
 
 using namespace vexo::test;
 
 namespace {
 
 const bool kBackend = installDriveEmulator();
-
-std::string capture(const std::string &name)
-{
-	std::ifstream in(sourceDir() + "/tests/smartctl/data/" + name);
-	std::stringstream s;
-	s << in.rdbuf();
-	return s.str();
-}
 
 class DiskState : public SimDisk {
 protected:
