@@ -1,5 +1,7 @@
 #include "build.h"
 
+#include "sysfs.h"
+
 #include <climits>
 #include <cstdio>
 #include <json-c/json.h>
@@ -13,12 +15,10 @@ namespace vexosim {
 
 namespace {
 
-const char *kPciRoot = "/sys/devices/pci0000:00";
 // On-board controllers of the simulated main board.
 const char *kBayAhci = "0000:00:17.0";
 const char *kEsataAhci = "0000:00:18.0";
 const char *kSysAhci = "0000:00:12.0";
-const char *kUsbXhci = "0000:00:14.0";
 
 std::string quoted(const KeyValues &kv)
 {
@@ -28,59 +28,9 @@ std::string quoted(const KeyValues &kv)
 	return out;
 }
 
-// The value the sd driver gives a name's letters: sda 0, sdz 25, sdaa 26.
-int sdIndex(const std::string &name)
-{
-	int v = -1;
-	for (size_t i = 2; i < name.size(); ++i)
-		v = (v + 1) * 26 + (name[i] - 'a');
-	return v;
-}
-
-std::string pad(const std::string &s, size_t width)
-{
-	return s.size() >= width ? s : s + std::string(width - s.size(), ' ');
-}
-
-// VPD page 0x89 (ATA Information) as libata serves it for an ATA disk: a
-// 60-byte header, then the IDENTIFY DEVICE data, of which the identity
-// strings (big-endian words) are filled in here.
-std::string ataInformationPage(const Device &d)
-{
-	std::string page(60 + 512, '\0');
-	page[1] = static_cast<char>(0x89);
-	page[2] = 0x02;
-	page[3] = 0x38;
-	page.replace(8, 8, "linux   ");
-	page.replace(16, 16, "libata          ");
-	page[56] = static_cast<char>(0xEC);
-	auto put = [&](int word, int words, const std::string &text) {
-		std::string t = pad(text.substr(0, static_cast<std::size_t>(words) * 2), static_cast<std::size_t>(words) * 2);
-		for (int i = 0; i < words * 2; i += 2) {
-			page[60 + word * 2 + i] = t[i + 1];
-			page[60 + word * 2 + i + 1] = t[i];
-		}
-	};
-	put(10, 10, d.serial);
-	put(23, 4, d.firmware);
-	put(27, 20, d.model);
-	return page;
-}
-
-// What an ATA disk shows as its SCSI revision: the last four characters of
-// its firmware text, or the first four when those are blank.
-std::string scsiRev(const Device &d)
-{
-	if (d.protocol != "ata")
-		return d.firmware.substr(0, 4);
-	std::string fw = pad(d.firmware, 8).substr(0, 8);
-	std::string tail = fw.substr(4, 4);
-	return tail == "    " ? fw.substr(0, 4) : tail;
-}
-
 class Builder {
 public:
-	Builder(const Box &box, Tree &tree) : box_(box), tree_(tree) {}
+	Builder(const Box &box, Tree &tree) : box_(box), tree_(tree), sysfs_(tree) {}
 
 	void run()
 	{
@@ -90,7 +40,7 @@ public:
 		systemDevices();
 		pciSlots();
 		usbDevices();
-		tree_.file("/proc/partitions", partitions_);
+		tree_.file("/proc/partitions", sysfs_.partitions());
 		tree_.file("/etc.defaults/vexoplatform.json", platform());
 		for (const auto &d : box_.devices) {
 			tree_.file("/dev/" + d.name, driveNode(d));
@@ -168,111 +118,18 @@ private:
 	}
 
 	// An ATA port with its SCSI host, as libata registers them under a
-	// controller. Returns the host directory.
+	// controller, numbered in the order the kernel finds them. Returns the
+	// host directory.
 	std::string ataHost(const std::string &controller, int portNo, const std::string &procName,
 			    const std::string &transName, const KeyValues *pmInfo, int &hostNo)
 	{
-		int ata = nextAta_++;
 		hostNo = nextHost_++;
-		std::string ataName = "ata" + std::to_string(ata);
-		std::string ataDir = controller + "/" + ataName;
-		tree_.file(ataDir + "/ata_port/" + ataName + "/port_no", std::to_string(portNo) + "\n");
-		tree_.link("/sys/class/ata_port/" + ataName, ataDir + "/ata_port/" + ataName);
-		std::string host = "host" + std::to_string(hostNo);
-		std::string hostDir = ataDir + "/" + host;
-		std::string sh = hostDir + "/scsi_host/" + host;
-		tree_.file(sh + "/proc_name", procName + "\n");
-		tree_.file(sh + "/vexo_diskname_trans", transName + "\n");
-		tree_.file(sh + "/vexo_pm_info", pmInfo ? quoted(*pmInfo) : "vexo_device_list=\"\"\n");
-		tree_.link("/sys/class/scsi_host/" + host, sh);
-		return hostDir;
+		return sysfs_.ataHost(controller, nextAta_++, hostNo, portNo, procName, transName, pmInfo);
 	}
 
-	std::string usbHost(int port, const std::string &procName, int &hostNo)
-	{
-		hostNo = nextHost_++;
-		std::string p = "2-" + std::to_string(port);
-		std::string host = "host" + std::to_string(hostNo);
-		std::string hostDir = std::string(kPciRoot) + "/" + kUsbXhci + "/usb2/" + p + "/" + p + ":1.0/" + host;
-		std::string sh = hostDir + "/scsi_host/" + host;
-		tree_.file(sh + "/proc_name", procName + "\n");
-		tree_.link("/sys/class/scsi_host/" + host, sh);
-		return hostDir;
-	}
-
-	// A SCSI disk on a host: the device directory with its inquiry texts
-	// and generic node, then the block device.
 	void scsiDisk(const std::string &hostDir, int hostNo, int channel, const Device &d)
 	{
-		std::string addr = std::to_string(hostNo) + ":" + std::to_string(channel) + ":0";
-		std::string sdev = hostDir + "/target" + addr + "/" + addr + ":0";
-		// The kernel shows the 16-byte product field of INQUIRY, padded;
-		// for an ATA disk that is the start of its model.
-		tree_.file(sdev + "/model", pad(d.model.substr(0, 16), 16) + "\n");
-		tree_.file(sdev + "/vendor", pad(d.vendor, 8) + "\n");
-		if (d.protocol == "ata")
-			tree_.file(sdev + "/vpd_pg89", ataInformationPage(d));
-		tree_.file(sdev + "/rev", scsiRev(d) + "\n");
-		tree_.file(sdev + "/state", "running\n");
-		tree_.file(sdev + "/type", "0\n");
-		std::string sg = "sg" + std::to_string(nextSg_);
-		tree_.file(sdev + "/scsi_generic/" + sg + "/dev", "21:" + std::to_string(nextSg_) + "\n");
-		tree_.link("/sys/class/scsi_generic/" + sg, sdev + "/scsi_generic/" + sg);
-		++nextSg_;
-		blockDevice(sdev + "/block/" + d.name, sdev, d);
-	}
-
-	void blockDevice(const std::string &blk, const std::string &deviceLink, const Device &d)
-	{
-		auto [major, minor] = devNumber(d);
-		uint64_t sectors = d.sizeBytes / 512;
-		tree_.file(blk + "/size", std::to_string(sectors) + "\n");
-		tree_.file(blk + "/dev", std::to_string(major) + ":" + std::to_string(minor) + "\n");
-		tree_.file(blk + "/ro", "0\n");
-		tree_.file(blk + "/removable", d.where == Where::Usb ? "1\n" : "0\n");
-		tree_.file(blk + "/queue/rotational", d.rotationRate == 1 ? "0\n" : "1\n");
-		tree_.file(blk + "/queue/logical_block_size", std::to_string(d.logicalBlockSize) + "\n");
-		tree_.file(blk + "/queue/hw_sector_size", std::to_string(d.logicalBlockSize) + "\n");
-		tree_.link(blk + "/device", deviceLink);
-		tree_.link("/sys/block/" + d.name, blk);
-		// The kernel's index by device number, which lsblk and udev go by.
-		tree_.link("/sys/dev/block/" + std::to_string(major) + ":" + std::to_string(minor), blk);
-		partitionLine(major, minor, sectors / 2, d.name);
-		bool pStyle = d.name.compare(0, 2, "sd") != 0;
-		for (const auto &p : d.partitions) {
-			std::string pname = d.name + (pStyle ? "p" : "") + std::to_string(p.number);
-			int pminor = major == 259 ? nextExtMinor_++ : minor + p.number;
-			std::string pd = blk + "/" + pname;
-			tree_.file(pd + "/partition", std::to_string(p.number) + "\n");
-			tree_.file(pd + "/start", std::to_string(p.startSector) + "\n");
-			tree_.file(pd + "/size", std::to_string(p.sizeBytes / 512) + "\n");
-			tree_.file(pd + "/dev", std::to_string(major) + ":" + std::to_string(pminor) + "\n");
-			tree_.link("/sys/dev/block/" + std::to_string(major) + ":" + std::to_string(pminor), pd);
-			partitionLine(major, pminor, p.sizeBytes / 1024, pname);
-		}
-	}
-
-	// The sd driver's numbers: 16 majors of 16 disks each, and past 256
-	// disks the same majors with the index's high bits in the extended minor
-	// (minor 256 and up: sdiw is 8:256). The shift by 12 belongs to the
-	// packed device number, not to the minor.
-	std::pair<int, int> devNumber(const Device &d)
-	{
-		if (d.name.compare(0, 2, "sd") == 0) {
-			int i = sdIndex(d.name);
-			int group = (i & 0xf0) >> 4;
-			int major = group == 0 ? 8 : group < 8 ? 64 + group : 128 + group - 8;
-			return {major, ((i & 0xf) << 4) | (i & 0xfff00)};
-		}
-		return {259, nextExtMinor_++};
-	}
-
-	void partitionLine(int major, int minor, uint64_t kib, const std::string &name)
-	{
-		char line[128];
-		std::snprintf(line, sizeof line, "%4d  %7d %10llu %s\n", major, minor, (unsigned long long)kib,
-			      name.c_str());
-		partitions_ += line;
+		sysfs_.scsiDisk(hostDir, hostNo, channel, nextSg_++, d);
 	}
 
 	void bays()
@@ -359,7 +216,7 @@ private:
 					continue;
 				if (d->protocol == "nvme") {
 					std::string ep = up + "/" + busAddr(down, pos - 1) + "/" + busAddr(nextBus_++, 0);
-					nvmeDisk(ep, *d);
+					sysfs_.nvmeDisk(ep, *d);
 				} else {
 					if (ahci.empty())
 						ahci = up + "/" + busAddr(down, 31) + "/" + busAddr(nextBus_++, 0);
@@ -371,30 +228,12 @@ private:
 		}
 	}
 
-	void nvmeDisk(const std::string &endpoint, const Device &d)
-	{
-		unsigned n = 0;
-		std::sscanf(d.name.c_str(), "nvme%u", &n);
-		std::string ctrlName = "nvme" + std::to_string(n);
-		std::string ctrl = endpoint + "/nvme/" + ctrlName;
-		tree_.file(ctrl + "/model", pad(d.model, 40) + "\n");
-		tree_.file(ctrl + "/serial", pad(d.serial, 20) + "\n");
-		tree_.file(ctrl + "/firmware_rev", pad(d.firmware, 8) + "\n");
-		tree_.file(ctrl + "/transport", "pcie\n");
-		tree_.file(ctrl + "/state", "live\n");
-		tree_.file(ctrl + "/address", endpoint.substr(endpoint.rfind('/') + 1) + "\n");
-		tree_.link(ctrl + "/device", endpoint);
-		tree_.link("/sys/class/nvme/" + ctrlName, ctrl);
-		blockDevice(ctrl + "/" + d.name, ctrl, d); // NVMe namespaces sit right under their controller
-	}
-
 	void usbDevices()
 	{
 		for (const auto &d : box_.devices)
 			if (d.where == Where::Usb) {
-				int h;
-				std::string hostDir = usbHost(d.port, d.driver, h);
-				scsiDisk(hostDir, h, 0, d);
+				int h = nextHost_++;
+				scsiDisk(sysfs_.usbHost(d.port, h, d.driver), h, 0, d);
 			}
 	}
 
@@ -455,8 +294,8 @@ private:
 	std::vector<Socket> nvmeSockets_;
 	const Box &box_;
 	Tree &tree_;
-	std::string partitions_ = "major minor  #blocks  name\n\n";
-	int nextAta_ = 1, nextHost_ = 0, nextSg_ = 0, nextBus_ = 1, nextExtMinor_ = 0;
+	Sysfs sysfs_;
+	int nextAta_ = 1, nextHost_ = 0, nextSg_ = 0, nextBus_ = 1;
 };
 
 } // namespace

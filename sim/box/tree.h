@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "sysfs.h"
+
 namespace vexosim {
 
 class TreeError : public std::runtime_error {
@@ -18,21 +20,21 @@ public:
 // ever replaced.
 inline constexpr const char *kMarker = "/.vexosim";
 
-class Tree {
+class Tree : public Sink {
 public:
 	// Stages next to `dir`. Refuses a `dir` that is neither absent, empty,
 	// nor an earlier vexosim root.
 	explicit Tree(std::string dir);
-	~Tree(); // removes the staging directory unless commit() ran
+	~Tree() override; // removes the staging directory unless commit() ran
 	Tree(const Tree &) = delete;
 	Tree &operator=(const Tree &) = delete;
 
 	// Appliance paths ("/sys/block/sda/size").
-	void dir(std::string_view path);
-	void file(std::string_view path, std::string_view content);
+	void dir(std::string_view path) override;
+	void file(std::string_view path, std::string_view content) override;
 	// A symlink at `path` to the appliance path `target`, written relative,
 	// as the kernel writes its sysfs links.
-	void link(std::string_view path, std::string_view target);
+	void link(std::string_view path, std::string_view target) override;
 	// An executable file at `path`, copied from a host file.
 	void program(std::string_view path, const std::string &hostSource);
 

@@ -52,10 +52,7 @@ constexpr const char *kBox = R"({
   ]
 })";
 
-struct Ran {
-	int status = -1;
-	std::string out;
-};
+using vexo::test::Ran;
 
 Ran run(const std::vector<std::string> &argv, bool withStderr = false)
 {

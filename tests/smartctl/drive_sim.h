@@ -3,13 +3,14 @@
 // emulator's command log.
 #pragma once
 
+#include <algorithm>
 #include <fcntl.h>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "frame/device.h"
-#include "support/vexotest.h"
+#include "support/disk_layout.h"
 
 namespace vexo::test {
 
@@ -51,17 +52,41 @@ protected:
 				out.push_back(l);
 		return out;
 	}
+	// The commands `name` received since the last check, against `want` in
+	// order: each entry must begin the next command of the log, a '*' in it
+	// standing for any text. A command past the list fails, and so does an
+	// entry never reached. The log is consumed: the next check starts after
+	// it.
+	void expectSent(const std::string &name, const std::vector<std::string> &want)
+	{
+		auto got = commands(name);
+		for (size_t i = 0; i < std::max(got.size(), want.size()); ++i) {
+			if (i >= got.size())
+				ADD_FAILURE() << name << ": expected command never sent: " << want[i];
+			else if (i >= want.size())
+				ADD_FAILURE() << name << ": unexpected command: " << got[i];
+			else if (!matches(got[i], want[i]))
+				ADD_FAILURE() << name << ": command " << i + 1 << " is \"" << got[i] << "\", expected \""
+					      << want[i] << "\"";
+		}
+		clearCommands(name);
+	}
+	static bool matches(const std::string &line, const std::string &pattern)
+	{
+		size_t at = 0, from = 0;
+		for (size_t star; (star = pattern.find('*', from)) != std::string::npos; from = star + 1) {
+			size_t hit = line.find(pattern.substr(from, star - from), at);
+			if (hit == std::string::npos || (from == 0 && hit != 0))
+				return false;
+			at = hit + star - from;
+		}
+		size_t hit = line.find(pattern.substr(from), at);
+		return hit != std::string::npos && (from > 0 || hit == 0);
+	}
 	std::string last(const std::string &name) const
 	{
 		auto c = commands(name);
 		return c.empty() ? std::string() : c.back();
-	}
-	int countOf(const std::string &name, const std::string &what) const
-	{
-		int n = 0;
-		for (auto &l : commands(name))
-			n += l.find(what) != std::string::npos;
-		return n;
 	}
 	void clearCommands(const std::string &name) { root.remove("/run/vexosim/drive/" + name + ".log"); }
 	// The port maps; vvos makes every disk SCSI.
@@ -75,12 +100,7 @@ protected:
 	// /sys/block/<name> under a SCSI host served by `driver`.
 	void host(const std::string &name, const std::string &driver)
 	{
-		std::string dev = "/sys/devices/pci0/ata1/host0/target0:0:0/0:0:0:0";
-		root.mkdirs(dev + "/block/" + name);
-		root.write("/sys/devices/pci0/ata1/host0/scsi_host/host0/proc_name", driver + "\n");
-		root.mkdirs("/sys/block");
-		root.symlink("../devices/pci0/ata1/host0/target0:0:0/0:0:0:0/block/" + name, "/sys/block/" + name);
-		root.symlink("../../../0:0:0:0", dev + "/block/" + name + "/device");
+		DiskLayout(root).sata(name, 1, "0000:00:17.0", 1953525168ULL, driver);
 	}
 
 	Sysroot root;

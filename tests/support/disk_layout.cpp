@@ -1,63 +1,76 @@
 #include "support/disk_layout.h"
 
-#include <cstdio>
+#include "box/sysfs.h"
+#include "box/tree.h"
 
 namespace vexo::test {
 
-int DiskLayout::sata(const std::string &name, int ataPort, const std::string &pci, unsigned long long sectors) const
+namespace {
+
+// The simulator's layout code writing into a test's sysroot; a later write
+// replaces an earlier one, so a test can lay out a disk again.
+class SysrootSink : public vexosim::Sink {
+public:
+	explicit SysrootSink(const Sysroot &root) : root_(root) {}
+	void dir(std::string_view path) override { root_.mkdirs(path); }
+	void file(std::string_view path, std::string_view content) override { root_.write(path, content); }
+	void link(std::string_view path, std::string_view target) override
+	{
+		root_.remove(path);
+		root_.symlink(vexosim::relativeLink(path, target), path);
+	}
+
+private:
+	const Sysroot &root_;
+};
+
+vexosim::Device device(const std::string &name, unsigned long long sectors)
 {
+	vexosim::Device d;
+	d.name = name;
+	d.sizeBytes = sectors * 512;
+	return d;
+}
+
+} // namespace
+
+int DiskLayout::sata(const std::string &name, int ataPort, const std::string &pci, unsigned long long sectors,
+		     const std::string &driver) const
+{
+	SysrootSink out(root_);
+	vexosim::Sysfs sysfs(out);
 	int host = ataPort - 1;
-	std::string h = std::to_string(host);
-	std::string ata = "devices/pci0000:00/" + pci + "/ata" + std::to_string(ataPort);
-	std::string dev = ata + "/host" + h + "/target" + h + ":0:0/" + h + ":0:0:0";
-	std::string block = dev + "/block/" + name;
-	root_.write("/sys/" + ata + "/ata_port/ata" + std::to_string(ataPort) + "/port_no", std::to_string(ataPort) + "\n");
-	root_.write("/sys/" + ata + "/host" + h + "/scsi_host/host" + h + "/proc_name", "ahci\n");
-	root_.write("/sys/" + block + "/size", std::to_string(sectors) + "\n");
-	root_.write("/sys/" + block + "/queue/logical_block_size", "512\n");
-	// The block directory's device link leads back to the SCSI device.
-	root_.symlink("../../../" + h + ":0:0:0", "/sys/" + block + "/device");
-	root_.mkdirs("/sys/block");
-	root_.symlink("../" + block, "/sys/block/" + name);
-	root_.mkdirs("/sys/class/scsi_host");
-	if (!root_.exists("/sys/class/scsi_host/host" + h))
-		root_.symlink("../../" + ata + "/host" + h + "/scsi_host/host" + h, "/sys/class/scsi_host/host" + h);
+	std::string hostDir = sysfs.ataHost(std::string(vexosim::kPciRoot) + "/" + pci, ataPort, host, ataPort, driver);
+	sysfs.scsiDisk(hostDir, host, 0, -1, device(name, sectors)); // no generic node: tests add one
 	root_.write("/dev/" + name, "");
 	return host;
 }
 
 void DiskLayout::nvme(const std::string &name, const std::string &pci) const
 {
-	int ctrl = 0, ns = 0;
-	std::sscanf(name.c_str(), "nvme%dn%d", &ctrl, &ns);
-	std::string block = "devices/pci0000:00/" + pci + "/nvme/nvme" + std::to_string(ctrl) + "/" + name;
-	root_.write("/sys/" + block + "/size", "1000215216\n");
-	root_.mkdirs("/sys/block");
-	root_.symlink("../" + block, "/sys/block/" + name);
+	SysrootSink out(root_);
+	vexosim::Sysfs(out).nvmeDisk(std::string(vexosim::kPciRoot) + "/" + pci, device(name, 1000215216ULL));
 	root_.write("/dev/" + name, "");
 }
 
 void DiskLayout::plain(const std::string &name) const
 {
-	std::string block = "devices/virtual/block/" + name;
-	root_.write("/sys/" + block + "/size", "2097152\n");
-	root_.mkdirs("/sys/block");
-	root_.symlink("../" + block, "/sys/block/" + name);
+	SysrootSink out(root_);
+	vexosim::Sysfs(out).virtualDisk(device(name, 2097152ULL));
 	root_.write("/dev/" + name, "");
 }
 
 void DiskLayout::unit(int host, const std::string &base, const std::vector<std::string> &devices,
 		      const std::string &unique, const std::string &power) const
 {
-	std::string h = "/sys/class/scsi_host/host" + std::to_string(host);
 	std::string list;
 	for (const auto &d : devices)
 		list += (list.empty() ? "" : " ") + d;
-	std::string info = "deviceid=\"3726\"\nEMID=\"0\"\nUnique=\"" + unique + "\"\nvexo_device_list=\"" + list + "\"\n";
+	vexosim::KeyValues info = {{"deviceid", "3726"}, {"EMID", "0"}, {"Unique", unique}, {"vexo_device_list", list}};
 	if (!power.empty())
-		info += "power=\"" + power + "\"\n";
-	root_.write(h + "/vexo_pm_info", info);
-	root_.write(h + "/vexo_diskname_trans", base + "\n");
+		info.emplace_back("power", power);
+	SysrootSink out(root_);
+	vexosim::Sysfs(out).hostNames("/sys/class/scsi_host/host" + std::to_string(host), base, &info);
 	for (const auto &d : devices)
 		root_.write(d, "");
 }

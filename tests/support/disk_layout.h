@@ -1,6 +1,6 @@
-// Disks laid out in a test sysroot the way the kernel lays out sysfs:
-// /sys/block/<name> is a relative link into /sys/devices, with the ATA port
-// and SCSI host directories above the block directory.
+// Disks laid out in a test sysroot by the simulator's sysfs code
+// (sim/box/sysfs.h): /sys/block/<name> is a relative link into /sys/devices,
+// with the ATA port and SCSI host directories above the block directory.
 #pragma once
 
 #include <string>
@@ -18,10 +18,10 @@ public:
 	// A SATA disk on ATA port `ataPort` under the PCI chain `pci`
 	// ("0000:00:17.0" or "0000:00:1c.0/0000:03:00.0"). Creates /sys/block/<name>
 	// (size in 512-byte sectors), its device directory, ata_port/ata<n>/port_no,
-	// scsi_host/host<n>/proc_name, the /sys/class/scsi_host link and /dev/<name>.
-	// Returns the host number used.
+	// scsi_host/host<n>/proc_name (`driver`), the /sys/class links and an empty
+	// /dev/<name>. Returns the host number used: ataPort - 1.
 	int sata(const std::string &name, int ataPort, const std::string &pci = "0000:00:17.0",
-		 unsigned long long sectors = 1953525168ULL) const;
+		 unsigned long long sectors = 1953525168ULL, const std::string &driver = "ahci") const;
 	// An NVMe namespace under the PCI chain: .../<pci>/nvme/nvme<c>/<name>.
 	void nvme(const std::string &name, const std::string &pci) const;
 	// A plain block device with no bus directories (sysd, mmcblk, vexoboot).

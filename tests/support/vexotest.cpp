@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -198,24 +199,26 @@ int inChild(const std::function<int()> &fn)
 	return 128 + (WIFSIGNALED(st) ? WTERMSIG(st) : 0);
 }
 
-int runProgram(const std::vector<std::string> &argv, std::string *out, bool withStderr)
+namespace {
+
+// Runs argv with its standard output on one pipe and its error output on a
+// second pipe (`split`), on the first (`merged`) or on /dev/null, reading
+// both until the child closes them.
+Ran spawn(const std::vector<std::string> &argv, bool split, bool merged)
 {
-	int fds[2];
-	if (::pipe(fds) != 0)
-		return -1;
+	Ran r;
+	int out[2], err[2] = {-1, -1};
+	if (::pipe(out) != 0 || (split && ::pipe(err) != 0))
+		return r;
 	pid_t pid = ::fork();
 	if (pid < 0)
-		return -1;
+		return r;
 	if (pid == 0) {
-		::dup2(fds[1], STDOUT_FILENO);
-		if (withStderr) {
-			::dup2(fds[1], STDERR_FILENO);
-		} else {
-			int devnull = ::open("/dev/null", O_WRONLY);
-			::dup2(devnull, STDERR_FILENO);
-		}
-		::close(fds[0]);
-		::close(fds[1]);
+		::dup2(out[1], STDOUT_FILENO);
+		::dup2(split ? err[1] : merged ? out[1] : ::open("/dev/null", O_WRONLY), STDERR_FILENO);
+		for (int fd : {out[0], out[1], err[0], err[1]})
+			if (fd >= 0)
+				::close(fd);
 		std::vector<char *> args;
 		for (const auto &a : argv)
 			args.push_back(const_cast<char *>(a.c_str()));
@@ -223,18 +226,45 @@ int runProgram(const std::vector<std::string> &argv, std::string *out, bool with
 		::execvp(args[0], args.data());
 		::_exit(127);
 	}
-	::close(fds[1]);
-	std::string text;
-	char buf[4096];
-	for (ssize_t n; (n = ::read(fds[0], buf, sizeof(buf))) > 0;)
-		text.append(buf, static_cast<std::size_t>(n));
-	::close(fds[0]);
+	::close(out[1]);
+	if (split)
+		::close(err[1]);
+	struct pollfd p[2] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}};
+	std::string *into[2] = {&r.out, &r.err};
+	for (int open = split ? 2 : 1; open > 0;) {
+		if (::poll(p, split ? 2 : 1, -1) < 0 && errno != EINTR)
+			break;
+		for (int i = 0; i < 2; ++i) {
+			if (p[i].fd < 0 || !p[i].revents)
+				continue;
+			char buf[4096];
+			ssize_t n = ::read(p[i].fd, buf, sizeof(buf));
+			if (n > 0) {
+				into[i]->append(buf, static_cast<size_t>(n));
+			} else if (n == 0 || errno != EINTR) {
+				::close(p[i].fd);
+				p[i].fd = -1;
+				--open;
+			}
+		}
+	}
 	int status = 0;
 	::waitpid(pid, &status, 0);
-	if (out)
-		*out = text;
-	return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+	r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+	return r;
 }
+
+} // namespace
+
+int runProgram(const std::vector<std::string> &argv, std::string *out, bool withStderr)
+{
+	Ran r = spawn(argv, false, withStderr);
+	if (out)
+		*out = r.out;
+	return r.status;
+}
+
+Ran runCaptured(const std::vector<std::string> &argv) { return spawn(argv, true, false); }
 
 pid_t startNamedProcess(const std::string &name)
 {

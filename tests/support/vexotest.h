@@ -94,6 +94,13 @@ int inChild(const std::function<int()> &fn);
 // 128+signal when it died.
 int runProgram(const std::vector<std::string> &argv, std::string *out = nullptr, bool withStderr = false);
 
+struct Ran {
+	int status = -1; // exit status, 128+signal when killed
+	std::string out, err;
+};
+// The same with standard output and error output apart.
+Ran runCaptured(const std::vector<std::string> &argv);
+
 // Starts a process whose name (comm) is `name` and that sleeps until killed.
 pid_t startNamedProcess(const std::string &name);
 

@@ -7,7 +7,6 @@
 #include <json-c/json.h>
 #include <memory>
 #include <string>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -15,50 +14,10 @@
 
 namespace vexo::test {
 
-struct Ran {
-	int status = -1; // exit status, 128+signal when killed
-	std::string out, err;
-};
-
-inline std::string drainFd(int fd)
+inline Ran runProgram(const std::string &exe, std::vector<std::string> args)
 {
-	std::string s;
-	char buf[4096];
-	for (ssize_t n; (n = ::read(fd, buf, sizeof buf)) > 0;)
-		s.append(buf, static_cast<size_t>(n));
-	::close(fd);
-	return s;
-}
-
-// Runs exe with args; stdout and stderr apart. The output is small, so
-// reading one pipe after the other cannot block the child.
-inline Ran runProgram(const std::string &exe, const std::vector<std::string> &args)
-{
-	int out[2], err[2];
-	if (::pipe(out) != 0 || ::pipe(err) != 0)
-		return {};
-	pid_t pid = ::fork();
-	if (pid == 0) {
-		::dup2(out[1], 1);
-		::dup2(err[1], 2);
-		for (int fd : {out[0], out[1], err[0], err[1]})
-			::close(fd);
-		std::vector<char *> argv{const_cast<char *>(exe.c_str())};
-		for (const auto &a : args)
-			argv.push_back(const_cast<char *>(a.c_str()));
-		argv.push_back(nullptr);
-		::execv(exe.c_str(), argv.data());
-		::_exit(126);
-	}
-	::close(out[1]);
-	::close(err[1]);
-	Ran r;
-	r.err = drainFd(err[0]);
-	r.out = drainFd(out[0]);
-	int st = 0;
-	::waitpid(pid, &st, 0);
-	r.status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
-	return r;
+	args.insert(args.begin(), exe);
+	return runCaptured(args);
 }
 
 inline std::string sourceTreeOf(const char *file)
@@ -79,7 +38,7 @@ public:
 		dir_ = ::mkdtemp(t);
 		root_ = dir_ + "/root";
 		desc_ = sourceTreeOf(__FILE__) + "/examples/box12.json";
-		Ran r = runProgram(buildDir() + "/bin/vexosim", {"build", desc_, root_});
+		Ran r = runCaptured({buildDir() + "/bin/vexosim", "build", desc_, root_});
 		ok_ = r.status == 0;
 		log_ = r.out + r.err;
 	}
@@ -95,8 +54,8 @@ public:
 	// vexohw --sysroot ROOT args...
 	Ran vexohw(std::vector<std::string> args) const
 	{
-		args.insert(args.begin(), {"--sysroot", root_});
-		return runProgram(buildDir() + "/bin/vexohw", args);
+		args.insert(args.begin(), {buildDir() + "/bin/vexohw", "--sysroot", root_});
+		return runCaptured(args);
 	}
 
 private:
