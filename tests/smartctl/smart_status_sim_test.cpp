@@ -1,0 +1,145 @@
+// The verdict on an emulated disk: attributes against the action log's
+// mutes, the self-test weight, the cached overview that sends nothing to
+// the drive, and recording an action.
+#include <string>
+#include <vexohw/frame.h>
+#include <vexohw/smart_info.h>
+#include <vexohw/smart_status.h>
+#include <vexohw/smart_test.h>
+#include <vexoplatform/logdb.h>
+
+#include "smartctl/drive_sim.h"
+#include "support/disk_layout.h"
+
+using namespace vexo::test;
+
+namespace {
+
+const bool kBackend = installDriveEmulator();
+
+class Verdict : public DriveSim {
+protected:
+	void SetUp() override
+	{
+		DriveSim::SetUp();
+		ASSERT_TRUE(kBackend);
+		DiskLayout(root).sata("sda", 1);
+		ports(false);
+		history("[]");
+		root.diskDir("sda");
+		VEXODiskUpdateStrValueCacheFile("sda", "model", "VEXO HAT5300-8T");
+		VEXODiskUpdateStrValueCacheFile("sda", "serial", "ZL2K4T7C");
+		VEXODiskUpdateIntValueCacheFile("sda", "smart_selftest_log_type", 1);
+	}
+	void history(const std::string &tests)
+	{
+		node("sda", R"({"protocol":"ata","model":"VEXO HAT5300-8T","serial":"ZL2K4T7C","firmware":"SC60",
+ "size_bytes":8001563222016,"self_tests":)" + tests + "}");
+	}
+	// smartctl's attribute table with attribute 5's value, worst and threshold.
+	void attr5(int value, int worst, int thr, int temp = 40)
+	{
+		char row[256];
+		std::snprintf(row, sizeof(row),
+			      "  5 Reallocated_Sector_Ct   0x0033   %03d   %03d   %03d    Pre-fail  Always       -       8\n"
+			      "194 Temperature_Celsius     0x0002   %03d   %03d   050    Old_age   Always       -       33\n",
+			      value, worst, thr, temp, temp);
+		root.write("/usr/bin/smartctl",
+			   std::string("#!/bin/sh\ncat <<'EOF'\nID# ATTRIBUTE_NAME          FLAG     VALUE WORST THRESH TYPE      "
+				       "UPDATED  WHEN_FAILED RAW_VALUE\n") + row + "\nEOF\n",
+			   0755);
+		ASSERT_EQ(VEXODiskAtaSmartInfoUpdate("/dev/sda"), 0); // past the hour-long list cache
+	}
+	// Action log entries for attribute 5, oldest first: action and current value.
+	void actions(const std::vector<std::pair<int, int>> &entries)
+	{
+		std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<log>\n";
+		for (auto [action, current] : entries)
+			xml += "<smart path=\"/dev/sda\" model=\"VEXO HAT5300-8T\" SN=\"ZL2K4T7C\" time=\"2026/01/01 00:00:00\" "
+			       "type=\"SMART\" id=\"5\" current=\"" + std::to_string(current) + "\" threshold=\"10\" worst=\"4\" "
+			       "raw=\"8\" show=\"1\">" + std::to_string(action) + "</smart>\n";
+		root.write(SMART_ACTION_LOG, xml + "</log>\n");
+	}
+};
+
+TEST_F(Verdict, AttributesAgainstMutes)
+{
+	struct Row {
+		const char *what;
+		int value, worst, temp;
+		std::vector<std::pair<int, int>> actions;
+		int status, weight;
+		unsigned failType; // of the first fail entry; 0 for none
+	} rows[] = {
+		{"healthy", 100, 100, 60, {}, SMART_INFO_NORMAL, 0, 0},
+		{"temperature at its threshold", 100, 100, 50, {}, SMART_INFO_NORMAL, 0, 0},
+		{"failing now, muted anyway", 10, 10, 60, {{1, 10}}, SMART_INFO_FAIL, 31, SMART_FAIL_CRITICAL},
+		{"past failure", 100, 4, 60, {}, SMART_INFO_NORMAL_PAST, 1, SMART_FAIL_PAST},
+		{"suppressed", 100, 4, 60, {{1, 100}}, SMART_INFO_NORMAL_SUPPRESS, 0, 0},
+		{"suppressed twice", 100, 4, 60, {{1, 100}, {1, 100}}, SMART_INFO_NORMAL_REPEAT_SUPPRESS, 0, 0},
+		{"worse than when muted", 100, 4, 60, {{1, 101}}, SMART_INFO_NORMAL_PAST, 1, SMART_FAIL_REPEAT},
+		{"mute cancelled", 100, 4, 60, {{1, 100}, {3, 100}}, SMART_INFO_NORMAL_PAST, 1, SMART_FAIL_PAST},
+		{"disabled", 100, 4, 60, {{2, 100}}, SMART_INFO_NORMAL_DISABLE, 0, 0},
+	};
+	for (const Row &r : rows) {
+		attr5(r.value, r.worst, 10, r.temp);
+		actions(r.actions);
+		SmartWarningReason *reason = VEXOSmartWarningReasonAlloc();
+		int weight = -1, suppressed = 0, disabled = 0;
+		EXPECT_EQ(SmartInfoStatusGet("/dev/sda", reason, &weight, &suppressed, &disabled, 0), r.status) << r.what;
+		EXPECT_EQ(weight, r.weight) << r.what;
+		EXPECT_EQ(reason->failList ? reason->failList->failType : 0u, r.failType) << r.what;
+		VEXOSmartWarningReasonFree(reason);
+	}
+}
+
+TEST_F(Verdict, TotalAndCachedOverview)
+{
+	attr5(10, 10, 10); // failing now: 31
+	history(R"([{"type":2,"status":112},{"type":1,"status":64}])"); // extended damage: 601
+	root.write(SMART_ACTION_LOG, "");
+	ASSERT_EQ(SmartTotalStatusCacheUpdate("/dev/sda"), 0);
+	EXPECT_EQ(root.read("/run/vexostorage/disks/sda/smart"), "failing");
+	EXPECT_EQ(root.read("/run/vexostorage/disks/sda/smart_damage_weight"), "632");
+
+	VEXODiskUpdateIntValueCacheFile("sda", "timeout_weight", 5);
+	clearCommands("sda");
+	struct Row {
+		const char *weight;
+		int status, total;
+	} rows[] = {{"632", 4, 637}, {"0", 2, 5}, {"26", 3, 31}, {"junk", 2, 5}};
+	for (const Row &r : rows) {
+		root.write("/run/vexostorage/disks/sda/smart_damage_weight", r.weight);
+		int w = 0;
+		EXPECT_EQ(SmartOverviewStatusCacheGet("/dev/sda", &w), r.status) << r.weight;
+		EXPECT_EQ(w, r.total) << r.weight;
+	}
+	EXPECT_TRUE(commands("sda").empty()); // a sleeping disk stays asleep
+	root.remove("/run/vexostorage/disks/sda/smart_damage_weight");
+	EXPECT_EQ(SmartOverviewStatusCacheGet("/dev/sda", nullptr), 0);
+}
+
+TEST_F(Verdict, RecordedMuteSilencesThePastFailure)
+{
+	attr5(100, 4, 10);
+	root.write(SMART_ACTION_LOG, "");
+	root.write("/sys/block/sda/queue/rotational", "1\n");
+	root.conf("/etc.defaults/vexoinfo.conf", {{"internalportcfg", "0xff"}, {"usbportcfg", "0xff0000"},
+						  {"esataportcfg", "0x0"}, {"upnpmodelname", "VX1222"}});
+	root.write("/sys/block/sda/device/model", "VEXO HAT5300-8T\n");
+	root.write("/sys/block/sda/device/vendor", "ATA     \n");
+	int weight = 0;
+	SmartWarningReason reason{};
+	EXPECT_EQ(SmartInfoStatusGet("/dev/sda", &reason, &weight, nullptr, nullptr, 0), SMART_INFO_NORMAL_PAST);
+	SmartInfoFailListFree(reason.failList);
+	reason.failList = nullptr;
+	ASSERT_EQ(SmartInfoActionRecord("/dev/sda", 1, SMART_WARNING_SMART, "5"), 0);
+	EXPECT_NE(root.read(SMART_ACTION_LOG).find("id=\"5\" current=\"100\" threshold=\"010\" worst=\"004\""), std::string::npos);
+	EXPECT_EQ(SmartInfoStatusGet("/dev/sda", &reason, &weight, nullptr, nullptr, 0), SMART_INFO_NORMAL_SUPPRESS);
+	EXPECT_EQ(weight, 0);
+	EXPECT_EQ(root.read(VEXODB_DISK_LOG_PATH).empty(), false); // event 13 in the disk log
+	EXPECT_EQ(SmartInfoActionRecord("/dev/sda", 1, SMART_WARNING_SMART, "77"), -1); // no such attribute
+	EXPECT_EQ(SmartInfoActionRecord("/dev/sda", 5, SMART_WARNING_SMART, "5"), -1);
+}
+
+} // namespace
