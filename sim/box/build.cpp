@@ -88,7 +88,7 @@ private:
 		tree_.program(program, bin);
 		for (const char *p : {"/usr/bin/smartctl", "/usr/vexo/bin/sg_raw", "/usr/vexo/bin/sg_sat_identify",
 				      "/usr/vexo/sbin/sg_logs", "/usr/vexo/sbin/vexostorage", "/usr/vexo/sbin/dhm_tool",
-				      "/usr/vexo/bin/vexowebapi", "/usr/bin/md5sum"})
+				      "/usr/vexo/bin/vexowebapi", "/usr/bin/md5sum", "/usr/vexo/bin/vexo_smart_test"})
 			tree_.link(p, program);
 	}
 

@@ -2,6 +2,7 @@
 // drive, the status and weight, the fallback files, and closing the record
 // of a finished test (keys, event row, concurrency between processes).
 #include <fcntl.h>
+#include <scsi/sg.h>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -111,6 +112,50 @@ TEST_F(SelfTestLog, ExtendedLogOfTenPages)
 	// values, log directory, extended directory, then one read per page
 	EXPECT_EQ(commands("sda").size(), 13u);
 	EXPECT_EQ(countOf("sda", "2f00 -> ok"), 11);
+}
+
+TEST_F(SelfTestLog, HistoryFillsExtendedLogPages)
+{
+	std::string tests = R"([{"type":2,"status":64})";
+	for (int i = 0; i < 24; ++i)
+		tests += R"(,{"type":1,"status":0})";
+	disk("sda", "ZL2K4T7C", 0, tests + "]", "");
+	kind(2);
+	clearCommands("sda");
+	SmartTestLog log{};
+	ASSERT_EQ(SMARTSelfTestLogRead("/dev/sda", &log), 0);
+	EXPECT_EQ(log.extendResult, 4u);
+	EXPECT_EQ(log.quickResult, 1u);
+	EXPECT_EQ(log.latestResult, 4u);
+	EXPECT_EQ(countOf("sda", "2f00 -> ok"), 3); // the directory and two pages
+}
+
+TEST_F(SelfTestLog, ScsiResultsAndControlModePages)
+{
+	ports(true);
+	node("sda", R"({"protocol":"scsi","serial":"SX00001234","smart":{"extended_test_minutes":120},
+	     "self_tests":[{"type":2,"status":64},{"type":1,"status":0}]})");
+	SmartTestLog log{};
+	ASSERT_EQ(SMARTSelfTestLogRead("/dev/sda", &log), 0);
+	EXPECT_EQ(log.extendResult, 4u);
+	EXPECT_EQ(log.quickResult, 1u);
+	EXPECT_STREQ(log.extendMinutes, "120");
+	EXPECT_STREQ(log.quickMinutes, "2");
+	int weight = 0;
+	EXPECT_EQ(SmartTestStatusGet("/dev/sda", nullptr, 0, &weight), SMART_TEST_STATUS_FAIL);
+	EXPECT_EQ(weight, 601);
+
+	// SEND DIAGNOSTIC, background short self-test
+	uint8_t cdb[6] = {0x1D, 1 << 5, 0, 0, 0, 0}, sense[32] = {};
+	sg_io_hdr_t h{};
+	h.interface_id = 'S', h.cmd_len = 6, h.cmdp = cdb, h.mx_sb_len = sizeof(sense), h.sbp = sense;
+	h.dxfer_direction = SG_DXFER_NONE, h.timeout = 30000;
+	ASSERT_EQ(vexo::dev::ioctl(open("sda"), SG_IO, &h), 0);
+	ASSERT_EQ(h.status, 0);
+	char progress[8] = {};
+	EXPECT_EQ(SmartTestStatusGet("/dev/sda", progress, sizeof(progress), &weight), SMART_TEST_STATUS_FAIL);
+	EXPECT_STREQ(progress, "-1");
+	EXPECT_EQ(SMARTIsSelftesting("/dev/sda"), 1);
 }
 
 TEST_F(SelfTestLog, FallbackFilesDecideTheLatest)
