@@ -16,6 +16,7 @@
 #include <vexohw/disk_probe.h>
 #include <vexohw/smart_info.h>
 #include <vexohw/smart_serial.h>
+#include <vexohw/smart_status.h>
 #include <vexoplatform/ebox_info.h>
 #include <vexoplatform/vexocore.h>
 
@@ -171,6 +172,18 @@ Value text(Fn get, const char *path)
 
 // One disk. A table adds texts for people; JSON keeps only numbers with
 // their units in the field names.
+// The cached verdict: never a command to the drive. null until the
+// disk's caches have been filled.
+Value healthOf(const char *path)
+{
+	int weight = 0;
+	char word[32] = {};
+	int status = SmartOverviewStatusCacheGet(path, &weight);
+	if (status == 0 || SmartOverviewStatusStringTransfer(status, word, sizeof(word)) != 0)
+		return Value();
+	return Value(word);
+}
+
 Value row(const DiskInfo &d, bool forTable)
 {
 	Value r = Value::object();
@@ -201,6 +214,7 @@ Value row(const DiskInfo &d, bool forTable)
 	r.set("smart", smartOf(d, smartCell));
 	if (forTable)
 		r.set("smart_summary", smartCell);
+	r.set("health", healthOf(d.path));
 	return r;
 }
 
@@ -307,7 +321,8 @@ int overview(Context &ctx)
 		    {"logical_block_size_bytes", "SECTOR"},
 		    {"media", "MEDIA"},
 		    {"temperature", "TEMP"},
-		    {"smart_summary", "SMART"}},
+		    {"smart_summary", "SMART"},
+		    {"health", "HEALTH"}},
 		   title.c_str());
 	std::printf("\nTEMP \"-\": not read, so as not to wake the disk (asleep, USB) or not told by it.\n");
 	if (tripped)
