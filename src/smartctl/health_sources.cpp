@@ -12,13 +12,19 @@
 namespace vexo::health {
 namespace {
 
+using vexo::PathDir;
+
 constexpr unsigned kNvmeHealthLog = 2;
 constexpr unsigned kNvmeHealthLogSize = 512;
 constexpr size_t kCriticalWarningByte = 0, kPercentageUsedByte = 5;
 
 // An integer cache value; 0 when the source has published none.
-int cachedWeight(const char *path, const char *key)
+int cachedWeight(const char *path, const char *key, const PathDir *cache = nullptr)
 {
+	if (cache) {
+		int32_t v = 0;
+		return cache->readS32(key, v) && v > 0 ? v : 0;
+	}
 	int v = 0;
 	return VEXODiskGetIntValueCacheFile(path, key, &v) == 0 && v > 0 ? v : 0;
 }
@@ -68,22 +74,22 @@ bool nvmeCriticalWarning(const char *path, unsigned &bitmap) { return healthLogB
 
 bool nvmePercentageUsed(const char *path, unsigned &percent) { return healthLogByte(path, kPercentageUsedByte, percent); }
 
-int advWeight(const char *path, bool, std::string *advStatus)
+int advWeight(const char *path, const PathDir *cache, std::string *advStatus)
 {
 	if (advStatus) {
 		char text[64] = {};
 		if (VEXODiskGetStrValueCacheFile(path, "adv_status", text, sizeof(text)) == 0)
 			*advStatus = text;
 	}
-	return cachedWeight(path, "adv_damage_weight");
+	return cachedWeight(path, "adv_damage_weight", cache);
 }
 
-int wddaWeight(const char *, bool) { return 0; } // the analytics family publishes no weight yet
+int wddaWeight(const char *, const PathDir *) { return 0; } // the analytics family publishes no weight yet
 
-int ssdBundleWeight(const char *) { return 0; } // nor does the SSD bundle family
+int ssdBundleWeight(const char *, const PathDir *) { return 0; } // nor does the SSD bundle family
 
-int errorTimeoutWeight(const char *path) { return cachedWeight(path, "timeout_weight"); }
-int errorResetFailWeight(const char *path) { return cachedWeight(path, "reset_fail_weight"); }
-int errorUncWeight(const char *path) { return cachedWeight(path, "unc_weight"); }
+int errorTimeoutWeight(const char *path, const PathDir *cache) { return cachedWeight(path, "timeout_weight", cache); }
+int errorResetFailWeight(const char *path, const PathDir *cache) { return cachedWeight(path, "reset_fail_weight", cache); }
+int errorUncWeight(const char *path, const PathDir *cache) { return cachedWeight(path, "unc_weight", cache); }
 
 } // namespace vexo::health

@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "frame/path_read.h"
+
 namespace vexo::health {
 
 // Life and media answers of the overlay (remaining life and SSD bad blocks).
@@ -25,13 +27,14 @@ bool smartAttributeIgnorable(const char *path);
 bool nvmeCriticalWarning(const char *path, unsigned &bitmap);
 bool nvmePercentageUsed(const char *path, unsigned &percent);
 
-// The other weights of the overview, live or from their caches. Each is 0,
-// or -1 when its source failed.
-int advWeight(const char *path, bool cached, std::string *advStatus);
-int wddaWeight(const char *path, bool cached);
-int ssdBundleWeight(const char *path);
-int errorTimeoutWeight(const char *path);
-int errorResetFailWeight(const char *path);
-int errorUncWeight(const char *path);
+// The other weights of the overview. `cache` is the disk's open cache
+// folder when only cached values may be read (one open for all of them),
+// null otherwise. Each is 0, or -1 when its source failed.
+int advWeight(const char *path, const vexo::PathDir *cache, std::string *advStatus);
+int wddaWeight(const char *path, const vexo::PathDir *cache);
+int ssdBundleWeight(const char *path, const vexo::PathDir *cache);
+int errorTimeoutWeight(const char *path, const vexo::PathDir *cache);
+int errorResetFailWeight(const char *path, const vexo::PathDir *cache);
+int errorUncWeight(const char *path, const vexo::PathDir *cache);
 
 } // namespace vexo::health

@@ -18,6 +18,7 @@
 #include "frame/cache_keys.h"
 #include "frame/device.h"
 #include "frame/err.h"
+#include "frame/path_read.h"
 #include "frame/sysroot.h"
 #include "frame/text.h"
 #include "frame/unique.h"
@@ -43,24 +44,26 @@ struct ReasonFree {
 };
 
 // The weights of the other sources, added to *weight with their flags.
-bool addSources(const char *path, bool cached, SmartWarningReason &reason, int &weight, std::string *advStatus)
+bool addSources(const char *path, const vexo::PathDir *cache, SmartWarningReason &reason, int &weight,
+		std::string *advStatus)
 {
-	int adv = advWeight(path, cached, advStatus);
+	int adv = advWeight(path, cache, advStatus);
 	if (adv < 0) {
 		vlog(LOG_ERR, "%s:%d Failed to get adv status", VEXO_AT);
 		return false;
 	}
-	int wdda = wddaWeight(path, cached);
+	int wdda = wddaWeight(path, cache);
 	if (wdda < 0) {
 		vlog(LOG_ERR, "%s:%d Failed to get wdda status on %s, vexoerr=[0x%04X]", VEXO_AT, path, VLIBCErrGet());
 		return false;
 	}
-	int bundle = ssdBundleWeight(path);
+	int bundle = ssdBundleWeight(path, cache);
 	if (bundle < 0) {
 		vlog(LOG_ERR, "%s:%d Failed to get ssd bundle warning weight", VEXO_AT);
 		return false;
 	}
-	int timeout = errorTimeoutWeight(path), reset = errorResetFailWeight(path), unc = errorUncWeight(path);
+	int timeout = errorTimeoutWeight(path, cache), reset = errorResetFailWeight(path, cache),
+	    unc = errorUncWeight(path, cache);
 	if (timeout < 0 || reset < 0 || unc < 0) {
 		vlog(LOG_ERR, "%s:%d Failed to get disk error %s status %s.", VEXO_AT,
 		     timeout < 0 ? "timeout" : reset < 0 ? "reset fail" : "unc", path);
@@ -160,7 +163,7 @@ try {
 	if (total == SMART_TOTAL_UNKNOWN)
 		return 0;
 	std::string adv;
-	if (!addSources(path, false, *reason, w, &adv))
+	if (!addSources(path, nullptr, *reason, w, &adv))
 		return 0;
 	if (totalStatus)
 		*totalStatus = total;
@@ -179,19 +182,21 @@ try {
 		return 0;
 	}
 	const char *name = VEXODiskDevPrefixSkip(path);
-	std::string file = std::string(vexo::cache::kDisksDir) + "/" + name + "/smart_damage_weight";
-	vexo::UniqueFd fd(vexo::sysroot::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+	// One open of the disk's cache folder serves every value read here.
+	vexo::PathDir cache(std::string(vexo::cache::kDisksDir) + "/" + name);
+	vexo::UniqueFd fd = cache ? cache.openAt("smart_damage_weight") : vexo::UniqueFd();
 	if (!fd)
 		return 0;
 	char text[32] = {};
 	ssize_t n = ::read(fd.get(), text, sizeof(text) - 1);
 	int w = 0;
 	if (n <= 0 || std::sscanf(text, "%d", &w) != 1) {
-		vlog(LOG_ERR, "%s:%d Read damage weight from %s failed", VEXO_AT, file.c_str());
+		vlog(LOG_ERR, "%s:%d Read damage weight from %s/%s/smart_damage_weight failed", VEXO_AT,
+		     vexo::cache::kDisksDir, name);
 		w = 0;
 	}
 	SmartWarningReason reason{};
-	if (!addSources(path, true, reason, w, nullptr))
+	if (!addSources(path, &cache, reason, w, nullptr))
 		return 0;
 	if (weight)
 		*weight = w;
