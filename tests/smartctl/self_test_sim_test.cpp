@@ -158,6 +158,38 @@ TEST_F(SelfTestLog, ScsiResultsAndControlModePages)
 	EXPECT_EQ(SMARTIsSelftesting("/dev/sda"), 1);
 }
 
+TEST_F(SelfTestLog, NvmeLogSupportAndAVanishedDisk)
+{
+	node("nvme0n1", R"({"protocol":"nvme","model":"WD Red SN700 500GB","serial":"22514D800394","firmware":"111150WD",
+	     "nvme":{"vid":5559,"ssvid":5559,"extended_test_minutes":25,
+	     "self_tests":[{"type":2,"result":7},{"type":1,"result":0},{"type":2,"result":6}]}})");
+	SmartTestLog log{};
+	ASSERT_EQ(SMARTSelfTestLogRead("/dev/nvme0n1", &log), 0);
+	EXPECT_EQ(log.extendResult, 4u);
+	EXPECT_EQ(log.quickResult, 1u);
+	EXPECT_EQ(log.currentResult, 1u);
+	EXPECT_EQ(log.latestType, 2u);
+	EXPECT_EQ(log.extendDamagedBefore, 1);
+	EXPECT_STREQ(log.extendMinutes, "25");
+	EXPECT_EQ(SMARTIsSelftesting("/dev/nvme0n1"), 0);
+	EXPECT_EQ(VEXODiskSmartTestSupport("/dev/nvme0n1"), 0); // not one of the maker's own drives
+
+	EXPECT_EQ(VEXODiskSmartTestSupport("/dev/sda"), 1);
+	root.write("/var/lib/diskaction/diskaction.xml",
+		   R"(<diskaction><disk model="VEXO HAT5300-8T" action="0x2000000"/></diskaction>)");
+	EXPECT_EQ(VEXODiskSmartTestSupport("/dev/sda"), 0);
+	EXPECT_EQ(VEXODiskSmartTestSupportCache("/dev/sda"), 0);
+	EXPECT_EQ(root.read("/run/vexostorage/disks/sda/smart_test_support"), "0");
+
+	kind(1);
+	root.remove("/dev/sda"); // the disk is gone
+	EXPECT_EQ(SMARTSelfTestLogRead("/dev/sda", &log), -1);
+	int weight = 0;
+	EXPECT_EQ(SmartTestStatusGet("/dev/sda", nullptr, 0, &weight), SMART_TEST_STATUS_UNKNOWN);
+	EXPECT_EQ(weight, 0);
+	EXPECT_EQ(SMARTIsSelftesting("/dev/sda"), 0);
+}
+
 TEST_F(SelfTestLog, FallbackFilesDecideTheLatest)
 {
 	kind(0);
