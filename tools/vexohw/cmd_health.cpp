@@ -18,6 +18,15 @@ namespace {
 
 std::string devicePath(const std::string &arg) { return arg.rfind("/dev/", 0) == 0 ? arg : "/dev/" + arg; }
 
+// The self-test log reader needs the disk's log kind in its cache, which
+// the health refresh fills; a disk nobody refreshed yet gets it now.
+void ensureLogKind(const std::string &path)
+{
+	int kind = 0;
+	if (VEXODiskGetIntValueCacheFile(path.c_str(), "smart_selftest_log_type", &kind) != 0)
+		SmartTotalStatusCacheUpdate(path.c_str());
+}
+
 std::string resultWord(unsigned r)
 {
 	char w[32] = {};
@@ -54,6 +63,7 @@ int testStart(Context &ctx)
 		return fail("--type is quick or extend");
 	if (!VEXODiskSmartTestSupportCache(path.c_str()))
 		return fail("%s can't run self-tests", path.c_str());
+	ensureLogKind(path);
 	int rc = VLIBCExecl(SMART_TEST_TOOL, SMART_TEST_TOOL, "--type", type.c_str(), "--disk", "sel", path.c_str(),
 			    static_cast<const char *>(nullptr));
 	if (rc != 0)
@@ -70,6 +80,7 @@ int testStop(Context &ctx)
 	if (ctx.args.size() != 1)
 		return fail("usage: smart test stop DISK");
 	std::string path = devicePath(ctx.args[0]);
+	ensureLogKind(path);
 	if (VEXODiskSmartTestStop(path.c_str()) != 0)
 		return fail("can't stop the test on %s (error 0x%04X)", path.c_str(), VLIBCErrGet());
 	Value r = Value::object();
@@ -84,6 +95,7 @@ int testStatus(Context &ctx)
 	if (ctx.args.size() != 1)
 		return fail("usage: smart test status DISK");
 	std::string path = devicePath(ctx.args[0]);
+	ensureLogKind(path);
 	SmartTestLog log{};
 	if (SMARTSelfTestLogRead(path.c_str(), &log) != 0)
 		return fail("can't read the self-test log of %s (error 0x%04X)", path.c_str(), VLIBCErrGet());
