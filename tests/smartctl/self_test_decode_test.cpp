@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "smartctl/self_test.h"
+#include "support/vexotest.h"
 
 using namespace vexo::selftest;
 
@@ -159,6 +160,31 @@ TEST(SelfTestDecode, LatestResultAndWords)
 	EXPECT_STREQ(w, "extended_test_suggested");
 	EXPECT_EQ(SmartTestResultStringTransfer(8, w, sizeof(w)), -1);
 	EXPECT_EQ(SmartTestStatusStringTransfer(3, w, 4), -1); // "fail" and its NUL need 5
+}
+
+} // namespace
+
+namespace {
+
+TEST(SelfTestDocument, ShownEntriesAndAMissingResult)
+{
+	vexo::test::Sysroot root;
+	SmartTestResultLog *list = nullptr;
+	ASSERT_EQ(SmartTestResultLogGet(&list), 0); // no document: an empty list
+	EXPECT_FALSE(list);
+	const std::string a = R"(<test model="M" SN="S1" time="t1" path="/dev/sda" result="completed" show="1">quick</test>)",
+			  hidden = R"(<test model="M" SN="S2" time="t2" path="/dev/sdb" result="damage" show="0">extend</test>)";
+	root.write(SMART_TEST_RESULT_LOG_XML, "<log>" + a + hidden + "</log>");
+	ASSERT_EQ(SmartTestResultLogGet(&list), 0);
+	ASSERT_TRUE(list && !list->next);
+	EXPECT_STREQ(list->serial, "S1");
+	EXPECT_STREQ(list->result, "completed");
+	EXPECT_STREQ(list->text, "quick");
+	SmartTestResultLogFree(list);
+	root.write(SMART_TEST_RESULT_LOG_XML, "<log>" + a + R"(<test model="M" SN="S3" time="t" path="p" show="1"/></log>)");
+	list = nullptr;
+	EXPECT_EQ(SmartTestResultLogGet(&list), -1);
+	EXPECT_FALSE(list);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // The verdict on an emulated disk: attributes against the action log's
 // mutes, the self-test weight, the cached overview that sends nothing to
 // the drive, and recording an action.
+#include <ctime>
 #include <string>
 #include <vexohw/frame.h>
 #include <vexohw/smart_info.h>
@@ -117,6 +118,52 @@ TEST_F(Verdict, TotalAndCachedOverview)
 	EXPECT_TRUE(commands("sda").empty()); // a sleeping disk stays asleep
 	root.remove("/run/vexostorage/disks/sda/smart_damage_weight");
 	EXPECT_EQ(SmartOverviewStatusCacheGet("/dev/sda", nullptr), 0);
+}
+
+TEST_F(Verdict, NvmeWarningsAndUsedUp)
+{
+	struct Row {
+		int warning, used, status, weight;
+	} rows[] = {{0, 50, SMART_INFO_NORMAL, 0}, {0x08, 50, SMART_INFO_FAIL, 601},
+		    {0x03, 50, SMART_INFO_FAIL, 32}, {0, 100, SMART_INFO_FAIL, 1}};
+	root.write(SMART_ACTION_LOG, "");
+	for (const Row &r : rows) {
+		node("nvme0n1", R"({"protocol":"nvme","model":"WD Red SN700 500GB","serial":"22514D800394","nvme":{"vid":5559,
+		     "critical_warning":)" + std::to_string(r.warning) + R"(,"percentage_used":)" + std::to_string(r.used) + "}}");
+		SmartWarningReason reason{};
+		int weight = -1;
+		EXPECT_EQ(SmartInfoStatusGet("/dev/nvme0n1", &reason, &weight, nullptr, nullptr, 0), r.status) << r.warning;
+		EXPECT_EQ(weight, r.weight) << r.warning << " " << r.used;
+		EXPECT_EQ(reason.criticalWarning, static_cast<unsigned>(r.warning));
+	}
+}
+
+TEST_F(Verdict, ActionLogKeepsWhatStillStands)
+{
+	// Oldest first: a LIFE mute later cancelled, an ADV mute older than the
+	// newest advanced test, an UNC entry (never kept), another disk's entry.
+	auto entry = [](const char *type, int action, const char *time, const char *sn = "ZL2K4T7C") {
+		return std::string("<smart path=\"/dev/sda\" model=\"VEXO HAT5300-8T\" SN=\"") + sn + "\" time=\"" + time +
+		       "\" type=\"" + type + "\" life=\"5\" testCode=\"c1\" show=\"1\">" + std::to_string(action) + "</smart>\n";
+	};
+	root.write(SMART_ACTION_LOG, "<log>\n" + entry("LIFE", 1, "2026/01/01 00:00:00") + entry("LIFE", 3, "2026/01/02 00:00:00") +
+					     entry("ADV", 1, "2026/01/03 00:00:00") + entry("UNC", 1, "2026/01/04 00:00:00") +
+					     entry("SMART_TEST", 2, "2026/01/05 00:00:00") +
+					     entry("SMART_TEST", 1, "2026/01/06 00:00:00", "OTHER") + "</log>\n");
+	std::tm t{};
+	t.tm_year = 126, t.tm_mon = 0, t.tm_mday = 4, t.tm_isdst = -1;
+	ASSERT_EQ(VLIBLogSetByVA("disk_test", 1, "m", "ZL2K4T7C", "/dev/sda", std::to_string(std::mktime(&t)).c_str(), "ihm",
+				 "quick", static_cast<const char *>(nullptr)), 0);
+	SmartInfoAction *list = nullptr;
+	ASSERT_EQ(SmartInfoActionLogGet("/dev/sda", &list, SMART_WARNING_ALL), 0);
+	ASSERT_TRUE(list);
+	EXPECT_EQ(list->type, SMART_WARNING_SMART_TEST);
+	EXPECT_EQ(list->action, 2);
+	EXPECT_FALSE(list->next);
+	SmartInfoActionLogFree(list);
+	ASSERT_EQ(SmartInfoActionLogGet("/dev/sda", &list, SMART_WARNING_LIFE), 0);
+	EXPECT_FALSE(list); // the cancel is not kept either
+	EXPECT_EQ(SmartInfoActionLogGet("/dev/sda", &list, 9), -1);
 }
 
 TEST_F(Verdict, RecordedMuteSilencesThePastFailure)
