@@ -120,6 +120,36 @@ TEST_F(Verdict, TotalAndCachedOverview)
 	EXPECT_EQ(SmartOverviewStatusCacheGet("/dev/sda", nullptr), 0);
 }
 
+TEST_F(Verdict, LifeAndMediaOverlay)
+{
+	struct Row {
+		const char *what;
+		bool past, readOnly, danger, badBlock, below, ignore;
+		int status, weight;
+	} rows[] = {
+		{"read-only in the danger zone", false, true, true, false, false, false, SMART_INFO_LIFE_DANGER, 62},
+		{"bad blocks on a disk with weight", true, false, false, true, false, false, SMART_INFO_NORMAL_PAST, 2},
+		{"bad blocks alone", false, false, false, true, false, false, SMART_INFO_SSD_BAD_BLOCK_OVER_THR, 1},
+		{"life below its threshold", false, false, false, false, true, false, SMART_INFO_LIFE_BELOW_THR, 0},
+		{"ignorable past failure", true, false, false, false, false, true, SMART_INFO_NORMAL, 0},
+		{"ignorable, but bad blocks", true, false, false, true, false, true, SMART_INFO_NORMAL_PAST, 2},
+	};
+	root.write(SMART_ACTION_LOG, "");
+	for (const Row &r : rows) {
+		attr5(100, r.past ? 4 : 100, 10);
+		for (auto [key, v] : {std::pair{"remain_life", 40}, {"read_only", r.readOnly}, {"remain_life_danger", r.danger},
+				     {"ssd_bad_block_over_thr", r.badBlock}, {"below_remain_life_thr", r.below},
+				     {"smart_attr_ignore", r.ignore}})
+			VEXODiskUpdateIntValueCacheFile("sda", key, v);
+		SmartWarningReason reason{};
+		int weight = -1;
+		EXPECT_EQ(SmartInfoStatusGet("/dev/sda", &reason, &weight, nullptr, nullptr, 1), r.status) << r.what;
+		EXPECT_EQ(weight, r.weight) << r.what;
+		EXPECT_EQ(reason.failList != nullptr, r.past && !(r.ignore && !r.badBlock)) << r.what;
+		SmartInfoFailListFree(reason.failList);
+	}
+}
+
 TEST_F(Verdict, NvmeWarningsAndUsedUp)
 {
 	struct Row {
