@@ -1,5 +1,6 @@
 // SMARTSelfTestLogRead: a disk's self-test record from whichever log it
 // keeps, with the debug overrides applied, then the latest-result rule.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -22,6 +23,8 @@ namespace vexo::selftest {
 namespace {
 
 constexpr unsigned kExtLogAddress = 7, kLogDirPagesOffset = 14;
+// The sector count of READ LOG EXT through the 16-byte pass-through is one byte here.
+constexpr unsigned kMaxSectorsPerRead = 255;
 
 bool isScsi(const char *path) { return VEXOSmartctlCommandInterfaceGet(path) == sas_command_interface; }
 
@@ -39,9 +42,13 @@ bool readExtendedLog(int fd, const char *path, std::vector<uint8_t> &pages)
 	if (count == 0)
 		return false;
 	pages.assign(static_cast<size_t>(count) * 512, 0);
-	for (unsigned p = 0; p < count; ++p)
-		if (SMARTReadLogExt(fd, 0, 1, kExtLogAddress, p, pages.data() + p * 512) != 0)
+	// All pages in one command where the sector count allows, so that a
+	// long log costs one command, not one a page.
+	for (unsigned p = 0; p < count; p += kMaxSectorsPerRead) {
+		unsigned n = std::min(kMaxSectorsPerRead, count - p);
+		if (SMARTReadLogExt(fd, 0, n, kExtLogAddress, p, pages.data() + static_cast<size_t>(p) * 512) != 0)
 			return false;
+	}
 	return true;
 }
 

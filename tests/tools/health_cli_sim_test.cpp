@@ -1,7 +1,10 @@
 // vexohw health, smart test and smart tests on the bundled box: the three
 // levels side by side, the overview's cached HEALTH column, and a test
 // started, watched and stopped through the box's vexo_smart_test.
+#include <filesystem>
 #include <fstream>
+#include <vexohw/frame.h>
+#include <vexohw/smart_status.h>
 
 #include "smartctl/drive_sim.h"
 #include "tools/cli_run.h"
@@ -79,6 +82,30 @@ TEST(HealthCli, TestStartedStatusStoppedAndListed)
 	EXPECT_EQ(text(first, "test_type"), "extend");
 	EXPECT_EQ(text(first, "result"), "aborted");
 	EXPECT_NE(box.vexohw({"smart", "test", "start", "sdb", "--type", "long"}).status, 0);
+}
+
+// Every disk of the 60-disk box with warm caches: the verdict comes from
+// them alone, and no drive hears a command (a sleeping disk stays asleep).
+TEST(HealthCli, CachedVerdictOfSixtyDisksSendsNothing)
+{
+	char t[] = "/tmp/vexohw-health60.XXXXXX";
+	std::string dir = ::mkdtemp(t), root = dir + "/root";
+	ASSERT_EQ(runProgram(buildDir() + "/bin/vexosim", {"build", sourceTreeOf(__FILE__) + "/examples/box60.json", root}).status, 0);
+	ScopedEnv env("VEXO_SYSROOT", root.c_str());
+	std::vector<std::string> disks;
+	for (const auto &e : std::filesystem::directory_iterator(root + "/run/vexostorage/disks"))
+		disks.push_back(e.path().filename().string());
+	ASSERT_GE(disks.size(), 60u);
+	for (size_t i = 0; i < disks.size(); ++i)
+		ASSERT_EQ(VEXODiskUpdateIntValueCacheFile(disks[i].c_str(), "smart_damage_weight", static_cast<int>(i)), 0);
+	std::filesystem::remove_all(root + "/run/vexosim/drive");
+	for (size_t i = 0; i < disks.size(); ++i) {
+		int w = -1;
+		EXPECT_EQ(SmartOverviewStatusCacheGet(("/dev/" + disks[i]).c_str(), &w), i == 0 ? 1 : i <= 30 ? 2 : 3);
+		EXPECT_EQ(w, static_cast<int>(i));
+	}
+	EXPECT_FALSE(std::filesystem::exists(root + "/run/vexosim/drive"));
+	std::filesystem::remove_all(dir);
 }
 
 } // namespace

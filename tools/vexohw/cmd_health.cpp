@@ -239,7 +239,7 @@ int health(Context &ctx)
 		rows.push(healthOf(p));
 	}
 	if (ctx.json) {
-		std::printf("%s\n", (paths.size() == 1 && !ctx.has("all") ? rows.asList()[0] : rows).json(2).c_str());
+		printRecord(ctx, ctx.has("all") ? rows : rows.asList()[0]);
 		return 0;
 	}
 	for (const Value &r : rows.asList()) {
