@@ -3,7 +3,10 @@
 // and the error accounting publish their findings in the disk's value
 // cache; a value that is not there is a source with nothing to say.
 #include <cstdint>
+#include <string>
+#include <vexohw/disk.h>
 #include <vexohw/frame.h>
+#include <vexohw/smart_serial.h>
 #include <vexoplatform/nvme_admin.h>
 
 #include "frame/err.h"
@@ -44,6 +47,15 @@ bool healthLogByte(const char *path, size_t offset, unsigned &out)
 	return true;
 }
 
+// The kernel's read-only flag of the block device: a drive that has gone
+// read-only is refused writes there.
+bool readOnly(const char *path)
+{
+	const char *name = VEXODiskDevPrefixSkip(path);
+	int32_t ro = 0;
+	return name && PathDir(std::string("/sys/block/") + name).readS32("ro", ro) && ro == 1;
+}
+
 } // namespace
 
 LifeAnswers lifeAnswers(const char *path)
@@ -62,8 +74,8 @@ LifeAnswers lifeAnswers(const char *path)
 	a.danger = cachedFlag(path, "remain_life_danger");
 	a.belowShow = cachedFlag(path, "below_remain_life_show_thr");
 	a.belowMail = cachedFlag(path, "below_remain_life_mail_notify_thr");
-	a.vexology = cachedFlag(path, "is_vexo_drive");
-	a.readOnly = cachedFlag(path, "read_only");
+	a.vexology = VEXODiskIsVexology(path) == 1;
+	a.readOnly = readOnly(path);
 	a.badBlockOver = cachedFlag(path, "ssd_bad_block_over_thr");
 	return a;
 }

@@ -137,7 +137,8 @@ TEST_F(Verdict, LifeAndMediaOverlay)
 	root.write(SMART_ACTION_LOG, "");
 	for (const Row &r : rows) {
 		attr5(100, r.past ? 4 : 100, 10);
-		for (auto [key, v] : {std::pair{"remain_life", 40}, {"read_only", r.readOnly}, {"remain_life_danger", r.danger},
+		root.write("/sys/block/sda/ro", r.readOnly ? "1\n" : "0\n");
+		for (auto [key, v] : {std::pair{"remain_life", 40}, {"remain_life_danger", r.danger},
 				     {"ssd_bad_block_over_thr", r.badBlock}, {"below_remain_life_thr", r.below},
 				     {"smart_attr_ignore", r.ignore}})
 			VEXODiskUpdateIntValueCacheFile("sda", key, v);
