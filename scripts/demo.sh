@@ -29,6 +29,16 @@ echo
 # library places it from the port maps, the NVMe locations and the unit
 echo "# devices: port type and disk id of every device"
 run disk where --all
+# health: the verdict of every disk from its SMART attributes and self-tests
+# (sde had an attribute at its threshold once, sdf has one now, sdd an extended test that found
+# damage); --refresh fills the caches the overview's HEALTH column reads
+echo "# health: healthy, warning, critical and failing disks"
+run health --all --refresh
+run health sdd --json
+run smart test start sdb --type extend
+run smart test status sdb
+run smart test stop sdb
+run smart tests sdb
 # overview: every disk of the box at a glance. No platform daemon runs here,
 # so it walks /sys; a snapshot written as the daemon writes it (with the
 # unit's last disk asleep, so its temperature is not read) is read back.

@@ -83,6 +83,17 @@ VEXOP_API void VEXODBFreeResult(VEXODB_RESULT *result);
 /* The message of the connection's last failure, "" when none. */
 VEXOP_API const char *VEXODBErrorGet(const VEXODB *db);
 
+/*
+ * The system log: adds event number `event` of `category`, with text
+ * arguments ended by a null pointer. Category "disk_test" (model, serial,
+ * path, time in epoch seconds, type "smart" or "ihm", test type, then
+ * optionally poh, temperature, sectors read, sectors written) adds a row
+ * to the disk test database, msg and test_code the event number.
+ * Category "disk" (model, serial, detail..., path) adds a row to the disk
+ * event database, msg the event number, info the details. 0, or -1.
+ */
+VEXOP_API int VLIBLogSetByVA(const char *category, int event, ...);
+
 VEXO_END_DECLS
 
 #endif

@@ -51,6 +51,12 @@ VEXOP_API int VEXONVMeDiskVendorGet(const char *path, char *vendor, int size);
    cut. A page the drive does not keep fails with status 0x109. 0, or -1. */
 VEXOP_API int VEXONVMeLogGet(const char *path, unsigned int page, void *buffer, unsigned int length);
 
+/* 1 when Identify Controller says the drive runs device self-tests, else 0. */
+VEXOP_API int VEXONVMeSupportSelfTest(const char *path);
+/* The extended self-test time of Identify Controller (EDSTT), in minutes,
+   or -1. */
+VEXOP_API int VEXONVMeExtendSelfTestTimeMinGet(const char *path);
+
 VEXO_END_DECLS
 
 #endif

@@ -19,6 +19,8 @@ constexpr unsigned kLogMax = 4096;
 
 // Offsets in Identify Controller.
 constexpr std::size_t kIdVid = 0, kIdSsvid = 2, kIdSn = 4, kIdMn = 24, kIdFr = 64;
+constexpr std::size_t kIdOacs = 256, kIdEdstt = 316;
+constexpr unsigned kOacsSelfTest = 0x10;
 constexpr std::size_t kSnLen = 20, kMnLen = 40, kFrLen = 8;
 
 // The device node of an NVMe path: "/dev/nvme0n1" for "nvme0n1",

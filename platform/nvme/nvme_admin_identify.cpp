@@ -114,4 +114,27 @@ try {
 	return copyOut(text, vendor, size, "vendor", path) ? 0 : -1;
 } VEXO_C_CATCH(-1)
 
+// Optional Admin Command Support bit 4: the controller runs device self-tests.
+VEXOP_API int VEXONVMeSupportSelfTest(const char *path)
+{
+	uint8_t page[kIdentifySize];
+	if (!path || identifyController(path, page) != 0)
+		return 0;
+	return (le16(page + kIdOacs) & kOacsSelfTest) ? 1 : 0;
+}
+
+VEXOP_API int VEXONVMeExtendSelfTestTimeMinGet(const char *path)
+{
+	uint8_t page[kIdentifySize];
+	if (!path) {
+		VEXO_ERR(VEXO_ERR_BAD_PARAM);
+		return -1;
+	}
+	if (identifyController(path, page) != 0) {
+		VEXO_ERR_PASS();
+		return -1;
+	}
+	return le16(page + kIdEdstt);
+}
+
 } // extern "C"

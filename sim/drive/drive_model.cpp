@@ -348,7 +348,7 @@ std::vector<uint8_t> Drive::smartValues() const
 	});
 	p[362] = 0x82;
 	p[363] = static_cast<uint8_t>(jnum(smart, "self_test_execution_status", 0));
-	p[367] = 0x7B;
+	p[367] = static_cast<uint8_t>(jnum(smart, "offline_capability", 0x7B)); // bit 4: self-test
 	putWord(p + 368, 0, 0x0003);
 	p[370] = 0x01;
 	p[372] = static_cast<uint8_t>(jnum(smart, "short_test_minutes", 2));
@@ -409,7 +409,7 @@ bool Drive::smartLog(unsigned addr, bool gpl, std::vector<uint8_t> &pages) const
 			putWord(pages.data(), 6, 1);
 			putWord(pages.data(), 9, 1);
 		} else {
-			putWord(pages.data(), 7, 1);
+			putWord(pages.data(), 7, static_cast<unsigned>(std::max<size_t>(1, (n + 18) / 19)));
 		}
 		if (num("sct", 0x003D) & 1) {
 			putWord(pages.data(), 0xE0, 1);
@@ -455,13 +455,13 @@ bool Drive::smartLog(unsigned addr, bool gpl, std::vector<uint8_t> &pages) const
 		sealPage(pages.data());
 		return true;
 	}
-	if (addr == 7 && gpl) {
-		pages.assign(512, 0);
+	if (addr == 7 && gpl) { // as many pages as the history fills, 19 descriptors a page
+		size_t k = n, count = std::max<size_t>(1, (k + 18) / 19);
+		pages.assign(count * 512, 0);
 		pages[0] = 1;
-		size_t k = std::min<size_t>(n, 19);
-		for (size_t i = 0; i < k; ++i) {
+		for (size_t i = 0; i < k; ++i) { // entry i is the i-th oldest
 			json_object *t = json_object_array_get_idx(tests, k - 1 - i);
-			uint8_t *d = pages.data() + 4 + 26 * i;
+			uint8_t *d = pages.data() + (i / 19) * 512 + 4 + 26 * (i % 19);
 			d[0] = static_cast<uint8_t>(jnum(t, "type", 1));
 			d[1] = static_cast<uint8_t>(jnum(t, "status", 0));
 			putWord(d, 1, static_cast<unsigned>(jnum(t, "hours", 0)));
@@ -470,7 +470,8 @@ bool Drive::smartLog(unsigned addr, bool gpl, std::vector<uint8_t> &pages) const
 				d[5 + b] = (lba >> (8 * b)) & 0xFF;
 		}
 		putWord(pages.data(), 1, static_cast<unsigned>(k));
-		sealPage(pages.data());
+		for (size_t p = 0; p < count; ++p)
+			sealPage(pages.data() + p * 512);
 		return true;
 	}
 	const int64_t temperature = num("temperature", 35);
@@ -707,7 +708,7 @@ Outcome Drive::downloadMicrocode(const Taskfile &tf, const std::vector<uint8_t> 
 // high nibble, and while a test runs (code 0xF) the tenths still to go.
 namespace {
 constexpr unsigned kTestCompleted = 0x0, kTestAbortedByHost = 0x1, kTestInProgress = 0xF;
-constexpr size_t kSelfTestsKept = 21; // as many as SMART log 6 holds
+constexpr size_t kSelfTestsKept = 4 * 19; // four pages of the extended log; log 6 shows the newest 21
 } // namespace
 
 int64_t Drive::selfTestMinutes(uint8_t subcommand) const
@@ -898,15 +899,31 @@ bool Drive::scsiLogPage(unsigned page, std::vector<uint8_t> &out) const
 		}
 		return true;
 	}
-	case 0x10:
+	case 0x10: { // self-test results: the running test first, then the history, newest first
 		header(20 * 20);
-		for (int i = 0; i < 20; ++i) {
-			uint8_t *q = out.data() + 4 + 20 * i;
-			q[1] = static_cast<uint8_t>(i + 1);
+		json_object *tests = obj("self_tests");
+		json_object *smart = obj("smart"), *run = nullptr;
+		size_t k = tests ? json_object_array_length(tests) : 0, slot = 0;
+		auto param = [&](unsigned code, unsigned result, int64_t hours) {
+			uint8_t *q = out.data() + 4 + 20 * slot;
+			q[1] = static_cast<uint8_t>(++slot);
 			q[2] = 0x03;
 			q[3] = 0x10;
+			q[4] = static_cast<uint8_t>((code & 7) << 5 | (result & 0xF));
+			q[6] = (hours >> 8) & 0xFF;
+			q[7] = hours & 0xFF;
+		};
+		if (smart && json_object_object_get_ex(smart, "running_self_test", &run))
+			param(static_cast<unsigned>(jnum(run, "type", 1)), 0xF, powerOnHours());
+		for (size_t i = 0; i < k && slot < 20; ++i) {
+			json_object *t = json_object_array_get_idx(tests, i);
+			param(static_cast<unsigned>(jnum(t, "type", 1)), static_cast<unsigned>(jnum(t, "status", 0)) >> 4,
+			      jnum(t, "hours", 0));
 		}
+		for (; slot < 20;) // unused parameters keep their codes
+			out[4 + 20 * slot + 1] = static_cast<uint8_t>(slot + 1), out[4 + 20 * slot + 2] = 0x03, out[4 + 20 * slot + 3] = 0x10, ++slot;
 		return true;
+	}
 	case 0x15:
 		header(16);
 		out[4 + 3] = 0x0C;
@@ -961,6 +978,13 @@ Outcome Drive::scsi(const uint8_t *cdb, unsigned cdbLen, std::vector<uint8_t> &o
 		putFixed(out.data() + 16, str("model", "VEXO HD4000"), 16);
 		putFixed(out.data() + 32, str("firmware", "VX01"), 4);
 		return o;
+	}
+	case 0x1D: { // SEND DIAGNOSTIC: the self-test code in bits 7-5 of byte 1
+		static constexpr uint8_t kAsAta[8] = {0, 0x01, 0x02, 0, 0x7F, 0x81, 0x82, 0};
+		unsigned code = cdb[1] >> 5;
+		if (code == 0 || code == 3 || code == 7)
+			return (cdb[1] & 0x04) ? o : illegal(0x24, "unsupported self-test code");
+		return executeOffline(kAsAta[code]);
 	}
 	case 0x1B: // START STOP UNIT
 		setPower((cdb[4] & 1) ? kActive : kStandby);
@@ -1025,6 +1049,11 @@ Outcome Drive::scsi(const uint8_t *cdb, unsigned cdbLen, std::vector<uint8_t> &o
 				       : std::vector<uint8_t>{0x0a, 0x0a, 0x02, 0x00, 0, 0, 0, 0, 0xff, 0xff, 0, 0};
 		else
 			return illegal(0x24, "unsupported mode page");
+		if (page == 0x0A && pc != 1) { // extended self-test completion time, seconds
+			int64_t secs = std::min<int64_t>(0xFFFF, selfTestMinutes(2) * 60);
+			body[10] = (secs >> 8) & 0xFF;
+			body[11] = secs & 0xFF;
+		}
 		if (pc == 2 || pc == 3)
 			return illegal(0x24, "unsupported page control");
 		body[0] |= 0x80; // PS: savable

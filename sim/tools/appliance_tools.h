@@ -7,5 +7,6 @@ inline constexpr int kDhmLine1 = 50, kDhmLine2 = 51, kDhmBusy = 16;
 
 int vexostorage(int argc, char **argv);
 int dhmTool(int argc, char **argv);
+int vexoSmartTest(int argc, char **argv); // vexo_smart_test.cpp
 
 } // namespace vexosim::tools

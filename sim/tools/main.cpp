@@ -37,6 +37,7 @@ constexpr Tool kTools[] = {
 	{"dhm_tool", vexosim::tools::dhmTool},
 	{"vexowebapi", vexosim::tools::vexowebapi},
 	{"md5sum", vexosim::tools::md5sum},
+	{"vexo_smart_test", vexosim::tools::vexoSmartTest},
 };
 
 const char *base(const char *p)

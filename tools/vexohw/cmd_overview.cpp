@@ -20,6 +20,7 @@
 #include <vexohw/smart_info.h>
 #include <vexohw/smart_serial.h>
 #include <vexohw/smartctl.h>
+#include <vexohw/smart_status.h>
 #include <vexoplatform/ebox_info.h>
 #include <vexoplatform/vexocore.h>
 
@@ -211,6 +212,18 @@ Value textOrNull(const std::string &s) { return s.empty() ? Value() : Value(s); 
 
 // One disk. A table adds texts for people; JSON keeps only numbers with
 // their units in the field names, and says where each value came from.
+// The cached verdict: never a command to the drive. null until the
+// disk's caches have been filled.
+Value healthOf(const char *path)
+{
+	int weight = 0;
+	char word[32] = {};
+	int status = SmartOverviewStatusCacheGet(path, &weight);
+	if (status == 0 || SmartOverviewStatusStringTransfer(status, word, sizeof(word)) != 0)
+		return Value();
+	return Value(word);
+}
+
 Value row(const DiskInfo &d, bool forTable, int used)
 {
 	const bool snap = used == VEXO_EXT_DISK_SOURCE_SNAPSHOT;
@@ -242,6 +255,7 @@ Value row(const DiskInfo &d, bool forTable, int used)
 	r.set("secure_erasing", d.secureErasing != 0);
 	std::string smartCell;
 	r.set("smart", smartOf(d, smartCell));
+	r.set("health", healthOf(d.path));
 	if (forTable) {
 		r.set("smart_summary", smartCell);
 		return r;
@@ -258,6 +272,7 @@ Value row(const DiskInfo &d, bool forTable, int used)
 	from.set("temperature_c", snap ? "snapshot" : d.temperature > 0 ? "drive" : "not_read");
 	from.set("secure_erasing", "erase_marker");
 	from.set("smart", x.smartFrom);
+	from.set("health", "cache");
 	r.set("sources", from);
 	return r;
 }
@@ -354,7 +369,8 @@ int overview(Context &ctx)
 		    {"logical_block_size_bytes", "SECTOR"},
 		    {"media", "MEDIA"},
 		    {"temperature", "TEMP"},
-		    {"smart_summary", "SMART"}},
+		    {"smart_summary", "SMART"},
+		    {"health", "HEALTH"}},
 		   title.c_str());
 	std::printf("\nTEMP \"-\": not read, so as not to wake the disk (asleep, USB) or not told by it.\n");
 	if (tripped)

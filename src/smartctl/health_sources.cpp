@@ -1,0 +1,107 @@
+// Where each health source of the verdict comes in. The families behind the
+// remaining life, the advanced test, the drive analytics, the SSD bundle
+// and the error accounting publish their findings in the disk's value
+// cache; a value that is not there is a source with nothing to say.
+#include <cstdint>
+#include <string>
+#include <vexohw/disk.h>
+#include <vexohw/frame.h>
+#include <vexohw/smart_serial.h>
+#include <vexoplatform/nvme_admin.h>
+
+#include "frame/err.h"
+#include "smartctl/health_sources.h"
+
+namespace vexo::health {
+namespace {
+
+using vexo::PathDir;
+
+constexpr unsigned kNvmeHealthLog = 2;
+constexpr unsigned kNvmeHealthLogSize = 512;
+constexpr size_t kCriticalWarningByte = 0, kPercentageUsedByte = 5;
+
+// An integer cache value; 0 when the source has published none.
+int cachedWeight(const char *path, const char *key, const PathDir *cache = nullptr)
+{
+	if (cache) {
+		int32_t v = 0;
+		return cache->readS32(key, v) && v > 0 ? v : 0;
+	}
+	int v = 0;
+	return VEXODiskGetIntValueCacheFile(path, key, &v) == 0 && v > 0 ? v : 0;
+}
+
+bool cachedFlag(const char *path, const char *key)
+{
+	int v = 0;
+	return VEXODiskGetIntValueCacheFile(path, key, &v) == 0 && v == 1;
+}
+
+bool healthLogByte(const char *path, size_t offset, unsigned &out)
+{
+	uint8_t page[kNvmeHealthLogSize] = {};
+	if (VEXONVMeLogGet(path, kNvmeHealthLog, page, sizeof(page)) != 0)
+		return false;
+	out = page[offset];
+	return true;
+}
+
+// The kernel's read-only flag of the block device: a drive that has gone
+// read-only is refused writes there.
+bool readOnly(const char *path)
+{
+	const char *name = VEXODiskDevPrefixSkip(path);
+	int32_t ro = 0;
+	return name && PathDir(std::string("/sys/block/") + name).readS32("ro", ro) && ro == 1;
+}
+
+} // namespace
+
+LifeAnswers lifeAnswers(const char *path)
+{
+	// The disk's health attributes (bad sectors, remaining life) come from
+	// the disk status family; until it has published them for this disk
+	// the overlay has nothing to weigh.
+	LifeAnswers a;
+	int life = -1;
+	if (VEXODiskGetIntValueCacheFile(path, "remain_life", &life) != 0)
+		return a;
+	a.haveAttr = true;
+	a.remainLife = life;
+	a.badSectors = cachedWeight(path, "bad_sec_ct");
+	a.belowThreshold = cachedFlag(path, "below_remain_life_thr");
+	a.danger = cachedFlag(path, "remain_life_danger");
+	a.belowShow = cachedFlag(path, "below_remain_life_show_thr");
+	a.belowMail = cachedFlag(path, "below_remain_life_mail_notify_thr");
+	a.vexology = VEXODiskIsVexology(path) == 1;
+	a.readOnly = readOnly(path);
+	a.badBlockOver = cachedFlag(path, "ssd_bad_block_over_thr");
+	return a;
+}
+
+bool smartAttributeIgnorable(const char *path) { return cachedFlag(path, "smart_attr_ignore"); }
+
+bool nvmeCriticalWarning(const char *path, unsigned &bitmap) { return healthLogByte(path, kCriticalWarningByte, bitmap); }
+
+bool nvmePercentageUsed(const char *path, unsigned &percent) { return healthLogByte(path, kPercentageUsedByte, percent); }
+
+int advWeight(const char *path, const PathDir *cache, std::string *advStatus)
+{
+	if (advStatus) {
+		char text[64] = {};
+		if (VEXODiskGetStrValueCacheFile(path, "adv_status", text, sizeof(text)) == 0)
+			*advStatus = text;
+	}
+	return cachedWeight(path, "adv_damage_weight", cache);
+}
+
+int wddaWeight(const char *, const PathDir *) { return 0; } // the analytics family publishes no weight yet
+
+int ssdBundleWeight(const char *, const PathDir *) { return 0; } // nor does the SSD bundle family
+
+int errorTimeoutWeight(const char *path, const PathDir *cache) { return cachedWeight(path, "timeout_weight", cache); }
+int errorResetFailWeight(const char *path, const PathDir *cache) { return cachedWeight(path, "reset_fail_weight", cache); }
+int errorUncWeight(const char *path, const PathDir *cache) { return cachedWeight(path, "unc_weight", cache); }
+
+} // namespace vexo::health
