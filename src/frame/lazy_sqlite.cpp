@@ -1,4 +1,5 @@
 // SQLite on first use: the functions the platform layer calls (see lazy_lib.h).
+#include <cstdarg>
 #include <sqlite3.h>
 
 #include "frame/lazy_lib.h"
@@ -47,6 +48,18 @@ const char *sqlite3_column_name(sqlite3_stmt *stmt, int i) { VEXO_LAZY_CALL(sqli
 const unsigned char *sqlite3_column_text(sqlite3_stmt *stmt, int i)
 {
 	VEXO_LAZY_CALL(sqlite(), sqlite3_column_text, nullptr, stmt, i);
+}
+
+void sqlite3_free(void *p) { VEXO_LAZY_CALL(sqlite(), sqlite3_free, , p); }
+char *sqlite3_vmprintf(const char *format, va_list ap) { VEXO_LAZY_CALL(sqlite(), sqlite3_vmprintf, nullptr, format, ap); }
+// Variadic: formatted through the va_list form.
+char *sqlite3_mprintf(const char *format, ...)
+{
+	va_list ap;
+	va_start(ap, format);
+	char *text = sqlite3_vmprintf(format, ap);
+	va_end(ap);
+	return text;
 }
 
 } // extern "C"

@@ -71,5 +71,27 @@ int xmlStrcmp(const xmlChar *a, const xmlChar *b)
 	VEXO_LAZY_CALL(libxml2(), xmlStrcmp, a == b ? 0 : 1, a, b);
 }
 
+// The writers of the documents the library keeps.
+xmlDocPtr xmlNewDoc(const xmlChar *version) { VEXO_LAZY_CALL(libxml2(), xmlNewDoc, nullptr, version); }
+xmlNodePtr xmlNewNode(xmlNsPtr ns, const xmlChar *name) { VEXO_LAZY_CALL(libxml2(), xmlNewNode, nullptr, ns, name); }
+xmlAttrPtr xmlNewProp(xmlNodePtr node, const xmlChar *name, const xmlChar *value)
+{
+	VEXO_LAZY_CALL(libxml2(), xmlNewProp, nullptr, node, name, value);
+}
+xmlNodePtr xmlNewTextChild(xmlNodePtr parent, xmlNsPtr ns, const xmlChar *name, const xmlChar *content)
+{
+	VEXO_LAZY_CALL(libxml2(), xmlNewTextChild, nullptr, parent, ns, name, content);
+}
+xmlNodePtr xmlDocSetRootElement(xmlDocPtr doc, xmlNodePtr root)
+{
+	VEXO_LAZY_CALL(libxml2(), xmlDocSetRootElement, nullptr, doc, root);
+}
+xmlChar *xmlNodeGetContent(const xmlNode *node) { VEXO_LAZY_CALL(libxml2(), xmlNodeGetContent, nullptr, node); }
+int xmlKeepBlanksDefault(int val) { VEXO_LAZY_CALL(libxml2(), xmlKeepBlanksDefault, 1, val); }
+int xmlSaveFormatFileEnc(const char *file, xmlDocPtr doc, const char *encoding, int format)
+{
+	VEXO_LAZY_CALL(libxml2(), xmlSaveFormatFileEnc, -1, file, doc, encoding, format);
+}
+
 } // extern "C"
 #pragma GCC visibility pop

@@ -161,7 +161,10 @@ TEST_F(Box, LibraryListEqualsSmartctlTable)
 	for (const auto &name : ata) {
 		SCOPED_TRACE(name);
 		Ran a = run({"/usr/bin/smartctl", "-a", "-d", "sat", "/dev/" + name});
-		EXPECT_EQ(a.status, 0) << a.out;
+		// Bits 0-2 say smartctl could not talk to the drive; the higher
+		// ones report what the drive holds (an attribute at its threshold,
+		// a failed self-test), which the box has on purpose.
+		EXPECT_EQ(a.status & 0x07, 0) << a.out;
 		Ran x = run({"/usr/bin/smartctl", "-x", "-d", "sat", "/dev/" + name});
 		for (const Ran *r : {&a, &x})
 			EXPECT_EQ(r->out.find("checksum"), std::string::npos) << r->out;

@@ -1,3 +1,4 @@
+#include <algorithm>
 // Self-test records read from emulated drives: which commands reach the
 // drive, the status and weight, the fallback files, and closing the record
 // of a finished test (keys, event row, concurrency between processes).
@@ -111,7 +112,10 @@ TEST_F(SelfTestLog, ExtendedLogOfTenPages)
 	EXPECT_EQ(log.latestResult, 1u);
 	// values, log directory, extended directory, then all ten pages at once
 	EXPECT_EQ(commands("sda").size(), 4u);
-	EXPECT_EQ(countOf("sda", "cdb=85080e000000" "0a000700000000002f00 -> ok"), 1);
+	auto sent = commands("sda");
+	EXPECT_EQ(std::count_if(sent.begin(), sent.end(),
+				[](const std::string &l) { return l.find("cdb=85080e000000" "0a000700000000002f00 -> ok") != l.npos; }),
+		  1);
 }
 
 TEST_F(SelfTestLog, HistoryFillsExtendedLogPages)
@@ -127,7 +131,8 @@ TEST_F(SelfTestLog, HistoryFillsExtendedLogPages)
 	EXPECT_EQ(log.extendResult, 4u);
 	EXPECT_EQ(log.quickResult, 1u);
 	EXPECT_EQ(log.latestResult, 4u);
-	EXPECT_EQ(countOf("sda", "2f00 -> ok"), 2); // the directory, then both pages at once
+	auto sent = commands("sda"); // the directory, then both pages at once
+	EXPECT_EQ(std::count_if(sent.begin(), sent.end(), [](const std::string &l) { return l.find("2f00 -> ok") != l.npos; }), 2);
 }
 
 TEST_F(SelfTestLog, ScsiResultsAndControlModePages)
