@@ -69,7 +69,7 @@ public:
 			tree_.file("/dev/" + d.name, driveNode(d));
 			tree_.dir("/run/vexostorage/disks/" + d.name);
 		}
-		for (const char *d : {"/tmp", "/var/log", "/var/lib", "/run/vexostorage"})
+		for (const char *d : {"/tmp", "/var/log", "/var/lib", "/var/run", "/run/vexostorage", "/run/vexosdk/lock"})
 			tree_.dir(d);
 		tools();
 	}
@@ -87,7 +87,8 @@ private:
 		const char *program = "/usr/vexo/libexec/vexosim-tools";
 		tree_.program(program, bin);
 		for (const char *p : {"/usr/bin/smartctl", "/usr/vexo/bin/sg_raw", "/usr/vexo/bin/sg_sat_identify",
-				      "/usr/vexo/sbin/sg_logs", "/usr/vexo/sbin/vexostorage", "/usr/vexo/sbin/dhm_tool"})
+				      "/usr/vexo/sbin/sg_logs", "/usr/vexo/sbin/vexostorage", "/usr/vexo/sbin/dhm_tool",
+				      "/usr/vexo/bin/vexo_vcemd_connector"})
 			tree_.link(p, program);
 	}
 

@@ -4,6 +4,8 @@
 //   vexosim build DESCRIPTION DIR   write the box's root into DIR
 //   vexosim check DESCRIPTION       only check the description
 //   vexosim run DIR -- COMMAND...   run COMMAND with the box as its root
+//   vexosim start DIR               start the box's platform daemon (vcemd)
+//   vexosim stop DIR                stop it; it also ends when DIR is removed
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -15,6 +17,7 @@
 #include <vector>
 
 #include "build.h"
+#include "daemon.h"
 #include "description.h"
 #include "tree.h"
 
@@ -26,7 +29,8 @@ int usage()
 {
 	std::fprintf(stderr, "usage: vexosim build DESCRIPTION DIR\n"
 			     "       vexosim check DESCRIPTION\n"
-			     "       vexosim run DIR -- COMMAND [ARG...]\n");
+			     "       vexosim run DIR -- COMMAND [ARG...]\n"
+			     "       vexosim start|stop DIR\n");
 	return 2;
 }
 
@@ -81,6 +85,14 @@ int main(int argc, char **argv)
 			std::printf("%s: %s with %zu devices in %s\n", argv[2], box.model.c_str(), box.devices.size(),
 				    argv[3]);
 			return 0;
+		}
+		if ((cmd == "start" || cmd == "stop") && argc == 3) {
+			char root[PATH_MAX];
+			if (!::realpath(argv[2], root)) {
+				std::fprintf(stderr, "vexosim: %s: %s\n", argv[2], std::strerror(errno));
+				return 2;
+			}
+			return cmd == "start" ? vexosim::startDaemon(root) : vexosim::stopDaemon(root);
 		}
 		if (cmd == "run" && argc >= 5 && std::strcmp(argv[3], "--") == 0)
 			return runIn(argv[2], argv + 4);

@@ -7,5 +7,7 @@ inline constexpr int kDhmLine1 = 50, kDhmLine2 = 51, kDhmBusy = 16;
 
 int vexostorage(int argc, char **argv);
 int dhmTool(int argc, char **argv);
+// vexo_vcemd_connector -signal N, through the library's connector client.
+int vcemdConnector(int argc, char **argv);
 
 } // namespace vexosim::tools

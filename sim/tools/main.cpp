@@ -2,7 +2,7 @@
 // one program answering to each name. `vexosim build` copies it into the
 // root as /usr/vexo/libexec/vexosim-tools and links the names to it: /usr/bin/smartctl, /usr/vexo/bin/sg_raw,
 // /usr/vexo/bin/sg_sat_identify, /usr/vexo/sbin/sg_logs,
-// /usr/vexo/sbin/vexostorage, /usr/vexo/sbin/dhm_tool.
+// /usr/vexo/sbin/vexostorage, /usr/vexo/sbin/dhm_tool, /usr/vexo/bin/vexo_vcemd_connector.
 //
 //   vexosim-tools NAME ARGS...   the same as running NAME ARGS...
 #include <cstdio>
@@ -31,6 +31,7 @@ constexpr Tool kTools[] = {
 	{"sg_logs", vexosim::tools::sg::sgLogs},
 	{"vexostorage", vexosim::tools::vexostorage},
 	{"dhm_tool", vexosim::tools::dhmTool},
+	{"vexo_vcemd_connector", vexosim::tools::vcemdConnector},
 };
 
 const char *base(const char *p)
@@ -58,6 +59,6 @@ int main(int argc, char **argv)
 		}
 	}
 	std::fprintf(stderr, "usage: vexosim-tools TOOL [ARG...]\n       TOOL: smartctl, sg_raw, sg_sat_identify, "
-			     "sg_logs, vexostorage, dhm_tool\n");
+			     "sg_logs, vexostorage, dhm_tool, vexo_vcemd_connector\n");
 	return 2;
 }

@@ -1,0 +1,342 @@
+// The connector against the simulated daemon: a real process on a real
+// datagram socket, absent, mute, failing, busy, and sixteen clients at once.
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <fcntl.h>
+#include <map>
+#include <sstream>
+#include <sys/file.h>
+#include <syslog.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vexohw/vcemd.h>
+
+#include "support/vexotest.h"
+
+using vexo::test::LogCapture;
+using vexo::test::Sysroot;
+
+namespace {
+
+constexpr const char *kLog = "/var/log/vcemd_sim.log";
+constexpr const char *kControl = "/tmp/vcemd_sim.control";
+
+// A box's skeleton with the stand-in connector tool, and its daemon.
+// "vcemd" is looked for by name in the host's /proc, so a test that runs
+// one holds the host-wide lock of the tests that need it alive or dead.
+struct Box {
+	int hostLock = -1;
+	Sysroot root;
+	explicit Box(bool start = true)
+	{
+		hostLock = ::open("/tmp/vexo-test-vcemd.lock", O_CREAT | O_RDWR | O_CLOEXEC, 0666);
+		if (hostLock >= 0)
+			::flock(hostLock, LOCK_EX);
+		for (const char *d : {"/tmp", "/var/run", "/var/log", "/run/vexosdk/lock", "/usr/vexo/bin"})
+			root.mkdirs(d);
+		EXPECT_EQ(::symlink((vexo::test::buildDir() + "/bin/vexosim-tools").c_str(),
+				    root.host(VEXO_VCEMD_CONNECTOR_TOOL).c_str()),
+			  0);
+		if (start) {
+			EXPECT_EQ(vexosim("start"), 0);
+		}
+	}
+	~Box()
+	{
+		vexosim("stop");
+		if (hostLock >= 0)
+			::close(hostLock);
+	}
+	int vexosim(const char *verb) const
+	{
+		return vexo::test::runProgram({vexo::test::buildDir() + "/bin/vexosim", verb, root.root()});
+	}
+	// The log once it has `n` lines (a one-way request is logged after
+	// its sender has returned).
+	std::vector<std::string> events(size_t n = 0) const
+	{
+		for (int i = 0; i < 100 && n && readEvents().size() < n; ++i)
+			::usleep(20000);
+		return readEvents();
+	}
+	std::vector<std::string> readEvents() const
+	{
+		std::vector<std::string> out;
+		if (!root.exists(kLog))
+			return out;
+		std::istringstream in(root.read(kLog));
+		for (std::string l; std::getline(in, l);)
+			if (l != "started")
+				out.push_back(l);
+		return out;
+	}
+	// Whether a process other than this one could take the connector lock.
+	bool lockFree() const
+	{
+		return vexo::test::inChild([&] {
+			       int fd = ::open(root.host(VEXO_VCEMD_LOCK_FILE).c_str(), O_RDONLY);
+			       return fd >= 0 && ::lockf(fd, F_TEST, 0) != 0 ? 1 : 0;
+		       }) == 0;
+	}
+	bool clientPathLeft() const { return root.exists(VEXO_VCEMD_CLIENT_SOCKET); }
+};
+
+Message request(int command, const std::string &data, int needReply)
+{
+	Message m{};
+	EXPECT_EQ(VEXOVcemdCopy2MsgIn(command, &m, data.data(), static_cast<int>(data.size()), needReply), 0);
+	return m;
+}
+
+std::string nuls(int n)
+{
+	std::string s;
+	while (n-- > 0)
+		s += "\\x00";
+	return s;
+}
+
+long msSince(std::chrono::steady_clock::time_point t)
+{
+	return static_cast<long>(
+		std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - t).count());
+}
+
+TEST(VcemdMessage, Builders)
+{
+	const char data[600] = "refresh";
+	struct Case {
+		bool in;
+		int length;
+		bool nullData;
+		int rc, code, result; // result: -2 unchecked
+	} cases[] = {
+		{true, 0, false, -1, 0x0D00, -2},   {true, 1, false, 0, 0, -2},	   {true, 512, false, 0, 0, -2},
+		{true, 513, false, -1, 0x0D00, -2}, {true, 32, true, -1, 0x0D00, -2}, {false, 0, false, -1, 0x0D00, -2},
+		{false, 512, false, 0, 0, 0},	    {false, 513, false, -1, -1, -1},   {false, 8, true, -1, 0x0D00, -2},
+	};
+	for (const Case &c : cases) {
+		SCOPED_TRACE(testing::Message() << (c.in ? "In " : "Out ") << c.length);
+		Message m;
+		std::memset(&m, 0xAB, sizeof(m));
+		VLIBCErrClear();
+		LogCapture log;
+		const void *d = c.nullData ? nullptr : data;
+		int rc = c.in ? VEXOVcemdCopy2MsgIn(29, &m, d, c.length, 1) : VEXOVcemdCopy2MsgOut(29, &m, d, c.length);
+		EXPECT_EQ(rc, c.rc);
+		if (c.code > 0) {
+			EXPECT_EQ(VLIBCErrGet(), c.code);
+		}
+		if (c.result != -2) {
+			EXPECT_EQ(m.result, c.result);
+		}
+		if (c.code == -1) {
+			EXPECT_TRUE(log.has(LOG_ERR, "SrcDataLen over the buffer for VEXOVcemdDataCopy()"));
+		}
+		if (rc == 0) {
+			EXPECT_EQ(m.command, 29);
+			EXPECT_EQ(m.dataLength, c.length);
+			EXPECT_EQ(std::memcmp(m.data, data, static_cast<size_t>(c.length)), 0);
+			// Cleared around what was written: nothing of the old record is sent.
+			EXPECT_TRUE(std::all_of(m.data + c.length, m.data + 512, [](unsigned char b) { return b == 0; }));
+			const unsigned char *raw = reinterpret_cast<const unsigned char *>(&m);
+			EXPECT_EQ(raw[4], c.in ? 1 : 0);
+			EXPECT_EQ(raw[5] | raw[6] | raw[7], 0);
+		}
+	}
+	Message m{};
+	EXPECT_EQ(VEXOVcemdConnectorClient(nullptr, &m), -1);
+	m.needReply = 1;
+	EXPECT_EQ(VEXOVcemdConnectorClient(&m, nullptr), -1);
+	EXPECT_EQ(VLIBCErrGet(), 0x0D00);
+}
+
+TEST(VcemdMarker, SetStatusTable)
+{
+	Sysroot root;
+	root.mkdirs("/tmp");
+	LogCapture log;
+	struct Step {
+		int state, rc;
+		bool after;
+		const char *line;
+	} steps[] = {
+		{1, 0, false, "Vcemd is not running..."},  {2, 0, true, nullptr},
+		{2, -1, true, "Vcemd is abnormal restart..."}, {1, 0, false, nullptr},
+		{7, -1, false, "No such case handler."},
+	};
+	for (const Step &s : steps) {
+		SCOPED_TRACE(s.state);
+		log.clear();
+		EXPECT_EQ(VEXOSetVcemdStatus(s.state), s.rc);
+		EXPECT_EQ(VEXOIsVcemdReady(), s.after ? 1 : 0);
+		if (s.line) {
+			EXPECT_EQ(log.count(-1, s.line), 1) << log.dump();
+		}
+	}
+	int status = 0;
+	EXPECT_EQ(VEXOVcemdStatusGet(1, &status), -1);
+	EXPECT_TRUE(log.has(LOG_INFO, "Vcemd isn't ready, so cannot get vcemd status."));
+	EXPECT_EQ(VLIBVcemdNotify(15), 0); // no pid file: nothing to signal
+}
+
+TEST(VcemdDaemon, AbsentFailsAtSendAndLeavesNothing)
+{
+	Box box(false);
+	LogCapture log;
+	Message m = request(5, std::string("refresh").append(25, '\0'), 0);
+	EXPECT_EQ(VEXOVcemdConnectorClient(&m, nullptr), -1);
+	EXPECT_TRUE(log.has(LOG_ERR, "Fail to sendto() for vcemd connector client.")) << log.dump();
+	EXPECT_FALSE(box.clientPathLeft());
+	EXPECT_TRUE(box.lockFree());
+	// The lock file stays, read-only for all.
+	EXPECT_EQ(box.root.mode(VEXO_VCEMD_LOCK_FILE) & 07777, 0444u);
+	EXPECT_EQ(VLIBVcemdNotify(43), -1);
+}
+
+TEST(VcemdDaemon, StatusNotificationsAndFailureAnswers)
+{
+	Box box;
+	int status = 0;
+	EXPECT_EQ(VEXOVcemdStatusGet(1, &status), 0);
+	EXPECT_EQ(status, VEXO_VCEMD_READY);
+	LogCapture log;
+	EXPECT_EQ(VEXOVcemdStatusGet(4, &status), -1); // asked, then refused
+	EXPECT_TRUE(log.has(LOG_ERR, "Doesn't have type=4 for VEXOVcemdStatusGet()"));
+	EXPECT_EQ(VLIBVcemdNotify(43), 0);
+	EXPECT_EQ(VLIBVcemdNotify(18), 0);
+	Message led = request(29, std::string("sda").append(29, '\0') + std::string("1").append(31, '\0') + "30", 0);
+	EXPECT_EQ(VEXOVcemdConnectorClient(&led, nullptr), 0);
+	box.root.write(kControl, "fail\n");
+	EXPECT_EQ(VEXOVcemdStatusGet(1, &status), -1);
+	EXPECT_TRUE(log.has(LOG_ERR, "vcemd connector server return error."));
+	EXPECT_EQ(VLIBVcemdNotify(63), -1);
+	std::vector<std::string> want = {
+		"request command=3 needReply=1 length=0 data=", "request command=3 needReply=1 length=0 data=",
+		"notify 43",
+		"request command=29 needReply=0 length=66 data=sda" + nuls(29) + "1" + nuls(31) + "30",
+		"request command=3 needReply=1 length=0 data=", "notify 63"};
+	std::vector<std::string> got = box.events(want.size() + 1);
+	std::erase(got, "signal 18"); // taken asynchronously, so anywhere
+	EXPECT_EQ(got, want);
+	EXPECT_EQ(box.events().size(), want.size() + 1); // and the signal, once
+	EXPECT_FALSE(box.clientPathLeft());
+	EXPECT_EQ(box.vexosim("stop"), 0);
+	EXPECT_EQ(VEXOIsVcemdReady(), 0);
+	EXPECT_FALSE(box.root.exists(VEXO_VCEMD_SERVER_SOCKET));
+}
+
+TEST(VcemdDaemon, MuteTimesOutAfterThreeSecondsButOneWayWorks)
+{
+	Box box;
+	box.root.write(kControl, "mute\n");
+	LogCapture log;
+	Message ask{};
+	ask.command = 3;
+	ask.needReply = 1;
+	Message reply{};
+	reply.command = 77;
+	auto t = std::chrono::steady_clock::now();
+	EXPECT_EQ(VEXOVcemdConnectorClient(&ask, &reply), -1);
+	long ms = msSince(t);
+	EXPECT_GE(ms, 2900);
+	EXPECT_LT(ms, 4500);
+	EXPECT_EQ(reply.command, 77); // untouched
+	EXPECT_TRUE(log.has(LOG_ERR, "Fail to recvfrom() for vcemd connector client."));
+	Message oneWay = request(5, "refresh", 0);
+	EXPECT_EQ(VEXOVcemdConnectorClient(&oneWay, nullptr), 0);
+	EXPECT_FALSE(box.clientPathLeft());
+	EXPECT_TRUE(box.lockFree());
+}
+
+TEST(VcemdDaemon, BusyLockGivesUpAfterAQuarterSecond)
+{
+	Box box;
+	int ready[2];
+	ASSERT_EQ(::pipe(ready), 0);
+	pid_t holder = ::fork();
+	if (holder == 0) {
+		int fd = ::open(box.root.host(VEXO_VCEMD_LOCK_FILE).c_str(), O_RDWR | O_CREAT, 0644);
+		int ok = fd >= 0 && ::lockf(fd, F_LOCK, 0) == 0;
+		// The holder stands in for a client mid-exchange, bound to the path.
+		box.root.write(VEXO_VCEMD_CLIENT_SOCKET, "");
+		(void)!::write(ready[1], &ok, 1);
+		::pause();
+		_exit(0);
+	}
+	char ok = 0;
+	ASSERT_EQ(::read(ready[0], &ok, 1), 1);
+	ASSERT_EQ(ok, 1);
+	LogCapture log;
+	Message m = request(5, "refresh", 0);
+	auto t = std::chrono::steady_clock::now();
+	EXPECT_EQ(VEXOVcemdConnectorClient(&m, nullptr), -1);
+	long ms = msSince(t);
+	EXPECT_GE(ms, 190);
+	EXPECT_LT(ms, 1000);
+	EXPECT_TRUE(log.has(LOG_ERR, "Fail to lockf() for vcemd connector client."));
+	EXPECT_TRUE(box.clientPathLeft()); // the holder's address is left to it
+	::kill(holder, SIGKILL);
+	::waitpid(holder, nullptr, 0);
+	::close(ready[0]);
+	::close(ready[1]);
+	EXPECT_EQ(VEXOVcemdConnectorClient(&m, nullptr), 0);
+	EXPECT_FALSE(box.clientPathLeft());
+	EXPECT_EQ(box.events(1).size(), 1u);
+}
+
+// Sixteen processes at once, each repeating a request the lock turned away:
+// every request reaches the daemon, and none twice.
+TEST(VcemdDaemon, SixteenClientsEachRequestExactlyOnce)
+{
+	Box box;
+	constexpr int kProcs = 16, kEach = 8;
+	std::vector<pid_t> kids;
+	for (int p = 0; p < kProcs; ++p) {
+		pid_t pid = ::fork();
+		if (pid == 0) {
+			for (int i = 0; i < kEach; ++i) {
+				Message m = request(29, "p" + std::to_string(p) + "-" + std::to_string(i), 1), r{};
+				int tries = 0;
+				while (VEXOVcemdConnectorClient(&m, &r) != 0 || r.result != 0)
+					if (++tries == 200)
+						_exit(1);
+			}
+			_exit(0);
+		}
+		kids.push_back(pid);
+	}
+	for (pid_t k : kids) {
+		int st = 0;
+		::waitpid(k, &st, 0);
+		EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0);
+	}
+	std::map<std::string, int> seen;
+	for (const std::string &e : box.events())
+		++seen[e.substr(e.find("data=") + 5)];
+	EXPECT_EQ(seen.size(), static_cast<size_t>(kProcs * kEach));
+	for (const auto &[data, n] : seen)
+		EXPECT_EQ(n, 1) << data;
+	EXPECT_FALSE(box.clientPathLeft());
+}
+
+// A box whose socket paths do not fit sun_path: they go through a
+// descriptor on their directory, both ways.
+TEST(VcemdDaemon, LongSysrootPrefix)
+{
+	Sysroot outer;
+	const std::string deep = outer.host("/" + std::string(70, 'r') + "/" + std::string(40, 's'));
+	outer.mkdirs(deep.substr(outer.root().size()));
+	vexo::test::ScopedEnv tmp("TMPDIR", deep.c_str());
+	Box box;
+	ASSERT_GT(box.root.host(VEXO_VCEMD_CLIENT_SOCKET).size(), 108u);
+	int status = 0;
+	EXPECT_EQ(VEXOVcemdStatusGet(1, &status), 0);
+	EXPECT_EQ(status, VEXO_VCEMD_READY);
+	EXPECT_EQ(VLIBVcemdNotify(52), 0);
+	EXPECT_EQ(box.events(2).size(), 2u);
+	EXPECT_FALSE(box.clientPathLeft());
+}
+
+} // namespace
