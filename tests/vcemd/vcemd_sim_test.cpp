@@ -5,72 +5,26 @@
 #include <cstring>
 #include <fcntl.h>
 #include <map>
-#include <sstream>
-#include <sys/file.h>
 #include <syslog.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vexohw/vcemd.h>
 
-#include "support/vexotest.h"
+#include "support/sim_daemon.h"
 
 using vexo::test::LogCapture;
 using vexo::test::Sysroot;
 
 namespace {
 
-constexpr const char *kLog = "/var/log/vcemd_sim.log";
-constexpr const char *kControl = "/tmp/vcemd_sim.control";
 
-// A box's skeleton with the stand-in connector tool, and its daemon.
-// "vcemd" is looked for by name in the host's /proc, so a test that runs
-// one holds the host-wide lock of the tests that need it alive or dead.
+// A sysroot with its daemon.
 struct Box {
-	int hostLock = -1;
 	Sysroot root;
-	explicit Box(bool start = true)
-	{
-		hostLock = ::open("/tmp/vexo-test-vcemd.lock", O_CREAT | O_RDWR | O_CLOEXEC, 0666);
-		if (hostLock >= 0)
-			::flock(hostLock, LOCK_EX);
-		for (const char *d : {"/tmp", "/var/run", "/var/log", "/run/vexosdk/lock", "/usr/vexo/bin"})
-			root.mkdirs(d);
-		EXPECT_EQ(::symlink((vexo::test::buildDir() + "/bin/vexosim-tools").c_str(),
-				    root.host(VEXO_VCEMD_CONNECTOR_TOOL).c_str()),
-			  0);
-		if (start) {
-			EXPECT_EQ(vexosim("start"), 0);
-		}
-	}
-	~Box()
-	{
-		vexosim("stop");
-		if (hostLock >= 0)
-			::close(hostLock);
-	}
-	int vexosim(const char *verb) const
-	{
-		return vexo::test::runProgram({vexo::test::buildDir() + "/bin/vexosim", verb, root.root()});
-	}
-	// The log once it has `n` lines (a one-way request is logged after
-	// its sender has returned).
-	std::vector<std::string> events(size_t n = 0) const
-	{
-		for (int i = 0; i < 100 && n && readEvents().size() < n; ++i)
-			::usleep(20000);
-		return readEvents();
-	}
-	std::vector<std::string> readEvents() const
-	{
-		std::vector<std::string> out;
-		if (!root.exists(kLog))
-			return out;
-		std::istringstream in(root.read(kLog));
-		for (std::string l; std::getline(in, l);)
-			if (l != "started")
-				out.push_back(l);
-		return out;
-	}
+	vexo::test::SimDaemon daemon;
+	explicit Box(bool start = true) : daemon(root, start) {}
+	int vexosim(const char *verb) const { return daemon.vexosim(verb); }
+	std::vector<std::string> events(size_t n = 0) const { return daemon.events(n); }
 	// Whether a process other than this one could take the connector lock.
 	bool lockFree() const
 	{
@@ -208,7 +162,7 @@ TEST(VcemdDaemon, StatusNotificationsAndFailureAnswers)
 	EXPECT_EQ(VLIBVcemdNotify(18), 0);
 	Message led = request(29, std::string("sda").append(29, '\0') + std::string("1").append(31, '\0') + "30", 0);
 	EXPECT_EQ(VEXOVcemdConnectorClient(&led, nullptr), 0);
-	box.root.write(kControl, "fail\n");
+	box.daemon.control("fail\n");
 	EXPECT_EQ(VEXOVcemdStatusGet(1, &status), -1);
 	EXPECT_TRUE(log.has(LOG_ERR, "vcemd connector server return error."));
 	EXPECT_EQ(VLIBVcemdNotify(63), -1);
@@ -230,7 +184,7 @@ TEST(VcemdDaemon, StatusNotificationsAndFailureAnswers)
 TEST(VcemdDaemon, MuteTimesOutAfterThreeSecondsButOneWayWorks)
 {
 	Box box;
-	box.root.write(kControl, "mute\n");
+	box.daemon.control("mute\n");
 	LogCapture log;
 	Message ask{};
 	ask.command = 3;
