@@ -19,8 +19,12 @@
 #include <vexoplatform/ebox_info.h>
 #include <vexoplatform/vexocore.h>
 
+#include <set>
+#include <vexohw/smart_temperature.h>
+
 #include "cli.h"
 #include "disk/disk_info_walk.h"
+#include "disk/disk_power.h"
 #include "frame/sysroot.h"
 
 using namespace vexo::cli;
@@ -171,8 +175,11 @@ Value text(Fn get, const char *path)
 
 // One disk. A table adds texts for people; JSON keeps only numbers with
 // their units in the field names.
-Value row(const DiskInfo &d, bool forTable)
+Value row(const DiskInfo &d, bool forTable, vexo::disk::PowerMode power)
 {
+	// A disk in standby is shown from what is known without it: nothing
+	// is read from its media.
+	const bool asleep = power == vexo::disk::PowerMode::Standby;
 	Value r = Value::object();
 	r.set("location", location(d));
 	const char *container = VEXODiskContainerToString(d.id.container);
@@ -183,9 +190,10 @@ Value row(const DiskInfo &d, bool forTable)
 	r.set("unit", d.id.unit);
 	r.set("slot", d.id.slot);
 	r.set("model", d.model[0] ? Value(d.model) : Value());
+	r.set("power_mode", vexo::disk::powerModeName(power));
 	r.set("vendor", text(VEXOLnxDiskGetVendorCache, d.path));
-	r.set("serial", text(VEXODiskGetSerialForUi, d.path));
-	r.set("firmware", text(SmartFirmwareGet, d.path));
+	r.set("serial", asleep ? Value() : text(VEXODiskGetSerialForUi, d.path));
+	r.set("firmware", asleep ? Value() : text(SmartFirmwareGet, d.path));
 	r.set("capacity_bytes", static_cast<unsigned long long>(d.sizeBytes));
 	if (forTable)
 		r.set("capacity", humanBytes(d.sizeBytes));
@@ -197,8 +205,8 @@ Value row(const DiskInfo &d, bool forTable)
 	if (forTable)
 		r.set("temperature", d.temperature > 0 ? Value(std::to_string(d.temperature) + "°C") : Value());
 	r.set("secure_erasing", d.secureErasing != 0);
-	std::string smartCell;
-	r.set("smart", smartOf(d, smartCell));
+	std::string smartCell = "asleep, not read";
+	r.set("smart", asleep ? Value() : smartOf(d, smartCell));
 	if (forTable)
 		r.set("smart_summary", smartCell);
 	return r;
@@ -221,6 +229,69 @@ const char *sourceName(vexo::disk::Source s)
 	return s == vexo::disk::Source::Snapshot ? "snapshot" : "walk";
 }
 
+// The walk of /sys as the library does it, but with the temperature asked
+// only of disks that are awake: the library's walk asks every disk it may,
+// and that would spin a sleeping one up.
+int quietWalk(const DiskEnumFilter *filter, DiskListNode **list, const std::set<std::string> &asleep)
+{
+	static constexpr struct {
+		int32_t bit;
+		int type;
+	} kTypes[] = {
+		{DISK_CONTAINER_INTERNAL, DISK_PORT_TYPE_INTERNAL}, {DISK_CONTAINER_EBOX, DISK_PORT_TYPE_EBOX},
+		{DISK_CONTAINER_CACHE, DISK_PORT_TYPE_CACHE},       {DISK_CONTAINER_USB, DISK_PORT_TYPE_USB},
+		{DISK_CONTAINER_ESATA, DISK_PORT_TYPE_ESATA},       {DISK_CONTAINER_SYS, DISK_PORT_TYPE_SYS},
+	};
+	DiskEnumHibStatus noTemperature{};
+	noTemperature.allHibernating = 1;
+	const bool virtualEdition = VLIBCIsVVOS() != 0;
+	DiskListNode *head = nullptr, **tail = &head;
+	int total = 0;
+	bool failed = false;
+	for (const auto &t : kTypes) {
+		if (!(*filter->containerMask & t.bit))
+			continue;
+		DiskListNode *part = nullptr;
+		int n = vexo::disk::enumPortType(&part, t.type, &noTemperature);
+		if (n < 0) {
+			failed = true;
+			continue;
+		}
+		total += n;
+		const bool asks = !virtualEdition && t.type != DISK_PORT_TYPE_USB && t.type != DISK_PORT_TYPE_SD_OTHER;
+		for (DiskListNode *c = part; c; c = c->next)
+			if (asks && c->info && !asleep.count(c->info->path))
+				c->info->temperature = VEXODiskTemperatureGet(c->info->path);
+		*tail = part;
+		while (*tail)
+			tail = &(*tail)->next;
+	}
+	if (failed) {
+		DiskInfoEnumFree(head);
+		return -1;
+	}
+	*list = head;
+	return total;
+}
+
+// The power mode of every disk the port maps list, asked before anything is
+// read from any of them.
+std::map<std::string, vexo::disk::PowerMode> powerModes()
+{
+	std::map<std::string, vexo::disk::PowerMode> out;
+	for (int type : {DISK_PORT_TYPE_INTERNAL, DISK_PORT_TYPE_EBOX, DISK_PORT_TYPE_CACHE, DISK_PORT_TYPE_USB,
+			 DISK_PORT_TYPE_ESATA, DISK_PORT_TYPE_SYS}) {
+		PVLIBSZLIST names = VLIBCSzListAlloc(16);
+		if (names && VEXODiskPortEnum(type, &names) == 0)
+			for (int i = 0; i < names->nItem; ++i) {
+				std::string path = std::string("/dev/") + VLIBCSzListGet(names, i);
+				out[path] = vexo::disk::powerMode(path.c_str());
+			}
+		VLIBCSzListFree(names);
+	}
+	return out;
+}
+
 int overview(Context &ctx)
 {
 	if (ctx.has("walk") && ctx.has("snapshot"))
@@ -229,9 +300,14 @@ int overview(Context &ctx)
 	DiskEnumFilter filter{&mask};
 	DiskList disks;
 	vexo::disk::Source used = vexo::disk::Source::Walk;
-	int n;
+	const std::map<std::string, vexo::disk::PowerMode> power = powerModes();
+	std::set<std::string> asleep;
+	for (const auto &[path, mode] : power)
+		if (mode == vexo::disk::PowerMode::Standby)
+			asleep.insert(path);
+	int n = 0;
 	if (ctx.has("walk")) {
-		n = vexo::disk::walkSystem(&filter, &disks.head);
+		n = quietWalk(&filter, &disks.head, asleep);
 		if (n < 0)
 			return listFailed();
 	} else if (ctx.has("snapshot")) {
@@ -250,9 +326,24 @@ int overview(Context &ctx)
 			return fail("could not read %s (error 0x%04X)", VEXO_DISK_SNAPSHOT, VLIBCErrGet());
 		}
 	} else {
-		n = vexo::disk::collect(&filter, &disks.head, &used);
-		if (n < 0)
-			return listFailed();
+		// As DiskInfoEnum chooses: the snapshot while vcemd lives, else a walk.
+		if (VLIBCIsProcAlive("vcemd", 0) == 1) {
+			used = vexo::disk::Source::Snapshot;
+			switch (vexo::disk::readSnapshot(&filter, &disks.head, &n)) {
+			case vexo::disk::SnapshotRead::Listed:
+				break;
+			case vexo::disk::SnapshotRead::Failed:
+				return fail("could not read %s (error 0x%04X)", VEXO_DISK_SNAPSHOT, VLIBCErrGet());
+			default:
+				used = vexo::disk::Source::Walk;
+				break;
+			}
+		}
+		if (used == vexo::disk::Source::Walk) {
+			n = quietWalk(&filter, &disks.head, asleep);
+			if (n < 0)
+				return listFailed();
+		}
 	}
 	std::vector<const DiskInfo *> sorted;
 	for (const DiskListNode *c = disks.head; c; c = c->next)
@@ -272,7 +363,8 @@ int overview(Context &ctx)
 	unsigned long long total = 0;
 	int tripped = 0;
 	for (const DiskInfo *d : sorted) {
-		Value r = row(*d, !ctx.json);
+		auto p = power.find(d->path);
+		Value r = row(*d, !ctx.json, p == power.end() ? vexo::disk::PowerMode::Unknown : p->second);
 		const Value *s = r.get("smart");
 		if (s && s->isObject() && !s->get("at_threshold")->asList().empty())
 			++tripped;
@@ -306,10 +398,14 @@ int overview(Context &ctx)
 		    {"capacity", "CAPACITY"},
 		    {"logical_block_size_bytes", "SECTOR"},
 		    {"media", "MEDIA"},
+		    {"power_mode", "POWER"},
 		    {"temperature", "TEMP"},
 		    {"smart_summary", "SMART"}},
 		   title.c_str());
 	std::printf("\nTEMP \"-\": not read, so as not to wake the disk (asleep, USB) or not told by it.\n");
+	if (!asleep.empty())
+		std::printf("%zu %s in standby: asked only its power mode, nothing read from it.\n", asleep.size(),
+			    asleep.size() == 1 ? "disk is" : "disks are");
 	if (tripped)
 		std::printf("%d %s a SMART attribute at or below its threshold.\n", tripped,
 			    tripped == 1 ? "disk has" : "disks have");
