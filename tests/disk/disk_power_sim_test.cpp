@@ -107,7 +107,7 @@ TEST_F(DiskPower, WholeSystemStandbyLeavesSpunDownDisksAlone)
 TEST_F(DiskPower, TimersAreKeysAndTheDaemonHearsOfChanges)
 {
 	root.mkdirs("/etc");
-	SimDaemon daemon(root);
+	SimDaemon daemon(root.root());
 	struct Step {
 		int (*set)(int);
 		int value;

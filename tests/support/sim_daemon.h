@@ -1,9 +1,11 @@
-// The simulated platform daemon for a test's sysroot: the folders and the
+// The simulated platform daemon of a test's box: the folders and the
 // stand-in connector tool it needs, started and stopped through vexosim,
 // and its log of what it received.
 #pragma once
 
 #include <fcntl.h>
+#include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <string>
 #include <sys/file.h>
@@ -20,21 +22,16 @@ public:
 	// "vcemd" is looked for by name in the host's /proc, so a test that
 	// runs one holds the host-wide lock of the tests that need it alive or
 	// dead.
-	explicit SimDaemon(const Sysroot &root, bool start = true) : root_(root)
+	explicit SimDaemon(std::string root, bool start = true) : root_(std::move(root))
 	{
 		hostLock_ = ::open("/tmp/vexo-test-vcemd.lock", O_CREAT | O_RDWR | O_CLOEXEC, 0666);
 		if (hostLock_ >= 0)
 			::flock(hostLock_, LOCK_EX);
 		for (const char *d : {"/tmp", "/var/run", "/var/log", "/run/vexosdk/lock", "/usr/vexo/bin"})
-			root.mkdirs(d);
-		if (!root.exists(VEXO_VCEMD_CONNECTOR_TOOL)) {
-			EXPECT_EQ(::symlink((buildDir() + "/bin/vexosim-tools").c_str(),
-					    root.host(VEXO_VCEMD_CONNECTOR_TOOL).c_str()),
-				  0);
-		}
-		if (start) {
-			EXPECT_EQ(vexosim("start"), 0);
-		}
+			std::filesystem::create_directories(root_ + d);
+		std::error_code ec;
+		std::filesystem::create_symlink(buildDir() + "/bin/vexosim-tools", root_ + VEXO_VCEMD_CONNECTOR_TOOL, ec);
+		started = start ? vexosim("start") : -1;
 	}
 	~SimDaemon()
 	{
@@ -45,7 +42,7 @@ public:
 	SimDaemon(const SimDaemon &) = delete;
 	SimDaemon &operator=(const SimDaemon &) = delete;
 
-	int vexosim(const char *verb) const { return runProgram({buildDir() + "/bin/vexosim", verb, root_.root()}); }
+	int vexosim(const char *verb) const { return runProgram({buildDir() + "/bin/vexosim", verb, root_}); }
 
 	// The daemon's log without its start line, once it has `n` lines (a
 	// one-way request is logged after its sender has returned).
@@ -55,22 +52,22 @@ public:
 			::usleep(20000);
 		return read();
 	}
-	void control(const std::string &text) const { root_.write("/tmp/vcemd_sim.control", text); }
+	void control(const std::string &text) const { std::ofstream(root_ + "/tmp/vcemd_sim.control") << text; }
+
+	int started; // vexosim start's exit status
 
 private:
 	std::vector<std::string> read() const
 	{
 		std::vector<std::string> out;
-		if (!root_.exists("/var/log/vcemd_sim.log"))
-			return out;
-		std::istringstream in(root_.read("/var/log/vcemd_sim.log"));
+		std::ifstream in(root_ + "/var/log/vcemd_sim.log");
 		for (std::string l; std::getline(in, l);)
 			if (l != "started")
 				out.push_back(l);
 		return out;
 	}
 
-	const Sysroot &root_;
+	std::string root_;
 	int hostLock_ = -1;
 };
 

@@ -1,37 +1,14 @@
 // vexohw power and daemon commands on the bundled box with its daemon, and
 // the rule every status command keeps: a disk in standby is asked only its
 // power mode, and stays asleep.
-#include <fcntl.h>
 #include <fstream>
-#include <sys/file.h>
 
+#include "support/sim_daemon.h"
 #include "tools/cli_run.h"
 
 using namespace vexo::test;
 
 namespace {
-
-// The box's daemon for the test's length. "vcemd" is looked for by name in
-// the host's /proc: hold the host-wide lock of the tests that need it.
-struct Daemon {
-	const BuiltBox &box;
-	int lock = ::open("/tmp/vexo-test-vcemd.lock", O_CREAT | O_RDWR | O_CLOEXEC, 0666);
-	int started;
-	explicit Daemon(const BuiltBox &b) : box(b), started((::flock(lock, LOCK_EX), run("start")))
-	{
-	}
-	~Daemon()
-	{
-		run("stop");
-		::close(lock);
-	}
-	int run(const char *verb) const { return runProgram(buildDir() + "/bin/vexosim", {verb, box.root()}).status; }
-	std::string log() const
-	{
-		std::ifstream in(box.root() + "/var/log/vcemd_sim.log");
-		return std::string(std::istreambuf_iterator<char>(in), {});
-	}
-};
 
 class PowerCli : public ::testing::Test {
 protected:
@@ -41,7 +18,8 @@ protected:
 		return std::string(std::istreambuf_iterator<char>(in), {});
 	}
 	BuiltBox box;
-	Daemon daemon{box};
+	SimDaemon daemon{box.root()};
+	std::string daemonLog() const { return file("/var/log/vcemd_sim.log"); }
 };
 
 TEST_F(PowerCli, StatusCommandsLeaveSleepingDisksAsleep)
@@ -122,10 +100,10 @@ TEST_F(PowerCli, TimersReachTheDaemon)
 		if (c.notification)
 			want += std::string(c.notification) + "\n";
 	}
-	EXPECT_EQ(daemon.log(), want);
+	EXPECT_EQ(daemonLog(), want);
 	JsonDoc t(box.vexohw({"--json", "power", "timers"}).out);
 	EXPECT_EQ(text(json_object_array_get_idx(t.obj, 0), "value"), "20");
-	EXPECT_EQ(daemon.run("stop"), 0);
+	EXPECT_EQ(daemon.vexosim("stop"), 0);
 	EXPECT_EQ(box.vexohw({"daemon", "status"}).status, 1);
 }
 

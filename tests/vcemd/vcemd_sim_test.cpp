@@ -1,6 +1,5 @@
 // The connector against the simulated daemon: a real process on a real
 // datagram socket, absent, mute, failing, busy, and sixteen clients at once.
-#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <fcntl.h>
@@ -22,7 +21,7 @@ namespace {
 struct Box {
 	Sysroot root;
 	vexo::test::SimDaemon daemon;
-	explicit Box(bool start = true) : daemon(root, start) {}
+	explicit Box(bool start = true) : daemon(root.root(), start) {}
 	int vexosim(const char *verb) const { return daemon.vexosim(verb); }
 	std::vector<std::string> events(size_t n = 0) const { return daemon.events(n); }
 	// Whether a process other than this one could take the connector lock.
@@ -43,63 +42,27 @@ Message request(int command, const std::string &data, int needReply)
 	return m;
 }
 
-std::string nuls(int n)
-{
-	std::string s;
-	while (n-- > 0)
-		s += "\\x00";
-	return s;
-}
-
 long msSince(std::chrono::steady_clock::time_point t)
 {
 	return static_cast<long>(
 		std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - t).count());
 }
 
-TEST(VcemdMessage, Builders)
+// The fuzzer checks what a built record holds; here the two ways a length
+// over 512 is refused, and the bad arguments of the client.
+TEST(VcemdMessage, OversizeAndBadArguments)
 {
-	const char data[600] = "refresh";
-	struct Case {
-		bool in;
-		int length;
-		bool nullData;
-		int rc, code, result; // result: -2 unchecked
-	} cases[] = {
-		{true, 0, false, -1, 0x0D00, -2},   {true, 1, false, 0, 0, -2},	   {true, 512, false, 0, 0, -2},
-		{true, 513, false, -1, 0x0D00, -2}, {true, 32, true, -1, 0x0D00, -2}, {false, 0, false, -1, 0x0D00, -2},
-		{false, 512, false, 0, 0, 0},	    {false, 513, false, -1, -1, -1},   {false, 8, true, -1, 0x0D00, -2},
-	};
-	for (const Case &c : cases) {
-		SCOPED_TRACE(testing::Message() << (c.in ? "In " : "Out ") << c.length);
-		Message m;
-		std::memset(&m, 0xAB, sizeof(m));
-		VLIBCErrClear();
-		LogCapture log;
-		const void *d = c.nullData ? nullptr : data;
-		int rc = c.in ? VEXOVcemdCopy2MsgIn(29, &m, d, c.length, 1) : VEXOVcemdCopy2MsgOut(29, &m, d, c.length);
-		EXPECT_EQ(rc, c.rc);
-		if (c.code > 0) {
-			EXPECT_EQ(VLIBCErrGet(), c.code);
-		}
-		if (c.result != -2) {
-			EXPECT_EQ(m.result, c.result);
-		}
-		if (c.code == -1) {
-			EXPECT_TRUE(log.has(LOG_ERR, "SrcDataLen over the buffer for VEXOVcemdDataCopy()"));
-		}
-		if (rc == 0) {
-			EXPECT_EQ(m.command, 29);
-			EXPECT_EQ(m.dataLength, c.length);
-			EXPECT_EQ(std::memcmp(m.data, data, static_cast<size_t>(c.length)), 0);
-			// Cleared around what was written: nothing of the old record is sent.
-			EXPECT_TRUE(std::all_of(m.data + c.length, m.data + 512, [](unsigned char b) { return b == 0; }));
-			const unsigned char *raw = reinterpret_cast<const unsigned char *>(&m);
-			EXPECT_EQ(raw[4], c.in ? 1 : 0);
-			EXPECT_EQ(raw[5] | raw[6] | raw[7], 0);
-		}
-	}
+	char data[513] = "refresh";
 	Message m{};
+	LogCapture log;
+	VLIBCErrClear();
+	EXPECT_EQ(VEXOVcemdCopy2MsgIn(5, &m, data, 513, 0), -1);
+	EXPECT_EQ(VLIBCErrGet(), 0x0D00);
+	VLIBCErrClear();
+	EXPECT_EQ(VEXOVcemdCopy2MsgOut(5, &m, data, 513), -1);
+	EXPECT_EQ(VLIBCErrGet(), 0);
+	EXPECT_EQ(m.result, -1);
+	EXPECT_TRUE(log.has(LOG_ERR, "SrcDataLen over the buffer for VEXOVcemdDataCopy()"));
 	EXPECT_EQ(VEXOVcemdConnectorClient(nullptr, &m), -1);
 	m.needReply = 1;
 	EXPECT_EQ(VEXOVcemdConnectorClient(&m, nullptr), -1);
@@ -160,7 +123,7 @@ TEST(VcemdDaemon, StatusNotificationsAndFailureAnswers)
 	EXPECT_TRUE(log.has(LOG_ERR, "Doesn't have type=4 for VEXOVcemdStatusGet()"));
 	EXPECT_EQ(VLIBVcemdNotify(43), 0);
 	EXPECT_EQ(VLIBVcemdNotify(18), 0);
-	Message led = request(29, std::string("sda").append(29, '\0') + std::string("1").append(31, '\0') + "30", 0);
+	Message led = request(29, "sda", 0);
 	EXPECT_EQ(VEXOVcemdConnectorClient(&led, nullptr), 0);
 	box.daemon.control("fail\n");
 	EXPECT_EQ(VEXOVcemdStatusGet(1, &status), -1);
@@ -169,7 +132,7 @@ TEST(VcemdDaemon, StatusNotificationsAndFailureAnswers)
 	std::vector<std::string> want = {
 		"request command=3 needReply=1 length=0 data=", "request command=3 needReply=1 length=0 data=",
 		"notify 43",
-		"request command=29 needReply=0 length=66 data=sda" + nuls(29) + "1" + nuls(31) + "30",
+		"request command=29 needReply=0 length=3 data=sda",
 		"request command=3 needReply=1 length=0 data=", "notify 63"};
 	std::vector<std::string> got = box.events(want.size() + 1);
 	std::erase(got, "signal 18"); // taken asynchronously, so anywhere
