@@ -74,6 +74,23 @@ TEST_F(DiskPower, StandbyOnlyWhereDue)
 	EXPECT_EQ(VEXOIDiskSetDiskStandby("/dev/nvme0n1"), 0);
 }
 
+// On the SCSI interface the answer reads the other way round: a unit that
+// is ready is running, and START STOP UNIT stops it.
+TEST_F(DiskPower, ScsiStandbyThroughStartStop)
+{
+	ports(true);
+	node("sda", kScsiNode);
+	EXPECT_EQ(VEXOIDiskSetDiskStandby("/dev/sda"), 0);
+	EXPECT_EQ(powerState("sda"), "standby");
+	// TEST UNIT READY, then START STOP UNIT with the start bit clear.
+	EXPECT_EQ(countOf("sda", "cdb=00000000000000000000"), 1);
+	EXPECT_EQ(countOf("sda", "cdb=1b010000000000000000"), 1);
+	clearCommands("sda");
+	EXPECT_EQ(VEXOIDiskSetDiskStandby("/dev/sda"), 0); // stopped already: asked only
+	EXPECT_EQ(commands("sda").size(), 1u);
+	EXPECT_EQ(countOf("sda", "cdb=00000000000000000000"), 1);
+}
+
 // The whole system: mark, flush what is up, clear the marks, then standby
 // for the disks not already spun down. A spun-down disk gets no command.
 TEST_F(DiskPower, WholeSystemStandbyLeavesSpunDownDisksAlone)

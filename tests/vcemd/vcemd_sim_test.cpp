@@ -3,19 +3,21 @@
 #include <chrono>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <map>
+#include <memory>
 #include <syslog.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vexohw/vcemd.h>
 
+#include "frame/proc.h"
 #include "support/sim_daemon.h"
 
 using vexo::test::LogCapture;
 using vexo::test::Sysroot;
 
 namespace {
-
 
 // A sysroot with its daemon.
 struct Box {
@@ -254,6 +256,23 @@ TEST(VcemdDaemon, LongSysrootPrefix)
 	EXPECT_EQ(VLIBVcemdNotify(52), 0);
 	EXPECT_EQ(box.events(2).size(), 2u);
 	EXPECT_FALSE(box.clientPathLeft());
+}
+
+} // namespace
+
+namespace {
+
+// The daemon goes with its box: a root that is removed ends it.
+TEST(VcemdDaemon, EndsWhenItsBoxIsRemoved)
+{
+	std::unique_ptr<Box> box = std::make_unique<Box>();
+	pid_t pid = 0;
+	ASSERT_TRUE(vexo::proc::readPidFile(VEXO_VCEMD_PID_FILE, pid));
+	std::filesystem::remove_all(box->root.root());
+	bool gone = false;
+	for (int i = 0; i < 60 && !gone; ++i, ::usleep(50000))
+		gone = !vexo::proc::alive(pid);
+	EXPECT_TRUE(gone);
 }
 
 } // namespace
