@@ -233,8 +233,9 @@ TEST_F(DiskPower, IdleTimersAndSwitches)
 	root.write("/sys/block/md2/md/active", "0");
 	EXPECT_EQ(VEXODiskFastWake(), 0);
 	EXPECT_EQ(root.read("/sys/block/md2/md/active"), "1");
-	EXPECT_EQ(VEXODiskSpinupQueueSet(), 0);
-	EXPECT_EQ(VEXODiskDummyReadNeed(nullptr), 0);
+	EXPECT_EQ(VEXODiskDummyReadNeed("/dev/sda"), 0);
+	actions(R"(<disk model="VEXO HAT5300-8T" action="0x200000"/>)"); // bit 21
+	EXPECT_EQ(VEXODiskDummyReadNeed("/dev/sda"), 1);
 	EXPECT_TRUE(commands("sda").empty()); // none of these spoke to a drive
 }
 
