@@ -83,3 +83,23 @@ echo "demo firmware" >"$root/tmp/kit/firmware/DEMO100.bin"
 build/bin/vexosim pack pack 7 "$root/run/vexosim/archive-keys/7.key" "$root/tmp/DEMO100.sa" "$root/tmp/kit"
 run archive verify /tmp/DEMO100.sa
 run archive verify /tmp/DEMO100.sa --type package || true
+echo
+# power: the box's platform daemon runs; a disk is put to sleep, and the
+# status commands ask it only its power mode (CHECK POWER MODE), so it stays
+# asleep; a timer change goes to /etc/vexoinfo.conf and to the daemon.
+echo "# power: a disk put to sleep, and left asleep"
+build/bin/vexosim start "$root"
+trap 'kill $serve 2>/dev/null; build/bin/vexosim stop "$root"' EXIT
+run daemon status
+run power standby sda
+: >"$root/run/vexosim/drive/sda.log"
+run overview
+run smart temp sda
+run power status sda sdc
+echo "\$ cat /run/vexosim/drive/sda.log   (all that reached the sleeping drive)"
+cat "$root/run/vexosim/drive/sda.log"
+echo
+run power timers set standby 30
+run power timers
+echo "\$ cat /var/log/vcemd_sim.log   (what the daemon received)"
+cat "$root/var/log/vcemd_sim.log"

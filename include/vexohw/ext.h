@@ -22,6 +22,7 @@ VEXO_BEGIN_DECLS
 #define VEXO_EXT_DISK_SOURCE_ANY 0      /* as DiskInfoEnum chooses */
 #define VEXO_EXT_DISK_SOURCE_SNAPSHOT 1 /* the snapshot VEXO_DISK_SNAPSHOT */
 #define VEXO_EXT_DISK_SOURCE_WALK 2     /* a walk of /sys */
+#define VEXO_EXT_DISK_SOURCE_QUIET_WALK 3 /* a walk of /sys that reads no temperature: no drive is asked */
 
 /*
  * DiskInfoEnum, from the source asked for: ANY is DiskInfoEnum itself (the
@@ -79,6 +80,21 @@ VEXO_API int VEXOExtSmartInfoCacheAge(const char *devicePath, long long *ageSeco
  */
 VEXO_API int VEXOExtDiskWholeModelGet(const char *devicePath, const char *recorded, char *model, int size,
 				      const char **source);
+
+/* A disk's power mode, asked with the command that does not spin a drive
+   up (CHECK POWER MODE; TEST UNIT READY on SAS); NVMe disks are active. */
+#define VEXO_EXT_POWER_ACTIVE 0
+#define VEXO_EXT_POWER_IDLE 1
+#define VEXO_EXT_POWER_STANDBY 2
+#define VEXO_EXT_POWER_UNKNOWN 3 /* the question could not be asked */
+VEXO_API int VEXOExtDiskPowerModeGet(const char *devicePath);
+
+/*
+ * The platform daemon's pid from its pid file (VEXO_VCEMD_PID_FILE) in *pid
+ * (0 when the file is missing or bad): 1 when that process is alive and is
+ * vcemd, else 0. Sends nothing to the daemon.
+ */
+VEXO_API int VEXOExtVcemdPidGet(int *pid);
 
 VEXO_END_DECLS
 

@@ -46,7 +46,7 @@ public:
 			tree_.file("/dev/" + d.name, driveNode(d));
 			tree_.dir("/run/vexostorage/disks/" + d.name);
 		}
-		for (const char *d : {"/tmp", "/var/log", "/var/lib", "/run/vexostorage"})
+		for (const char *d : {"/tmp", "/var/log", "/var/lib", "/var/run", "/run/vexostorage", "/run/vexosdk/lock"})
 			tree_.dir(d);
 		tools();
 	}
@@ -68,7 +68,8 @@ private:
 		tree_.program(program, bin);
 		tree_.program(std::string("/usr/vexo/libexec/") + tools::kInterposer, interposer);
 		for (const char *p : {"/usr/vexo/sbin/vexostorage", "/usr/vexo/sbin/dhm_tool", "/usr/vexo/bin/vexowebapi",
-				      "/usr/bin/md5sum", "/usr/vexo/bin/vexo_smart_test"})
+				      "/usr/bin/md5sum", "/usr/vexo/bin/vexo_smart_test",
+				      "/usr/vexo/bin/vexo_vcemd_connector"})
 			tree_.link(p, program);
 		for (const auto &t : tools::kRealTools)
 			if (::access(t.program, X_OK) == 0)

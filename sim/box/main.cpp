@@ -8,6 +8,8 @@
 //                                   and every program runs on the interposer
 //   vexosim serve ROOT ...          the box's HTTPS update servers (vexosim-serve)
 //   vexosim pack ...                make signed archives and keys (vexo-archive)
+//   vexosim start DIR               start the box's platform daemon (vcemd)
+//   vexosim stop DIR                stop it; it also ends when DIR is removed
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -19,6 +21,7 @@
 #include <vector>
 
 #include "build.h"
+#include "daemon.h"
 #include "description.h"
 #include "tree.h"
 
@@ -32,7 +35,8 @@ int usage()
 			     "       vexosim check DESCRIPTION\n"
 			     "       vexosim run DIR -- COMMAND [ARG...]\n"
 			     "       vexosim serve ROOT [--docroot DIR]\n"
-			     "       vexosim pack keygen|keys|pack|sign ...\n");
+			     "       vexosim pack keygen|keys|pack|sign ...\n"
+			     "       vexosim start|stop DIR\n");
 	return 2;
 }
 
@@ -122,6 +126,14 @@ int main(int argc, char **argv)
 		}
 		if (cmd == "serve" || cmd == "pack")
 			return runBeside(cmd == "serve" ? "vexosim-serve" : "vexo-archive", argv + 1);
+		if ((cmd == "start" || cmd == "stop") && argc == 3) {
+			char root[PATH_MAX];
+			if (!::realpath(argv[2], root)) {
+				std::fprintf(stderr, "vexosim: %s: %s\n", argv[2], std::strerror(errno));
+				return 2;
+			}
+			return cmd == "start" ? vexosim::startDaemon(root) : vexosim::stopDaemon(root);
+		}
 		if (cmd == "run" && argc >= 5 && std::strcmp(argv[3], "--") == 0)
 			return runIn(argv[2], argv + 4);
 	} catch (const vexosim::DescriptionError &e) {

@@ -699,7 +699,7 @@ int emuIoctl(int h, unsigned long req, void *arg)
 	if (d.changed())
 		writeAll(h, json_object_to_json_string_ext(d.node(), JSON_C_TO_STRING_PRETTY));
 	::flock(h, LOCK_UN);
-	appendLog(node.logPath, line + " -> " + describe(o));
+	appendLog(node.logPath, line + " -> " + describe(o) + (d.woke() ? " [woke from standby]" : ""));
 	if (o.kind == Outcome::Errno) {
 		errno = o.err;
 		return -1;

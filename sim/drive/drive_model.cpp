@@ -508,6 +508,14 @@ Outcome Drive::ata(const Taskfile &tf, std::vector<uint8_t> &out, const std::vec
 {
 	Outcome o;
 	out.clear();
+	// A drive in standby answers the power-mode question and the power
+	// commands as it is; anything else needs the media, and spins it up.
+	const bool powerCommand = tf.command == 0xE5 || tf.command == 0xE0 || tf.command == 0xE2 ||
+				  tf.command == 0xE1 || tf.command == 0xE3;
+	if (!powerCommand && power() == kStandby) {
+		setPower(kActive);
+		woke_ = true;
+	}
 	const bool packet = isPacket();
 	switch (tf.command) {
 	case 0xEC:
@@ -987,6 +995,7 @@ Outcome Drive::scsi(const uint8_t *cdb, unsigned cdbLen, std::vector<uint8_t> &o
 		return executeOffline(kAsAta[code]);
 	}
 	case 0x1B: // START STOP UNIT
+		woke_ = (cdb[4] & 1) && power() == kStandby;
 		setPower((cdb[4] & 1) ? kActive : kStandby);
 		return o;
 	case 0x35:

@@ -46,6 +46,8 @@ public:
 
 	std::string protocol() const;
 	bool changed() const { return changed_; }
+	// Whether the last command spun the drive up out of standby.
+	bool woke() const { return woke_; }
 	void markChanged() { changed_ = true; }
 	json_object *node() const { return node_; }
 
@@ -105,6 +107,7 @@ private:
 
 	json_object *node_;
 	bool changed_ = false;
+	bool woke_ = false;
 	int64_t now_; // seconds since the epoch
 };
 

@@ -3,7 +3,8 @@
 // /usr/vexo/libexec/vexosim-tools, with the interposer beside it, and links
 // the names to it.
 //
-// The appliance's own tools (vexostorage, dhm_tool) are answered here. The
+// The appliance's own tools (vexostorage, dhm_tool, vexowebapi,
+// md5sum, vexo_smart_test, vexo_vcemd_connector) are answered here. The
 // drive tools are the distribution's programs: under their appliance names
 // this hands over to them, with the interposer preloaded so that they talk to
 // the simulated drives of the root.
@@ -38,6 +39,7 @@ constexpr Tool kTools[] = {
 	{"vexowebapi", vexosim::tools::vexowebapi},
 	{"md5sum", vexosim::tools::md5sum},
 	{"vexo_smart_test", vexosim::tools::vexoSmartTest},
+	{"vexo_vcemd_connector", vexosim::tools::vcemdConnector},
 };
 
 const char *base(const char *p)
@@ -101,6 +103,7 @@ int main(int argc, char **argv)
 		}
 	}
 	std::fprintf(stderr, "usage: vexosim-tools TOOL [ARG...]\n       TOOL: vexostorage, dhm_tool, smartctl, "
-			     "hdparm, nvme, sg_raw, sg_sat_identify, sg_logs\n");
+			     "hdparm, nvme, sg_raw, sg_sat_identify, sg_logs,\n"
+			     "             vexowebapi, md5sum, vexo_smart_test, vexo_vcemd_connector\n");
 	return 2;
 }

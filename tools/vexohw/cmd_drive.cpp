@@ -12,6 +12,7 @@
 #include <vexohw/smartctl.h>
 #include <vexoplatform/vexocore.h>
 
+#include "asleep.h"
 #include "cli.h"
 
 using namespace vexo::cli;
@@ -62,6 +63,8 @@ bool openTarget(Context &ctx, const char *verb, Target &t)
 		return false;
 	}
 	for (const auto &[name, v] : ctx.options) {
+		if (name == "wake" && std::strcmp(verb, "power") != 0)
+			continue; // the power question never wakes a drive: nothing to ask for
 		fail("drive %s: unknown option --%s", verb, name.c_str());
 		return false;
 	}
@@ -115,6 +118,8 @@ int driveIdentify(Context &ctx)
 		return 1;
 	if (t.iface == sas_command_interface)
 		return fail("drive identify: %s is a SCSI drive: it has no IDENTIFY page", t.path.c_str());
+	if (leaveAsleep(ctx, t.path))
+		return 0;
 	unsigned char p[512] = {};
 	// As the library reads it: IDENTIFY, and only if that fails IDENTIFY PACKET.
 	if (t.iface(t.dev.get(), CMD_IDENTIFY, p) != 0 && t.iface(t.dev.get(), CMD_PACKET_IDENTIFY, p) != 0)
@@ -163,6 +168,8 @@ int driveSmartPage(Context &ctx)
 		return 1;
 	if (t.iface == sas_command_interface)
 		return fail("drive smart-page: %s is a SCSI drive: it has no SMART data page", t.path.c_str());
+	if (leaveAsleep(ctx, t.path))
+		return 0;
 	unsigned char v[512] = {}, th[512] = {};
 	if (SmartDataRead(t.path.c_str(), v, nullptr) != 0)
 		return fail("drive smart-page: %s does not answer SMART READ DATA (error 0x%04X)", t.path.c_str(),
@@ -267,9 +274,9 @@ int drivePower(Context &ctx)
 	return 0;
 }
 
-VEXO_CLI_COMMAND("drive identify", "DISK", "decoded IDENTIFY page: identity, form factor, SCT, checksum",
+VEXO_CLI_COMMAND("drive identify", "DISK [--wake]", "decoded IDENTIFY page: identity, form factor, SCT, checksum",
 		 driveIdentify, {});
-VEXO_CLI_COMMAND("drive smart-page", "DISK", "decoded SMART data page: attribute slots, test status bytes",
+VEXO_CLI_COMMAND("drive smart-page", "DISK [--wake]", "decoded SMART data page: attribute slots, test status bytes",
 		 driveSmartPage, {});
 VEXO_CLI_COMMAND("drive power", "DISK", "power mode (CHECK POWER MODE; never spins a drive up)", drivePower, {});
 

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <set>
 #include <string>
 #include <sys/stat.h>
 #include <vector>
@@ -24,6 +25,7 @@
 #include <vexoplatform/ebox_info.h>
 #include <vexoplatform/vexocore.h>
 
+#include "asleep.h"
 #include "cli.h"
 
 using namespace vexo::cli;
@@ -176,7 +178,7 @@ struct Extra {
 	const char *modelFrom = "", *vendorFrom = "", *serialFrom = "drive", *smartFrom = "";
 };
 
-Extra extraOf(const DiskInfo &d, const char *recordFrom, int ssd)
+Extra extraOf(const DiskInfo &d, const char *recordFrom, int ssd, bool asleep)
 {
 	Extra x;
 	char b[256] = "";
@@ -192,13 +194,14 @@ Extra extraOf(const DiskInfo &d, const char *recordFrom, int ssd)
 		x.vendorFrom = "sysfs";
 	}
 	char fw[64] = "", sn[256] = "";
-	if (SmartFirmAndSerialRead(d.path, fw, sizeof(fw), sn, sizeof(sn)) == 0) {
+	// A disk in standby is asked nothing: its serial and firmware stay unread.
+	if (!asleep && SmartFirmAndSerialRead(d.path, fw, sizeof(fw), sn, sizeof(sn)) == 0) {
 		x.firmware = fw;
 		x.serial = sn;
 	}
 	// The maker's own hard disks show the serial stored on them, as
 	// VEXODiskGetSerialForUi gives it; every other disk its own.
-	if (ssd == 0 && VEXODiskIsVexology(d.path) == 1) {
+	if (!asleep && ssd == 0 && VEXODiskIsVexology(d.path) == 1) {
 		sn[0] = '\0';
 		x.serial = VEXODiskGetSerialForUi(d.path, sn, sizeof(sn)) == 0 ? sn : "";
 		x.serialFrom = "drive_stored_serial";
@@ -224,12 +227,13 @@ Value healthOf(const char *path)
 	return Value(word);
 }
 
-Value row(const DiskInfo &d, bool forTable, int used)
+Value row(const DiskInfo &d, bool forTable, int used, int power)
 {
+	const bool asleep = power == VEXO_EXT_POWER_STANDBY;
 	const bool snap = used == VEXO_EXT_DISK_SOURCE_SNAPSHOT;
 	const char *recordFrom = snap ? "snapshot" : "sysfs";
 	int ssd = VEXODiskIsSSD(d.path);
-	Extra x = extraOf(d, recordFrom, ssd);
+	Extra x = extraOf(d, recordFrom, ssd, asleep);
 	Value r = Value::object();
 	r.set("location", location(d));
 	const char *container = VEXODiskContainerToString(d.id.container);
@@ -253,8 +257,9 @@ Value row(const DiskInfo &d, bool forTable, int used)
 	if (forTable)
 		r.set("temperature", d.temperature > 0 ? Value(std::to_string(d.temperature) + "°C") : Value());
 	r.set("secure_erasing", d.secureErasing != 0);
-	std::string smartCell;
-	r.set("smart", smartOf(d, smartCell));
+	r.set("power_mode", powerModeName(power));
+	std::string smartCell = "asleep, not read";
+	r.set("smart", asleep ? Value() : smartOf(d, smartCell));
 	r.set("health", healthOf(d.path));
 	if (forTable) {
 		r.set("smart_summary", smartCell);
@@ -273,6 +278,7 @@ Value row(const DiskInfo &d, bool forTable, int used)
 	from.set("secure_erasing", "erase_marker");
 	from.set("smart", x.smartFrom);
 	from.set("health", "cache");
+	from.set("power_mode", "check_power_mode");
 	r.set("sources", from);
 	return r;
 }
@@ -290,6 +296,24 @@ int listFailed()
 	return fail("could not list the disks (error 0x%04X; --verbose tells more)", code);
 }
 
+// The power mode of every disk the port maps list, asked before anything is
+// read from any of them.
+std::map<std::string, int> powerModes()
+{
+	std::map<std::string, int> out;
+	for (int type : {DISK_PORT_TYPE_INTERNAL, DISK_PORT_TYPE_EBOX, DISK_PORT_TYPE_CACHE, DISK_PORT_TYPE_USB,
+			 DISK_PORT_TYPE_ESATA, DISK_PORT_TYPE_SYS}) {
+		PVLIBSZLIST names = VLIBCSzListAlloc(16);
+		if (names && VEXODiskPortEnum(type, &names) == 0)
+			for (int i = 0; i < names->nItem; ++i) {
+				std::string path = std::string("/dev/") + VLIBCSzListGet(names, i);
+				out[path] = VEXOExtDiskPowerModeGet(path.c_str());
+			}
+		VLIBCSzListFree(names);
+	}
+	return out;
+}
+
 const char *sourceName(int source)
 {
 	return source == VEXO_EXT_DISK_SOURCE_SNAPSHOT ? "snapshot" : "walk";
@@ -302,19 +326,45 @@ int overview(Context &ctx)
 	int32_t mask = kAllContainers;
 	DiskEnumFilter filter{&mask};
 	DiskList disks;
-	int source = VEXO_EXT_DISK_SOURCE_ANY;
-	if (ctx.has("walk"))
-		source = VEXO_EXT_DISK_SOURCE_WALK;
-	else if (ctx.has("snapshot"))
+	// Every disk's power mode first, with the question that wakes none; a
+	// disk in standby is then read from nothing but sysfs and the caches.
+	const std::map<std::string, int> power = powerModes();
+	std::set<std::string> asleep;
+	for (const auto &[path, mode] : power)
+		if (mode == VEXO_EXT_POWER_STANDBY)
+			asleep.insert(path);
+	// The library's own walk reads temperatures and would wake a sleeping
+	// disk: the overview walks quietly and asks the awake disks itself.
+	int source = VEXO_EXT_DISK_SOURCE_QUIET_WALK;
+	if (ctx.has("snapshot"))
 		source = VEXO_EXT_DISK_SOURCE_SNAPSHOT;
+	else if (!ctx.has("walk") && VLIBCIsProcAlive("vcemd", 0) == 1)
+		source = VEXO_EXT_DISK_SOURCE_ANY; // the snapshot while the daemon lives, as DiskInfoEnum takes it
 	int used = source;
-	if (VEXOExtDiskInfoEnumFrom(&filter, source, &disks.head, &used) < 0) {
+	int n = VEXOExtDiskInfoEnumFrom(&filter, source, &disks.head, &used);
+	if (n <= 0 && source == VEXO_EXT_DISK_SOURCE_ANY && used == VEXO_EXT_DISK_SOURCE_WALK) {
+		DiskInfoEnumFree(disks.head);
+		disks.head = nullptr;
+		source = VEXO_EXT_DISK_SOURCE_QUIET_WALK;
+		n = VEXOExtDiskInfoEnumFrom(&filter, source, &disks.head, &used);
+	}
+	if (n < 0) {
 		if (source != VEXO_EXT_DISK_SOURCE_SNAPSHOT)
 			return listFailed();
 		if (VLIBCErrGet() == VEXO_ERR_NOENT)
 			return fail("no snapshot at %s (the platform daemon writes it; so does 'vexohw snapshot write')",
 				    VEXO_DISK_SNAPSHOT);
 		return fail("could not read %s (error 0x%04X)", VEXO_DISK_SNAPSHOT, VLIBCErrGet());
+	}
+	if (used != VEXO_EXT_DISK_SOURCE_SNAPSHOT) {
+		const bool virtualEdition = VLIBCIsVVOS() != 0;
+		for (DiskListNode *c = disks.head; c; c = c->next) {
+			if (!c->info || virtualEdition || asleep.count(c->info->path))
+				continue;
+			int type = VEXODiskPortCheck(c->info->path);
+			if (type != DISK_PORT_TYPE_USB && type != DISK_PORT_TYPE_SD_OTHER)
+				c->info->temperature = VEXODiskTemperatureGet(c->info->path);
+		}
 	}
 	std::vector<const DiskInfo *> sorted;
 	for (const DiskListNode *c = disks.head; c; c = c->next)
@@ -334,7 +384,8 @@ int overview(Context &ctx)
 	unsigned long long total = 0;
 	int tripped = 0;
 	for (const DiskInfo *d : sorted) {
-		Value r = row(*d, !ctx.json, used);
+		auto p = power.find(d->path);
+		Value r = row(*d, !ctx.json, used, p == power.end() ? VEXO_EXT_POWER_UNKNOWN : p->second);
 		const Value *s = r.get("smart");
 		if (s && s->isObject() && !s->get("at_threshold")->asList().empty())
 			++tripped;
@@ -368,11 +419,15 @@ int overview(Context &ctx)
 		    {"capacity", "CAPACITY"},
 		    {"logical_block_size_bytes", "SECTOR"},
 		    {"media", "MEDIA"},
+		    {"power_mode", "POWER"},
 		    {"temperature", "TEMP"},
 		    {"smart_summary", "SMART"},
 		    {"health", "HEALTH"}},
 		   title.c_str());
 	std::printf("\nTEMP \"-\": not read, so as not to wake the disk (asleep, USB) or not told by it.\n");
+	if (!asleep.empty())
+		std::printf("%zu %s in standby: asked only its power mode, nothing read from it.\n", asleep.size(),
+			    asleep.size() == 1 ? "disk is" : "disks are");
 	if (tripped)
 		std::printf("%d %s a SMART attribute at or below its threshold.\n", tripped,
 			    tripped == 1 ? "disk has" : "disks have");

@@ -7,6 +7,7 @@
 #include <vexohw/smart_info.h>
 #include <vexoplatform/vexocore.h>
 
+#include "asleep.h"
 #include "cli.h"
 
 using namespace vexo::cli;
@@ -58,6 +59,8 @@ int smartAttrs(Context &ctx)
 	if (ctx.args.size() != 1)
 		return fail("usage: smart attrs DISK");
 	const std::string path = devicePath(ctx.args[0]);
+	if (leaveAsleep(ctx, path))
+		return 0;
 	SmartInfoEntry *list = nullptr;
 	if (VEXODiskAtaSmartInfoParse(path.c_str(), &list) != 0) {
 		int code = VLIBCErrGet();
@@ -78,6 +81,8 @@ int smartCache(Context &ctx)
 		return fail("usage: smart cache DISK [--refresh]");
 	const std::string path = devicePath(ctx.args[0]);
 	const std::string name = path.substr(5);
+	if (ctx.has("refresh") && leaveAsleep(ctx, path))
+		return 0;
 	if (ctx.has("refresh") && VEXODiskAtaSmartInfoUpdate(path.c_str()) != 0)
 		return fail("cannot refresh the SMART attribute cache of %s (error 0x%04X)", path.c_str(), VLIBCErrGet());
 	SmartInfoEntry *list = nullptr;
@@ -107,8 +112,8 @@ int smartCache(Context &ctx)
 	return 0;
 }
 
-VEXO_CLI_COMMAND("smart attrs", "DISK", "SMART attribute table of an ATA disk (cached for an hour)", smartAttrs, {});
-VEXO_CLI_COMMAND("smart cache", "DISK [--refresh]", "the cached SMART attribute list and its age; --refresh reads the drive",
+VEXO_CLI_COMMAND("smart attrs", "DISK [--wake]", "SMART attribute table of an ATA disk (cached for an hour)", smartAttrs, {});
+VEXO_CLI_COMMAND("smart cache", "DISK [--refresh [--wake]]", "the cached SMART attribute list and its age; --refresh reads the drive",
 		 smartCache, {});
 
 } // namespace

@@ -9,6 +9,7 @@
 #include <vexohw/smartctl.h>
 #include <vexoplatform/vexocore.h>
 
+#include "asleep.h"
 #include "cli.h"
 
 using namespace vexo::cli;
@@ -43,6 +44,8 @@ int smartTemp(Context &ctx)
 	if (ctx.args.size() != 1)
 		return fail("usage: smart temp DISK");
 	std::string path = devicePath(ctx.args[0]);
+	if (leaveAsleep(ctx, path))
+		return 0;
 	int t = VEXODiskTemperatureGet(path.c_str());
 	Value r = Value::object();
 	r.set("disk", path);
@@ -57,6 +60,8 @@ int diskSerial(Context &ctx)
 	if (ctx.args.size() != 1)
 		return fail("usage: disk serial DISK [--ui]");
 	std::string path = devicePath(ctx.args[0]);
+	if (leaveAsleep(ctx, path))
+		return 0;
 	Value r = Value::object();
 	r.set("disk", path);
 	char serial[64] = {};
@@ -77,8 +82,8 @@ int diskSerial(Context &ctx)
 	return 0;
 }
 
-VEXO_CLI_COMMAND("smart temp", "DISK", "temperature of a disk and the source that answered", smartTemp, {});
-VEXO_CLI_COMMAND("disk serial", "DISK [--ui]", "the drive's true serial, or with --ui the one the user sees",
+VEXO_CLI_COMMAND("smart temp", "DISK [--wake]", "temperature of a disk and the source that answered", smartTemp, {});
+VEXO_CLI_COMMAND("disk serial", "DISK [--ui] [--wake]", "the drive's true serial, or with --ui the one the user sees",
 		 diskSerial, {});
 
 } // namespace
