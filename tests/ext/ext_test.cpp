@@ -41,7 +41,7 @@ TEST(Ext, DiskListFromTheSnapshot)
 	DiskEnumFilter filter{&mask};
 	DiskListNode *list = nullptr;
 	int used = -1;
-	EXPECT_EQ(VEXOExtDiskInfoEnumFrom(&filter, 3, &list, &used), -1);
+	EXPECT_EQ(VEXOExtDiskInfoEnumFrom(&filter, 4, &list, &used), -1);
 	EXPECT_ERR(VEXO_ERR_BAD_PARAM);
 	VLIBCErrClear();
 	EXPECT_EQ(VEXOExtDiskInfoEnumFrom(&filter, VEXO_EXT_DISK_SOURCE_SNAPSHOT, &list, &used), -1);

@@ -83,6 +83,14 @@ protected:
 		size_t hit = line.find(pattern.substr(from), at);
 		return hit != std::string::npos && (from > 0 || hit == 0);
 	}
+	// How many commands of the log contain `text`.
+	int countOf(const std::string &name, const std::string &text) const
+	{
+		int n = 0;
+		for (const auto &l : commands(name))
+			n += l.find(text) != std::string::npos;
+		return n;
+	}
 	std::string last(const std::string &name) const
 	{
 		auto c = commands(name);

@@ -22,6 +22,7 @@
 #include <vexohw/smart_serial.h>
 #include <vexohw/smartctl.h>
 #include <vexohw/smart_status.h>
+#include <vexohw/smart_temperature.h>
 #include <vexoplatform/ebox_info.h>
 #include <vexoplatform/vexocore.h>
 
@@ -336,16 +337,16 @@ int overview(Context &ctx)
 	// The library's own walk reads temperatures and would wake a sleeping
 	// disk: the overview walks quietly and asks the awake disks itself.
 	int source = VEXO_EXT_DISK_SOURCE_QUIET_WALK;
-	if (ctx.has("snapshot"))
-		source = VEXO_EXT_DISK_SOURCE_SNAPSHOT;
-	else if (!ctx.has("walk") && VLIBCIsProcAlive("vcemd", 0) == 1)
-		source = VEXO_EXT_DISK_SOURCE_ANY; // the snapshot while the daemon lives, as DiskInfoEnum takes it
+	const bool chooses = !ctx.has("walk") && !ctx.has("snapshot");
+	if (ctx.has("snapshot") || (chooses && VLIBCIsProcAlive("vcemd", 0) == 1))
+		source = VEXO_EXT_DISK_SOURCE_SNAPSHOT; // as DiskInfoEnum takes it while the daemon lives
 	int used = source;
 	int n = VEXOExtDiskInfoEnumFrom(&filter, source, &disks.head, &used);
-	if (n <= 0 && source == VEXO_EXT_DISK_SOURCE_ANY && used == VEXO_EXT_DISK_SOURCE_WALK) {
+	if (n <= 0 && chooses && source == VEXO_EXT_DISK_SOURCE_SNAPSHOT) {
+		// No snapshot, or one that lists nothing: a walk, as DiskInfoEnum would.
 		DiskInfoEnumFree(disks.head);
 		disks.head = nullptr;
-		source = VEXO_EXT_DISK_SOURCE_QUIET_WALK;
+		source = used = VEXO_EXT_DISK_SOURCE_QUIET_WALK;
 		n = VEXOExtDiskInfoEnumFrom(&filter, source, &disks.head, &used);
 	}
 	if (n < 0) {
