@@ -1,5 +1,6 @@
 // The snapshot readers over any bytes: DiskInfoEnum's reader and
 // DiskIsExistInCache. Every record they hand out has terminated texts.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -32,8 +33,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 	data += 3;
 	size -= 3;
 	std::vector<uint8_t> file(length);
-	for (size_t i = 0; i < length && size; ++i)
-		file[i] = data[i % size];
+	for (size_t at = 0; at < length && size; at += size)
+		std::memcpy(file.data() + at, data, std::min(size, length - at));
 	vexo::fuzz::writeInput(VEXO_DISK_SNAPSHOT, file.data(), file.size());
 	DiskEnumFilter filter{&mask};
 	DiskListNode *list = nullptr;

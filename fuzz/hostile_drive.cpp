@@ -207,8 +207,8 @@ extern "C" {
 
 __attribute__((visibility("default"))) const vexo_device_backend *vexo_device_backend_v1(void)
 {
-	const char *record = std::getenv("VEXO_FUZZ_DRIVE_RECORD");
-	const char *real = std::getenv("VEXO_FUZZ_DRIVE_REAL");
+	const char *record = secure_getenv("VEXO_FUZZ_DRIVE_RECORD");
+	const char *real = secure_getenv("VEXO_FUZZ_DRIVE_REAL");
 	if (record && *record && real && *real) {
 		void *h = ::dlopen(real, RTLD_NOW | RTLD_LOCAL);
 		auto fn = h ? reinterpret_cast<vexo_device_backend_fn>(::dlsym(h, VEXO_DEVICE_BACKEND_SYMBOL)) : nullptr;
