@@ -1,5 +1,6 @@
 // The snapshot readers over any bytes: DiskInfoEnum's reader and
 // DiskIsExistInCache. Every record they hand out has terminated texts.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -22,17 +23,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 	(void)ready;
 	if (size < 3)
 		return 0;
-	// The first bytes choose the file's length, in whole entries and a rest,
-	// and the filter; the others are repeated to fill it, so that short
-	// inputs reach past the first entry.
-	const size_t length = (data[0] % 8) * VEXO_DISK_SNAPSHOT_ENTRY_SIZE +
+	// The first bytes choose the file's length, in whole entries (up to 255,
+	// past the reader's 64-entry chunk) and a rest, and the filter; the
+	// others are repeated to fill it, so that short inputs reach past the
+	// first entry.
+	const size_t length = data[0] * VEXO_DISK_SNAPSHOT_ENTRY_SIZE +
 			      (data[1] * 7u) % VEXO_DISK_SNAPSHOT_ENTRY_SIZE;
 	int32_t mask = data[2] == 0xFF ? -1 : data[2];
 	data += 3;
 	size -= 3;
 	std::vector<uint8_t> file(length);
-	for (size_t i = 0; i < length && size; ++i)
-		file[i] = data[i % size];
+	for (size_t at = 0; at < length && size; at += size)
+		std::memcpy(file.data() + at, data, std::min(size, length - at));
 	vexo::fuzz::writeInput(VEXO_DISK_SNAPSHOT, file.data(), file.size());
 	DiskEnumFilter filter{&mask};
 	DiskListNode *list = nullptr;

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -13,9 +14,19 @@ namespace vexo::fuzz {
 inline const std::string &root()
 {
 	static const std::string r = [] {
+		// In memory when the box has it: a disk file system flushes a file
+		// that is truncated and rewritten, at every run.
+		char shm[] = "/dev/shm/vexo_fuzz.XXXXXX";
 		char tmpl[] = "/tmp/vexo_fuzz.XXXXXX";
-		std::string dir = mkdtemp(tmpl) ? tmpl : "/tmp";
+		std::string dir = mkdtemp(shm) ? shm : mkdtemp(tmpl) ? tmpl : "/tmp";
 		setenv("VEXO_SYSROOT", dir.c_str(), 1);
+		// The root goes with the run.
+		static std::string gone = dir;
+		if (gone != "/tmp")
+			std::atexit([] {
+				std::error_code ec;
+				std::filesystem::remove_all(gone, ec);
+			});
 		return dir;
 	}();
 	return r;

@@ -18,7 +18,9 @@ VEXO_BEGIN_DECLS
  * Per-disk value cache under /run/vexostorage/disks/<name>/<key>.
  * Readers take a device path ("/dev/sda"); writers take the short name
  * ("sda"). Keep the two apart: a reader given "sda" misses (0x0700), a
- * writer given "/dev/sda" fails without recording an error.
+ * writer given "/dev/sda" fails with 0x0D00. A name or key must be one path
+ * element of letters, digits, '.', '_' and '-' (not "." or "..", not
+ * beginning with '-'); anything else fails with 0x0D00.
  * A reader that meets an empty file (a writer between rename and close)
  * fails with 0x0A00: treat it as a temporary miss.
  */

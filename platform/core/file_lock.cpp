@@ -16,12 +16,14 @@
 #include <mutex>
 #include <pthread.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
 #include <vexoplatform/vexocore.h>
 
 #include "frame/err.h"
+#include "frame/priv.h"
 #include "frame/sysroot.h"
 #include "frame/unique.h"
 
@@ -64,7 +66,8 @@ int lockFile(const char *path, int exclusive, int timeoutSeconds, int *fd)
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return 0;
 	}
-	vexo::UniqueFd lfd(vexo::sysroot::open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+	// A link planted at the lock's name is never followed.
+	vexo::UniqueFd lfd(vexo::sysroot::open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
 	if (!lfd) {
 		vlog(LOG_ERR, "%s:%d Failed to open lock file %s. errno=%m", VEXO_AT, path);
 		VEXO_ERR(VEXO_ERR_LOCK);
@@ -108,6 +111,34 @@ void init()
 }
 
 pid_t threadId() { return static_cast<pid_t>(::syscall(SYS_gettid)); }
+
+// The folder of the numbered locks sits in the world-writable /run/lock:
+// made by root with a fixed mode, and refused when anyone else made it or
+// may write in it, since whoever could would hold every class lock.
+bool lockFolderReady()
+{
+	std::string dir;
+	for (const char *p = kNumberedLockDir + 1;; ++p) {
+		if (*p == '/' || *p == '\0') {
+			dir.assign(kNumberedLockDir, static_cast<size_t>(p - kNumberedLockDir));
+			if (!*p)
+				break;
+			vexo::sysroot::mkdir(dir.c_str(), 0755);
+		}
+	}
+	{
+		ENTERCriticalSection;
+		if (vexo::sysroot::mkdir(dir.c_str(), 0700) == 0)
+			::chmod(vexo::sysroot::path(dir).c_str(), 0755);
+	}
+	struct stat st {};
+	if (vexo::sysroot::lstat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != 0 ||
+	    (st.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+		vlog(LOG_ERR, "%s:%d Lock folder %s is not a directory of root's alone", VEXO_AT, dir.c_str());
+		return false;
+	}
+	return true;
+}
 
 std::string classPath(int cls)
 {
@@ -172,15 +203,10 @@ try {
 			return -1;
 		}
 	}
-	// The directory is ours; make it on first use (also under a test root).
-	std::string dir;
-	for (const char *p = kNumberedLockDir + 1;; ++p) {
-		if (*p == '/' || *p == '\0') {
-			dir.assign(kNumberedLockDir, static_cast<size_t>(p - kNumberedLockDir));
-			vexo::sysroot::mkdir(dir.c_str(), 0755);
-			if (!*p)
-				break;
-		}
+	// The folder is ours; made on first use (also under a test root).
+	if (!lockFolderReady()) {
+		VEXO_ERR(VEXO_ERR_LOCK);
+		return -1;
 	}
 	std::string path = classPath(cls);
 	int fd = -1;

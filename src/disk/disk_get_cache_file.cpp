@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <vexohw/frame.h>
 
+#include "frame/cache_keys.h"
 #include "frame/err.h"
 #include "frame/sysroot.h"
 #include "frame/unique.h"
@@ -19,7 +20,21 @@ vexo::UniqueFile openValue(const char *devicePath, const char *key)
 {
 	char name[32] = {};
 	char path[1024] = {};
-	std::sscanf(devicePath, "/dev/%31s", name);
+	// The name as "/dev/%s" scans it; "/dev//sda" (a record's name keeps
+	// its slash) is still sda.
+	if (std::strncmp(devicePath, "/dev/", 5) == 0) {
+		const char *rest = devicePath + 5;
+		while (*rest == '/')
+			++rest;
+		std::sscanf(rest, "%31s", name);
+	}
+	// A name or key that is not one plain path element could climb out of
+	// the disks folder. A path outside /dev/ (no name) still only misses.
+	if ((name[0] && !vexo::cache::isNameComponent(name)) || !vexo::cache::isNameComponent(key)) {
+		vlog(LOG_ERR, "%s:%d Bad parameters", VEXO_AT);
+		VEXO_ERR(VEXO_ERR_BAD_PARAM);
+		return nullptr;
+	}
 	std::snprintf(path, sizeof(path), "%s/%s/%s", kCacheRoot, name, key);
 	struct stat st;
 	if (vexo::sysroot::stat(path, &st) != 0) {
@@ -80,9 +95,10 @@ try {
 		return -1;
 	}
 	char buffer[256] = {};
-	// A short read is the normal case; only a stream error fails.
-	(void)std::fread(buffer, 255, 1, f.get());
-	if (std::ferror(f.get())) {
+	// A short read is the normal case; a stream error fails, and so does an
+	// empty file (a writer between rename and close): a temporary miss.
+	const std::size_t got = std::fread(buffer, 1, 255, f.get());
+	if (std::ferror(f.get()) || got == 0) {
 		VEXO_ERR(VEXO_ERR_READ);
 		return -1;
 	}

@@ -73,9 +73,25 @@ void decodeEntry(const DiskInfoFileEntry &entry, DiskInfo &info)
 	std::memset(reinterpret_cast<char *>(&info) + kTail, 0, sizeof(DiskInfo) - kTail);
 }
 
+UniqueFd openSnapshot()
+{
+	UniqueFd fd(sysroot::open(VEXO_DISK_SNAPSHOT, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
+	if (!fd) {
+		if (errno != ENOENT)
+			vlog(LOG_ERR, "%s:%d Failed to open %s. errno=%m", VEXO_AT, VEXO_DISK_SNAPSHOT);
+		return fd;
+	}
+	struct stat st {};
+	if (::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) {
+		vlog(LOG_ERR, "%s:%d %s is not a regular file", VEXO_AT, VEXO_DISK_SNAPSHOT);
+		fd.reset();
+	}
+	return fd;
+}
+
 SnapshotRead readSnapshot(const DiskEnumFilter *filter, DiskListNode **list, int *count)
 {
-	UniqueFd fd(sysroot::open(VEXO_DISK_SNAPSHOT, O_RDONLY | O_CLOEXEC));
+	UniqueFd fd = openSnapshot();
 	if (!fd)
 		return SnapshotRead::Missing;
 	struct stat st {};

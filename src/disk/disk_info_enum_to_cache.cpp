@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <vexohw/disk_enum.h>
 
@@ -36,6 +38,25 @@ bool writeAll(std::FILE *f, const DiskListNode *list)
 	return true;
 }
 
+// The working file, made fresh: /tmp is anyone's, so whatever stands at
+// its name (a link planted there, or one left by a writer that died) is
+// removed, never followed or written through.
+std::FILE *openWorkingFile()
+{
+	for (int attempt = 0; attempt < 2; ++attempt) {
+		int fd = vexo::sysroot::open(VEXO_DISK_SNAPSHOT_TMP, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
+		if (fd >= 0) {
+			std::FILE *f = ::fdopen(fd, "wb");
+			if (!f)
+				::close(fd);
+			return f;
+		}
+		if (errno != EEXIST || vexo::sysroot::unlink(VEXO_DISK_SNAPSHOT_TMP) != 0)
+			break;
+	}
+	return nullptr;
+}
+
 } // namespace
 
 extern "C" {
@@ -58,7 +79,7 @@ try {
 		return -1;
 	}
 	ENTERCriticalSection;
-	std::FILE *f = vexo::sysroot::fopen(VEXO_DISK_SNAPSHOT_TMP, "wb");
+	std::FILE *f = openWorkingFile();
 	if (!f) {
 		vlog(LOG_ERR, "%s:%d fail to save enumlist, device is busy....\n", VEXO_AT);
 		DiskInfoEnumFree(list);

@@ -9,6 +9,8 @@
 #include <vexohw/disk.h>
 #include <vexohw/disk_enum.h>
 
+#include "frame/unique.h"
+
 namespace vexo::disk {
 
 // One port type into *list (appended). The count, or -1.
@@ -42,6 +44,11 @@ enum class SnapshotRead {
 	NoMatch, // entries, none of them selected
 	Failed,  // a read error, no memory or a null filter: -1
 };
+
+// Opens the snapshot for reading. /tmp is anyone's: a link is not followed,
+// a FIFO is not waited on, and only a regular file is taken. Invalid when
+// there is none (logged unless the file is simply absent).
+UniqueFd openSnapshot();
 
 // Reads the snapshot, keeping the entries of the filter's mask. On Listed
 // *count is the number and *list its head.

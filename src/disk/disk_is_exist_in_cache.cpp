@@ -4,6 +4,7 @@
 
 #include <vexohw/disk_enum.h>
 
+#include "disk/disk_info_walk.h"
 #include "frame/err.h"
 #include "frame/sysroot.h"
 #include "frame/unique.h"
@@ -16,7 +17,10 @@ try {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return 0;
 	}
-	vexo::UniqueFile f(vexo::sysroot::fopen(VEXO_DISK_SNAPSHOT, "rb"));
+	vexo::UniqueFd fd = vexo::disk::openSnapshot();
+	vexo::UniqueFile f(fd ? ::fdopen(fd.get(), "rb") : nullptr);
+	if (f)
+		fd.release();
 	if (!f) {
 		vlog(LOG_ERR, "%s:%d No cached file exist", VEXO_AT);
 		return 0;

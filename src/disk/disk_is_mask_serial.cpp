@@ -8,6 +8,7 @@
 #include <vexoplatform/vexocore.h>
 
 #include "disk/disk_probe_name.h"
+#include "frame/cache_keys.h"
 #include "frame/err.h"
 
 namespace {
@@ -25,6 +26,12 @@ try {
 		return 0;
 	}
 	std::string name = vexo::disk::physicalName(vexo::disk::shortName(path));
+	// The name goes to the storage tool as an argument: never as an option.
+	if (!vexo::cache::isNameComponent(name.c_str())) {
+		vlog(LOG_ERR, "%s:%d Bad parameters", VEXO_AT);
+		VEXO_ERR(VEXO_ERR_BAD_PARAM);
+		return 0;
+	}
 	std::string dev = "/dev/" + name;
 	int value = 0;
 	if (VEXODiskGetIntValueCacheFile(dev.c_str(), kKey, &value) == 0)

@@ -2,6 +2,7 @@
 // every family that reads or writes one, and by tools that list them.
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 namespace vexo::cache {
@@ -37,5 +38,23 @@ inline constexpr Key kKeys[] = {
 };
 
 inline constexpr const char *kDisksDir = "/run/vexostorage/disks";
+
+// A disk name or key is one folder or file under kDisksDir: a single path
+// element of letters, digits, '.', '_' and '-', never "." or "..", and not
+// beginning with '-' (names also reach tools as arguments).
+inline bool isNameComponent(const char *s)
+{
+	if (!s || !*s || *s == '-' || std::string_view(s) == "." || std::string_view(s) == "..")
+		return false;
+	std::size_t n = 0;
+	for (; s[n]; ++n) {
+		const char c = s[n];
+		const bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+				c == '_' || c == '-';
+		if (!ok || n >= 255)
+			return false;
+	}
+	return true;
+}
 
 } // namespace vexo::cache

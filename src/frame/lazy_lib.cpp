@@ -5,6 +5,17 @@
 #include "frame/lazy_lib.h"
 #include "frame/log.h"
 
+// The build names the sonames it linked against; these are Debian's.
+#ifndef VEXO_SONAME_LIBXML2
+#define VEXO_SONAME_LIBXML2 "libxml2.so.2"
+#endif
+#ifndef VEXO_SONAME_SQLITE3
+#define VEXO_SONAME_SQLITE3 "libsqlite3.so.0"
+#endif
+#ifndef VEXO_SONAME_JSONC
+#define VEXO_SONAME_JSONC "libjson-c.so.5"
+#endif
+
 namespace vexo::lazy {
 
 void *Library::handle()

@@ -102,18 +102,11 @@ bool writeWhole(const std::string &path, std::string_view text)
 	return ::close(fd.release()) == 0;
 }
 
-// The name is a directory under the disks folder: one path element.
-bool validName(const char *name)
-{
-	return name && *name && std::strchr(name, '/') == nullptr && std::strcmp(name, ".") != 0 &&
-	       std::strcmp(name, "..") != 0;
-}
-
 } // namespace
 
 extern "C" VEXO_API int SmartInfoCacheUpdate(const char *name, const SmartInfoEntry *list)
 try {
-	if (!validName(name)) {
+	if (!vexo::cache::isNameComponent(name)) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}

@@ -1,6 +1,8 @@
 // Disk enumeration: records of one disk, the walk by port type, the
 // snapshot and its readers, the lookup by device number, the shared lists.
+#include <algorithm>
 #include <atomic>
+#include <functional>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -567,6 +569,43 @@ TEST_F(DiskEnum, WriterFailures)
 	EXPECT_EQ(VLIBDiskInfoEnumToCache(nullptr), -1);
 	EXPECT_EQ(root.read(VEXO_DISK_SNAPSHOT), "old");
 	EXPECT_FALSE(root.exists(VEXO_DISK_SNAPSHOT_TMP));
+}
+
+// /tmp is anyone's. A link planted at the working file's name is not
+// written through; a FIFO or a link at the snapshot's name is not read
+// (no hang, no foreign list): the readers walk instead.
+TEST_F(DiskEnum, SnapshotFilesInTmpAreNeverFollowed)
+{
+	root.write("/etc/shadow", "keep");
+	root.symlink("../etc/shadow", VEXO_DISK_SNAPSHOT_TMP);
+	ASSERT_EQ(VLIBDiskInfoEnumToCache(nullptr), 0);
+	EXPECT_EQ(root.read("/etc/shadow"), "keep");
+	EXPECT_EQ(root.read(VEXO_DISK_SNAPSHOT).size(), 8u * 320);
+
+	Vcemd alive(true);
+	root.write("/var/planted", entryBytes("sdy", "/dev/sdy", DISK_CONTAINER_INTERNAL));
+	const std::function<void()> plant[] = {
+		[&] { ASSERT_EQ(::mkfifo(root.host(VEXO_DISK_SNAPSHOT).c_str(), 0666), 0); },
+		[&] { root.symlink("../var/planted", VEXO_DISK_SNAPSHOT); },
+	};
+	for (const auto &p : plant) {
+		root.remove(VEXO_DISK_SNAPSHOT);
+		p();
+		EXPECT_EQ(vexo::test::inChild([&] {
+			::alarm(10);
+			int32_t mask = -1;
+			DiskEnumFilter f{&mask};
+			DiskListNode *l = nullptr;
+			vexo::disk::Source used;
+			int n = vexo::disk::collect(&f, &l, &used);
+			Names got = names(l);
+			DiskInfoEnumFree(l);
+			if (n != 8 || used != vexo::disk::Source::Walk || std::count(got.begin(), got.end(), "sdy"))
+				return 1;
+			return DiskIsExistInCache("/dev/sdy") == 0 ? 0 : 2;
+		}),
+			  0);
+	}
 }
 
 TEST_F(DiskEnum, ReadersNeverSeeAShortSnapshot)

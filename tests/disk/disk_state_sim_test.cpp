@@ -294,6 +294,20 @@ TEST_F(MaskFlag, CachedValueOrNoRepair)
 	EXPECT_EQ(VEXODiskIsMaskSerial(nullptr), 0);
 }
 
+// A name that reads as an option never reaches the storage tool.
+TEST_F(MaskFlag, OptionLikeNamesRunNothing)
+{
+	for (const char *path : {"--help", "/dev/-x", "-d"}) {
+		const std::string name = std::string(path).substr(path[0] == '/' ? 5 : 0);
+		sysfs(name, "ATA", "VEXO HAT5300-8T", true);
+		root.diskDir(name);
+		VLIBCErrClear();
+		EXPECT_EQ(VEXODiskIsMaskSerial(path), 0) << path;
+		EXPECT_ERR(0x0D00);
+	}
+	EXPECT_TRUE(runs("vexostorage").empty());
+}
+
 TEST_F(MaskFlag, AnotherProcessRepairsWhileWeWait)
 {
 	// The holder stores its answer and lets go; we take that answer and

@@ -2,8 +2,10 @@
 #include <chrono>
 #include <ctime>
 #include <fcntl.h>
+#include <functional>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include "support/vexotest.h"
@@ -78,6 +80,51 @@ TEST_F(Locks, WaiterGetsTheLockWhenTheHolderLetsGo)
 	  }),
 		  0);
 	VLIBCFileUnlockByFile(a);
+}
+
+// The numbered-lock folder lives in world-writable /run/lock: one made or
+// opened up by someone else, or a link, is refused at once instead of
+// letting its maker hold every class; a link at a lock file is not followed.
+TEST_F(Locks, NumberedLockFolderIsRootsAlone)
+{
+	if (::geteuid() != 0)
+		GTEST_SKIP() << "needs root to give the folder away";
+	const std::string dir = root.host("/run/lock/vexocore");
+	mode_t old = ::umask(077);
+	ASSERT_EQ(VLIBCFileLock(0x806, 5), 0);
+	::umask(old);
+	EXPECT_EQ(root.mode("/run/lock/vexocore"), 0755u);
+	ASSERT_EQ(VLIBCFileUnlock(0x800), 0);
+
+	root.write("/etc/target", "keep");
+	root.remove("/run/lock/vexocore/0x800.lock");
+	root.symlink("../../../etc/target", "/run/lock/vexocore/0x800.lock");
+	EXPECT_EQ(VLIBCFileLock(0x806, 5), -1);
+	EXPECT_ERR(0x0400);
+	int fd = -1;
+	EXPECT_EQ(VLIBCFileLockTimeByFile("/run/lock/vexocore/0x800.lock", 1, 0, &fd), 0);
+	EXPECT_EQ(root.read("/etc/target"), "keep");
+
+	const std::function<void()> spoil[] = {
+		[&] { ASSERT_EQ(::chown(dir.c_str(), 65534, 65534), 0); },
+		[&] { ASSERT_EQ(::chmod(dir.c_str(), 01777), 0); },
+		[&] {
+			root.remove("/run/lock/vexocore");
+			root.mkdirs("/tmp/elsewhere");
+			root.symlink("../../tmp/elsewhere", "/run/lock/vexocore");
+		},
+	};
+	for (const auto &s : spoil) {
+		root.remove("/run/lock/vexocore");
+		root.mkdirs("/run/lock/vexocore");
+		s();
+		vexo::test::LogCapture log;
+		auto t0 = Clock::now();
+		EXPECT_EQ(VLIBCFileLock(0x806, 5), -1);
+		EXPECT_ERR(0x0400);
+		EXPECT_LT(secondsSince(t0), 1.0);
+		EXPECT_TRUE(log.has(LOG_ERR, "is not a directory of root's alone"));
+	}
 }
 
 TEST_F(Locks, NumberedLockClassRule)

@@ -1,0 +1,53 @@
+#!/bin/sh
+# make_seeds.sh BUILD: writes the seed corpora fuzz/corpus/<target>/ from
+# the simulator's own output: the files of the bundled twelve-bay box, the
+# snapshot the library writes over it, and the drive emulator's answers
+# (recorded by the hostile drive). BUILD is a fuzz build tree.
+set -eu
+b=$(cd "$1" && pwd)
+top=$(cd "$(dirname "$0")/.." && pwd)
+c=$top/fuzz/corpus
+box=$(mktemp -d)
+trap 'rm -rf "$box"' EXIT
+"$b/bin/vexosim" build "$top/examples/box12.json" "$box" >/dev/null
+for t in sysfs_attr_fuzz proc_files_fuzz platform_json_fuzz xml_docs_fuzz disk_snapshot_fuzz drive_ata_fuzz drive_nvme_fuzz; do
+	mkdir -p "$c/$t"
+done
+nul() { printf '\000'; }
+
+s=$box/sys/block/sda
+{ cat "$s/size"; nul; cat "$s/queue/logical_block_size"; nul; cat "$s/device/model"; nul
+  cat "$s/device/vendor"; nul; cat "$s/queue/rotational"; nul; cat "$s/device/state"; } >"$c/sysfs_attr_fuzz/box12-sda"
+s=$box/sys/block/sdh
+{ cat "$s/size"; nul; cat "$s/queue/logical_block_size"; nul; cat "$s/device/model"; nul
+  cat "$s/device/vendor"; nul; cat "$s/queue/rotational"; nul; cat "$s/device/state"; } >"$c/sysfs_attr_fuzz/box12-sdh"
+
+{ cat "$box/proc/partitions"; nul; printf '/dev/md0 / ext4 rw,relatime 0 0\nnone /.vexo aufs rw 0 0\n'; } >"$c/proc_files_fuzz/box12"
+cp "$box/etc.defaults/vexoplatform.json" "$c/platform_json_fuzz/box12"
+{ printf '\001'; cat "$top/examples/diskaction.xml"; } >"$c/xml_docs_fuzz/diskaction"
+
+# The snapshot of the box as the library writes it there.
+"$b/bin/vexosim" run "$box" -- "$b/bin/vexohw" snapshot write >/dev/null
+{ printf '\001\000\377'; head -c 320 "$box/tmp/enumlist_det"; } >"$c/disk_snapshot_fuzz/one"
+{ printf '\106\000\377'; head -c 3840 "$box/tmp/enumlist_det"; } >"$c/disk_snapshot_fuzz/seventy"
+# The box has no temperature history nor mount table: one is written here
+# for its disks, in the documented forms.
+{ nul; printf '<?xml version="1.0"?>\n<disk_temperature>\n'
+  for d in $(cd "$box/sys/block" && ls -d sd* nvme* 2>/dev/null); do
+	printf '  <disk path="/dev/%s" min="24" max="47" countdown="6"/>\n' "$d"
+  done
+  printf '</disk_temperature>\n'; } >"$c/xml_docs_fuzz/temperature"
+
+# The emulator's answers to each question of the drive targets: the first
+# byte picks the question, the rest are the answers.
+for t in drive_ata_fuzz:7 drive_nvme_fuzz:6; do
+	n=${t#*:}
+	t=${t%:*}
+	i=0
+	while [ "$i" -lt "$n" ]; do
+		printf "\\$(printf %03o "$i")" >"$box/pick"
+		VEXO_FUZZ_DRIVE_RECORD=$box/answers "$b/fuzz/$t" "$box/pick" >/dev/null 2>&1
+		cat "$box/pick" "$box/answers" >"$c/$t/box12-$i"
+		i=$((i + 1))
+	done
+done
