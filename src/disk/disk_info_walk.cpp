@@ -90,7 +90,7 @@ int enumPortType(DiskListNode **list, int portType, const DiskEnumHibStatus *sta
 	return count;
 }
 
-int walkSystem(const DiskEnumFilter *filter, DiskListNode **list)
+int walkSystem(const DiskEnumFilter *filter, DiskListNode **list, const DiskEnumHibStatus *status)
 {
 	if (!list) {
 		vlog(LOG_ERR, "%s:%d bad parameters", VEXO_AT);
@@ -113,7 +113,7 @@ int walkSystem(const DiskEnumFilter *filter, DiskListNode **list)
 		if (!all && !(*filter->containerMask & t.bit))
 			continue;
 		// Every type is tried, so that one failure logs all that fail.
-		int n = enumPortType(&head, t.type, nullptr);
+		int n = enumPortType(&head, t.type, status);
 		if (n < 0)
 			failed = true;
 		else

@@ -19,7 +19,9 @@ int enumPortType(DiskListNode **list, int portType, const DiskEnumHibStatus *sta
 // The direct walk: the types the filter selects (all when it or its mask
 // is null), in the order 1, 3, 7, 4, 2, 11. The count with *list set, or
 // -1 with *list untouched.
-int walkSystem(const DiskEnumFilter *filter, DiskListNode **list);
+// status (may be null) as in enumPortType: all hibernating reads no
+// temperature, so that no drive is asked.
+int walkSystem(const DiskEnumFilter *filter, DiskListNode **list, const DiskEnumHibStatus *status = nullptr);
 
 // The order in which the snapshot writer runs the types.
 inline constexpr int kSnapshotOrder[] = {1, 3, 7, 11, 4, 2};

@@ -6,18 +6,13 @@
 
 #include "disk/disk_probe_name.h"
 #include "frame/err.h"
+#include "frame/unique.h"
 #include "frame/path_read.h"
 
 namespace {
 
 // A string list that may move while it grows, freed with the scope.
-struct NameList {
-	PVLIBSZLIST p = VLIBCSzListAlloc(4);
-	NameList() = default;
-	NameList(const NameList &) = delete;
-	NameList &operator=(const NameList &) = delete;
-	~NameList() { VLIBCSzListFree(p); }
-};
+using NameList = vexo::SzList;
 
 bool stateRunning(const char *name)
 {

@@ -15,13 +15,7 @@
 
 namespace {
 
-struct NameList {
-	PVLIBSZLIST p = VLIBCSzListAlloc(16);
-	NameList() = default;
-	NameList(const NameList &) = delete;
-	NameList &operator=(const NameList &) = delete;
-	~NameList() { VLIBCSzListFree(p); }
-};
+using NameList = vexo::SzList;
 
 // Whether a USB disk is mounted where the system mounts them.
 bool usbVolumeMounted()

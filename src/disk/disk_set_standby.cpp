@@ -19,13 +19,7 @@
 
 namespace {
 
-struct NameList {
-	PVLIBSZLIST p = VLIBCSzListAlloc(16);
-	NameList() = default;
-	NameList(const NameList &) = delete;
-	NameList &operator=(const NameList &) = delete;
-	~NameList() { VLIBCSzListFree(p); }
-};
+using NameList = vexo::SzList;
 
 // Marks a disk as being flushed for standby (1) or done (0).
 bool markSyncing(const std::string &name, int value)

@@ -1,8 +1,6 @@
 // DiskInfoEnum from a chosen source, for tools that show or compare them.
 #include <vexohw/ext.h>
 
-#include <vexohw/disk_port.h>
-
 #include "disk/disk_info_walk.h"
 #include "frame/boundary.h"
 #include "frame/err.h"
@@ -12,44 +10,6 @@ namespace {
 int sourceCode(vexo::disk::Source s)
 {
 	return s == vexo::disk::Source::Snapshot ? VEXO_EXT_DISK_SOURCE_SNAPSHOT : VEXO_EXT_DISK_SOURCE_WALK;
-}
-
-// The walk of every port type the filter selects, each as if all its disks
-// slept: the records come from sysfs alone and no drive is asked.
-int quietWalk(const DiskEnumFilter *filter, DiskListNode **list)
-{
-	if (!filter || !filter->containerMask) {
-		VEXO_ERR(VEXO_ERR_BAD_PARAM);
-		return -1;
-	}
-	static constexpr struct {
-		int32_t bit;
-		int type;
-	} kTypes[] = {
-		{DISK_CONTAINER_INTERNAL, DISK_PORT_TYPE_INTERNAL}, {DISK_CONTAINER_EBOX, DISK_PORT_TYPE_EBOX},
-		{DISK_CONTAINER_CACHE, DISK_PORT_TYPE_CACHE},       {DISK_CONTAINER_USB, DISK_PORT_TYPE_USB},
-		{DISK_CONTAINER_ESATA, DISK_PORT_TYPE_ESATA},       {DISK_CONTAINER_SYS, DISK_PORT_TYPE_SYS},
-	};
-	DiskEnumHibStatus noTemperature{};
-	noTemperature.allHibernating = 1;
-	DiskListNode *head = nullptr, **tail = &head;
-	int total = 0;
-	for (const auto &t : kTypes) {
-		if (!(*filter->containerMask & t.bit))
-			continue;
-		DiskListNode *part = nullptr;
-		int n = vexo::disk::enumPortType(&part, t.type, &noTemperature);
-		if (n < 0) {
-			DiskInfoEnumFree(head);
-			return -1;
-		}
-		total += n;
-		*tail = part;
-		while (*tail)
-			tail = &(*tail)->next;
-	}
-	*list = head;
-	return total;
 }
 
 } // namespace
@@ -71,8 +31,12 @@ extern "C" VEXO_API int VEXOExtDiskInfoEnumFrom(const DiskEnumFilter *filter, in
 	case VEXO_EXT_DISK_SOURCE_WALK:
 		n = walkSystem(filter, list);
 		break;
-	case VEXO_EXT_DISK_SOURCE_QUIET_WALK:
-		n = quietWalk(filter, list);
+	case VEXO_EXT_DISK_SOURCE_QUIET_WALK: {
+		// Each port type as if all its disks slept: sysfs alone, no drive asked.
+		DiskEnumHibStatus noTemperature{};
+		noTemperature.allHibernating = 1;
+		n = walkSystem(filter, list, &noTemperature);
+	}
 		break;
 	case VEXO_EXT_DISK_SOURCE_SNAPSHOT:
 		taken = Source::Snapshot;

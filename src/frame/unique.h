@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <unistd.h>
 #include <utility>
+#include <vexoplatform/vexocore.h>
 
 namespace vexo {
 
@@ -55,5 +56,14 @@ struct FreeDeleter {
 };
 template <typename T>
 using UniqueMalloc = std::unique_ptr<T, FreeDeleter>;
+
+// Owns a core-library string list; p is null when the allocation failed.
+struct SzList {
+	PVLIBSZLIST p;
+	explicit SzList(int size = 16) : p(VLIBCSzListAlloc(size)) {}
+	SzList(const SzList &) = delete;
+	SzList &operator=(const SzList &) = delete;
+	~SzList() { VLIBCSzListFree(p); }
+};
 
 } // namespace vexo
