@@ -29,7 +29,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
 	// Copies of the input's exact length, so that the sanitizer sees any overrun.
 	std::vector<uint8_t> page(data, data + size), whole(size / 512 * 512);
-	std::memcpy(whole.data(), data, whole.size());
+	if (!whole.empty())
+		std::memcpy(whole.data(), data, whole.size());
 	SmartTestLog log{};
 	if (size >= 512) {
 		decodeSmartValues(std::span<const uint8_t, 512>(page.data(), 512), log);

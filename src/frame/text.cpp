@@ -21,7 +21,8 @@ bool copyText(char *dst, std::size_t size, std::string_view src) noexcept
 	src = untilNul(src);
 	if (!dst || src.size() >= size)
 		return false;
-	std::memcpy(dst, src.data(), src.size());
+	if (!src.empty()) // an empty view may have no data at all
+		std::memcpy(dst, src.data(), src.size());
 	dst[src.size()] = '\0';
 	return true;
 }
@@ -42,7 +43,8 @@ std::size_t copyTextCut(char *dst, std::size_t size, std::string_view src) noexc
 		return 0;
 	src = untilNul(src);
 	std::size_t n = src.size() < size ? src.size() : size - 1;
-	std::memcpy(dst, src.data(), n);
+	if (n)
+		std::memcpy(dst, src.data(), n);
 	dst[n] = '\0';
 	return n;
 }
