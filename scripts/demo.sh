@@ -103,3 +103,9 @@ run power timers set standby 30
 run power timers
 echo "\$ cat /var/log/vcemd_sim.log   (what the daemon received)"
 cat "$root/var/log/vcemd_sim.log"
+# error accounting: the kernel counts twelve command timeouts on sdc (its
+# sysfs attribute, raised here as the kernel would); the refresh turns them
+# into a critical weight and the verdict names the source
+echo "# error accounting: command timeouts on a disk"
+echo 0xc >"$root/sys/block/sdc/device/iotmo_cnt"
+run health sdc --refresh

@@ -1,15 +1,18 @@
 // Where each health source of the verdict comes in. The families behind the
-// remaining life, the advanced test, the drive analytics, the SSD bundle
-// and the error accounting publish their findings in the disk's value
-// cache; a value that is not there is a source with nothing to say.
+// remaining life and the advanced test publish their findings in the disk's
+// value cache, a value that is not there being a source with nothing to
+// say; the drive analytics, the SSD bundle and the error accounting answer
+// through <vexohw/disk_health.h>.
 #include <cstdint>
 #include <string>
 #include <vexohw/disk.h>
+#include <vexohw/disk_health.h>
 #include <vexohw/frame.h>
 #include <vexohw/smart_serial.h>
 #include <vexoplatform/nvme_admin.h>
 
 #include "frame/err.h"
+#include "smartctl/disk_health_status.h"
 #include "smartctl/health_sources.h"
 
 namespace vexo::health {
@@ -48,12 +51,20 @@ bool healthLogByte(const char *path, size_t offset, unsigned &out)
 }
 
 // The kernel's read-only flag of the block device: a drive that has gone
-// read-only is refused writes there.
+// read-only is refused writes there. Not knowing is not read-only.
 bool readOnly(const char *path)
 {
-	const char *name = VEXODiskDevPrefixSkip(path);
-	int32_t ro = 0;
-	return name && PathDir(std::string("/sys/block/") + name).readS32("ro", ro) && ro == 1;
+	int ro = 0;
+	return VEXODiskReadonlyGet(path, &ro) == 0 && ro == 1;
+}
+
+// A source's weight: the cached reader when the caller has the cache
+// folder open, else the exported function; -1 when the source failed.
+template <typename Cached, typename Exported>
+int weightOf(const PathDir *cache, Cached cached, Exported exported)
+{
+	int w = 0;
+	return (cache ? cached(w) : exported(&w)) == 0 ? w : -1;
 }
 
 } // namespace
@@ -96,12 +107,39 @@ int advWeight(const char *path, const PathDir *cache, std::string *advStatus)
 	return cachedWeight(path, "adv_damage_weight", cache);
 }
 
-int wddaWeight(const char *, const PathDir *) { return 0; } // the analytics family publishes no weight yet
+int wddaWeight(const char *path, const PathDir *cache)
+{
+	return weightOf(
+		cache, [&](int &w) { return wddaCached(path, cache, nullptr, w); },
+		[&](int *w) { return VEXODiskWddaStatusGet(path, nullptr, w); });
+}
 
-int ssdBundleWeight(const char *, const PathDir *) { return 0; } // nor does the SSD bundle family
+int ssdBundleWeight(const char *path, const PathDir *cache)
+{
+	return weightOf(
+		cache, [&](int &w) { return bundleWeightCached(path, cache, w); },
+		[&](int *w) { return VEXOSSDBundleWarningWeightGet(path, w); });
+}
 
-int errorTimeoutWeight(const char *path, const PathDir *cache) { return cachedWeight(path, "timeout_weight", cache); }
-int errorResetFailWeight(const char *path, const PathDir *cache) { return cachedWeight(path, "reset_fail_weight", cache); }
-int errorUncWeight(const char *path, const PathDir *cache) { return cachedWeight(path, "unc_weight", cache); }
+int errorTimeoutWeight(const char *path, const PathDir *cache)
+{
+	return weightOf(
+		cache, [&](int &w) { return errorWeightCached(ErrorSource::Timeout, path, cache, w); },
+		[&](int *w) { return VEXODiskErrorTimeoutStatusCacheGet(path, w); });
+}
+
+int errorResetFailWeight(const char *path, const PathDir *cache)
+{
+	return weightOf(
+		cache, [&](int &w) { return errorWeightCached(ErrorSource::ResetFail, path, cache, w); },
+		[&](int *w) { return VEXODiskErrorResetFailStatusCacheGet(path, w); });
+}
+
+int errorUncWeight(const char *path, const PathDir *cache)
+{
+	return weightOf(
+		cache, [&](int &w) { return errorWeightCached(ErrorSource::Unc, path, cache, w); },
+		[&](int *w) { return VEXODiskErrorUncStatusCacheGet(path, w); });
+}
 
 } // namespace vexo::health

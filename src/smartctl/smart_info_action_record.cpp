@@ -9,6 +9,7 @@
 #include <string>
 #include <sys/stat.h>
 #include <vexohw/disk.h>
+#include <vexohw/disk_health.h>
 #include <vexohw/disk_port.h>
 #include <vexohw/disk_probe.h>
 #include <vexohw/frame.h>
@@ -155,8 +156,14 @@ try {
 			code.erase(0, 4);
 		ok = prop(n, "testCode", code);
 	} else if (type == SMART_WARNING_WDDA) {
-		ok = prop(n, "wddaCode", "0");
-		detail = "0";
+		// The finding being muted is the analytics producer's current one.
+		int code = 0;
+		if (VEXODiskWddaStatusCacheGet(path, &code, nullptr) != 0)
+			code = 0;
+		char hex[16];
+		std::snprintf(hex, sizeof(hex), "%X", static_cast<unsigned>(code));
+		ok = prop(n, "wddaCode", std::to_string(code));
+		detail = hex;
 	} else if (type == SMART_WARNING_NVME_PERC_USED_FULL) {
 		unsigned percent = 0;
 		vexo::health::nvmePercentageUsed(path, percent);

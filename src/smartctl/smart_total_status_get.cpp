@@ -8,6 +8,7 @@
 #include <string>
 #include <unistd.h>
 #include <vexohw/disk.h>
+#include <vexohw/disk_health.h>
 #include <vexohw/disk_state.h>
 #include <vexohw/frame.h>
 #include <vexohw/smart_info.h>
@@ -217,6 +218,12 @@ try {
 		return -1;
 	}
 	const char *name = VEXODiskDevPrefixSkip(path);
+	// The prediction and the analytics only inform; their failure doesn't
+	// stop the refresh of what the verdict weighs.
+	if (VEXODiskHealthPredictionStatusGet(path, nullptr, 0) != 0)
+		vlog(LOG_ERR, "%s:%d Failed to update health predict cache on %s", VEXO_AT, path);
+	if (VEXODiskWddaStatusCacheUpdate(path) != 0)
+		vlog(LOG_ERR, "%s:%d Failed to update wdda status on %s, vexoerr=[0x%04X]", VEXO_AT, path, VLIBCErrGet());
 	if (VEXODiskAtaSmartInfoUpdate(path) != 0) {
 		vlog(LOG_ERR, "%s:%d Failed to update smart info on device %s, 0x%X", VEXO_AT, path, VLIBCErrGet());
 		return -1;
@@ -246,6 +253,20 @@ try {
 		vlog(LOG_ERR, "%s:%d Failed to update cache file: %s %s", VEXO_AT, name, "smart_damage_weight");
 		return -1;
 	}
+	// The unc counter is read from the attribute list refreshed above.
+	static constexpr struct {
+		int (*update)(const char *);
+		const char *what;
+	} kErrorUpdates[] = {
+		{VEXODiskErrorTimeoutStatusCacheUpdate, "timeout"},
+		{VEXODiskErrorResetFailStatusCacheUpdate, "reset fail"},
+		{VEXODiskErrorUncStatusCacheUpdate, "unc"},
+	};
+	for (const auto &u : kErrorUpdates)
+		if (u.update(path) != 0) {
+			vlog(LOG_ERR, "%s:%d Failed to update disk error %s on device %s.", VEXO_AT, u.what, path);
+			return -1;
+		}
 	return 0;
 }
 VEXO_C_CATCH(-1)

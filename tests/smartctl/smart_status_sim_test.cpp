@@ -120,6 +120,44 @@ TEST_F(Verdict, TotalAndCachedOverview)
 	EXPECT_EQ(SmartOverviewStatusCacheGet("/dev/sda", nullptr), 0);
 }
 
+TEST_F(Verdict, EachSourceSetsItsFlagAndTheRefreshCountsErrors)
+{
+	attr5(100, 100, 10);
+	root.write(SMART_ACTION_LOG, "");
+	struct Row {
+		const char *key;
+		int weight;
+		int SmartWarningReason::*flag; // null: the source has no flag
+	} rows[] = {{"timeout_weight", 1, &SmartWarningReason::errorTimeout},
+		    {"reset_fail_weight", 31, &SmartWarningReason::errorResetFail},
+		    {"unc_weight", 31, &SmartWarningReason::errorUnc},
+		    {"wdda_weight", 5, &SmartWarningReason::wdda},
+		    {"ssd_bundle_warning_weight", 2, nullptr}};
+	for (const Row &r : rows) {
+		for (const Row &o : rows)
+			root.remove(std::string("/run/vexostorage/disks/sda/") + o.key);
+		VEXODiskUpdateIntValueCacheFile("sda", r.key, r.weight);
+		SmartWarningReason reason{};
+		int w = -1;
+		EXPECT_EQ(SmartOverviewStatusGet("/dev/sda", nullptr, &reason, nullptr, &w), r.weight > 30 ? 3 : 2) << r.key;
+		EXPECT_EQ(w, r.weight) << r.key;
+		for (const Row &o : rows)
+			EXPECT_EQ(o.flag && reason.*o.flag, o.flag && o.flag == r.flag) << r.key << " sets " << o.key;
+	}
+	root.remove("/run/vexostorage/disks/sda/ssd_bundle_warning_weight");
+
+	// The kernel counts twelve command timeouts: the refresh turns them
+	// into a critical weight the cached verdict adds.
+	root.write("/sys/block/sda/device/iotmo_cnt", "0x0\n");
+	ASSERT_EQ(SmartTotalStatusCacheUpdate("/dev/sda"), 0);
+	int w = -1;
+	EXPECT_EQ(SmartOverviewStatusCacheGet("/dev/sda", &w), 1);
+	root.write("/sys/block/sda/device/iotmo_cnt", "0xc\n");
+	ASSERT_EQ(SmartTotalStatusCacheUpdate("/dev/sda"), 0);
+	EXPECT_EQ(SmartOverviewStatusCacheGet("/dev/sda", &w), 3);
+	EXPECT_EQ(w, 31);
+}
+
 TEST_F(Verdict, LifeAndMediaOverlay)
 {
 	struct Row {

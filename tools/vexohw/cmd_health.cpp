@@ -5,6 +5,7 @@
 #include <string>
 #include <vexohw/disk.h>
 #include <vexohw/disk_enum.h>
+#include <vexohw/disk_health.h>
 #include <vexohw/frame.h>
 #include <vexohw/smart_status.h>
 #include <vexohw/smart_test.h>
@@ -186,6 +187,14 @@ Value healthOf(const std::string &path)
 	sources.set("smart_attributes", totalWeight - testWeight);
 	sources.set("self_test", testWeight);
 	sources.set("other_sources", overviewWeight - totalWeight);
+	// The other sources one by one, as the verdict read them.
+	int code = 0, w = 0;
+	auto share = [&](const char *key, int rc) { sources.set(key, rc == 0 ? Value(w) : Value()); };
+	share("drive_analytics", VEXODiskWddaStatusGet(path.c_str(), &code, &w));
+	share("ssd_bundle", VEXOSSDBundleWarningWeightGet(path.c_str(), &w));
+	share("error_timeout", VEXODiskErrorTimeoutStatusCacheGet(path.c_str(), &w));
+	share("error_reset_fail", VEXODiskErrorResetFailStatusCacheGet(path.c_str(), &w));
+	share("error_unc", VEXODiskErrorUncStatusCacheGet(path.c_str(), &w));
 	r.set("weights", sources);
 	r.set("smart_status", info);
 	r.set("self_test_status", test);
@@ -199,12 +208,17 @@ Value healthOf(const std::string &path)
 			reasons.push("the advanced test reports a problem");
 		if (reason->criticalWarning)
 			reasons.push("the NVMe drive raises critical warning bits 0x" + std::to_string(reason->criticalWarning));
+		if (reason->wdda) {
+			char hex[16];
+			std::snprintf(hex, sizeof(hex), "%X", static_cast<unsigned>(code));
+			reasons.push(std::string("drive analytics reports finding 0x") + hex);
+		}
 		if (reason->errorTimeout)
-			reasons.push("commands to the disk time out");
+			reasons.push("commands to the disk timed out since it was attached");
 		if (reason->errorResetFail)
-			reasons.push("the disk failed to reset");
+			reasons.push("the disk failed commands or resets since it was attached");
 		if (reason->errorUnc)
-			reasons.push("the disk returned uncorrectable errors");
+			reasons.push("the disk returned uncorrectable errors (data it could not read back)");
 	}
 	r.set("reasons", reasons);
 	VEXOSmartWarningReasonFree(reason);
@@ -249,6 +263,12 @@ int health(Context &ctx)
 		std::printf("  shares: SMART attributes %s, self-test %s, other sources %s\n",
 			    w->get("smart_attributes")->text().c_str(), w->get("self_test")->text().c_str(),
 			    w->get("other_sources")->text().c_str());
+		std::string others;
+		for (const char *k : {"drive_analytics", "ssd_bundle", "error_timeout", "error_reset_fail", "error_unc"})
+			if (const Value *v = w->get(k); v && v->text() != "0" && !v->text().empty())
+				others += std::string(others.empty() ? "" : ", ") + k + " " + v->text();
+		if (!others.empty())
+			std::printf("  of which: %s\n", others.c_str());
 		for (const Value &why : r.get("reasons")->asList())
 			std::printf("  - %s\n", why.text().c_str());
 	}
