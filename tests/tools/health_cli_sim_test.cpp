@@ -61,6 +61,14 @@ TEST(HealthCli, LevelsSharesAndTheCachedColumn)
 	json_object *disks = field(after.obj, "disks");
 	EXPECT_EQ(text(byDisk(disks, "/dev/sdd"), "health"), "failing");
 	EXPECT_EQ(text(byDisk(disks, "/dev/sde"), "health"), "warning");
+
+	// The kernel counts twelve command timeouts on sda: the refresh makes
+	// the healthy disk critical and the verdict names the source.
+	std::ofstream(box.root() + "/sys/block/sda/device/iotmo_cnt") << "0xc\n";
+	JsonDoc sda(box.vexohw({"--json", "health", "sda", "--refresh"}).out);
+	EXPECT_EQ(text(sda.obj, "health"), "critical");
+	EXPECT_EQ(text(field(sda.obj, "weights"), "error_timeout"), "31");
+	EXPECT_NE(text(sda.obj, "reasons").find("timed out"), std::string::npos);
 }
 
 TEST(HealthCli, TestStartedStatusStoppedAndListed)
