@@ -120,7 +120,7 @@ TEST_F(Verdict, TotalAndCachedOverview)
 	EXPECT_EQ(SmartOverviewStatusCacheGet("/dev/sda", nullptr), 0);
 }
 
-TEST_F(Verdict, EachSourceSetsItsFlagAndTheRefreshCountsErrors)
+TEST_F(Verdict, EachSourceSetsItsFlag)
 {
 	attr5(100, 100, 10);
 	root.write(SMART_ACTION_LOG, "");
@@ -144,18 +144,6 @@ TEST_F(Verdict, EachSourceSetsItsFlagAndTheRefreshCountsErrors)
 		for (const Row &o : rows)
 			EXPECT_EQ(o.flag && reason.*o.flag, o.flag && o.flag == r.flag) << r.key << " sets " << o.key;
 	}
-	root.remove("/run/vexostorage/disks/sda/ssd_bundle_warning_weight");
-
-	// The kernel counts twelve command timeouts: the refresh turns them
-	// into a critical weight the cached verdict adds.
-	root.write("/sys/block/sda/device/iotmo_cnt", "0x0\n");
-	ASSERT_EQ(SmartTotalStatusCacheUpdate("/dev/sda"), 0);
-	int w = -1;
-	EXPECT_EQ(SmartOverviewStatusCacheGet("/dev/sda", &w), 1);
-	root.write("/sys/block/sda/device/iotmo_cnt", "0xc\n");
-	ASSERT_EQ(SmartTotalStatusCacheUpdate("/dev/sda"), 0);
-	EXPECT_EQ(SmartOverviewStatusCacheGet("/dev/sda", &w), 3);
-	EXPECT_EQ(w, 31);
 }
 
 TEST_F(Verdict, LifeAndMediaOverlay)
