@@ -55,8 +55,10 @@ VEXO_API int VEXODiskReadonlyGet(const char *path, int *readOnly);
  *   reset fail  1 to 9               10 and more
  *   unc         -                    1 and more (data was lost)
  *
- * The weight stays until the baseline is reset, that is for as long as
- * the device stays attached. The status key holds "normal", "warning" or
+ * The weight stays for as long as the device stays attached, unless the
+ * errors are acknowledged: storing the current count as the baseline
+ * (VEXODiskUpdateLLIntValueCacheFile) makes the next update count from
+ * there. The status key holds "normal", "warning" or
  * "critical" for people and tools.
  *
  * The Update functions read the counter (never the drive: the SMART list
