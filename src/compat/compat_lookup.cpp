@@ -68,7 +68,7 @@ const Json::Value *findEntry(const char *dbPath, const char *model, const char *
 	const Json::Value *m = db->modelNode(model);
 	if (modelOut)
 		*modelOut = m;
-	if (!m)
+	if (!m || !m->isObject())
 		return nullptr;
 	if (!strict && !m->isMember(firmware) && !m->isMember("default")) {
 		vlog(LOG_ERR, "%s:%d No matched firmware", VEXO_AT);
