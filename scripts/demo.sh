@@ -103,3 +103,8 @@ run power timers set standby 30
 run power timers
 echo "\$ cat /var/log/vcemd_sim.log   (what the daemon received)"
 cat "$root/var/log/vcemd_sim.log"
+echo
+# compat: each disk judged against the box's databases (host, adapter card,
+# expansion unit) for this system version; the sleeping sda is not asked.
+echo "# compat: compatibility verdicts from the box's databases"
+run compat --all
