@@ -65,7 +65,7 @@ inline std::string makeCompatDatabase(const CompatGenOptions &o)
 		for (int c = 0; c <= ncuts; ++c) {
 			std::string w = fixedWord.empty() ? words[next(s) % 5] : fixedWord;
 			e += (c ? "," : "") + std::string("{\"compatibility\":") + quote(w);
-			if (next(s) % 4 == 0)
+			if (next(s) % 8 == 0)
 				e += ",\"smart_test_ignore\":true,\"smart_attr_ignore\":false";
 			e += "}";
 		}
@@ -91,7 +91,7 @@ inline std::string makeCompatDatabase(const CompatGenOptions &o)
 			key = std::string("^") + vendor + "[0-9]{5}Q" + std::to_string(i) + "-.*$";
 		std::string m = (first ? "" : ",") + quote(key) + ":{";
 		first = false;
-		int nfw = 2 + static_cast<int>(next(s) % 4);
+		int nfw = 2 + static_cast<int>(next(s) % 3);
 		bool maker = std::string(vendor) == "VEXO HAT";
 		for (int f = 0; f < nfw; ++f) {
 			char fw[32];
