@@ -100,7 +100,7 @@ Value compatOf(Context &ctx, const std::string &path)
 	}
 	r.set("compatibility", statusWord(status));
 	r.set("status", status);
-	r.set("meaning", verdictMeaning(status));
+	r.set("meaning", asleep && status == 0 ? "no verdict cached yet" : verdictMeaning(status));
 	char db[1024] = {};
 	r.set("database", VEXODiskCompatibilityDBPathGet(path.c_str(), db, sizeof(db)) == 0 ? Value(db) : Value());
 	DiskCompatibilityAction a;
@@ -124,7 +124,9 @@ int compat(Context &ctx)
 		int32_t mask = DISK_CONTAINER_INTERNAL | DISK_CONTAINER_EBOX | DISK_CONTAINER_CACHE;
 		DiskEnumFilter filter{&mask};
 		DiskListNode *head = nullptr;
-		if (DiskInfoEnum(&filter, &head) < 0)
+		// The library's own walk reads temperatures and would wake a
+		// sleeping disk: list them quietly.
+		if (VEXOExtDiskInfoEnumFrom(&filter, VEXO_EXT_DISK_SOURCE_QUIET_WALK, &head, nullptr) < 0)
 			return fail("can't enumerate the disks (error 0x%04X)", VLIBCErrGet());
 		for (DiskListNode *n = head; n; n = n->next)
 			if (n->info)
