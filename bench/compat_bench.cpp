@@ -26,7 +26,7 @@
 #include <vexohw/compat.h>
 
 #include "compat/compat_db.h"
-#include "tests/support/compat_gen.h"
+#include "bench/compat_gen.h"
 
 namespace fs = std::filesystem;
 

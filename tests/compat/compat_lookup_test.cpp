@@ -7,7 +7,7 @@
 #include <thread>
 #include <vexohw/compat.h>
 
-#include "support/compat_gen.h"
+#include "bench/compat_gen.h"
 #include "support/vexotest.h"
 
 using namespace vexo::test;
