@@ -34,6 +34,12 @@
 // The first rule whose positives all hold and whose negatives all fail
 // wins; when none does, the last rule applies.
 //
+// The verdict asks the firmware status (SBDiskFirmStatusAndUpdateInfoGetByDbPath)
+// and the action reader regenerates a missing action cache
+// (VEXODiskCompatibilityCacheUpdateAndChecker); both are declared weak where
+// they are called, so this family links and answers (firmware status 0, no
+// regeneration) in a library built without them.
+//
 // Both files are kept parsed per process and per path, keyed on the file's
 // identity (device, inode, size, mtime, ctime): one stat per call tells
 // whether a file replaced by the updater must be read again.
