@@ -26,6 +26,15 @@ s=$box/sys/block/sdh
 cp "$box/etc.defaults/vexoplatform.json" "$c/platform_json_fuzz/box12"
 { printf '\001'; cat "$top/examples/diskaction.xml"; } >"$c/xml_docs_fuzz/diskaction"
 
+# Compatibility databases and rule files of the box, each with a model,
+# firmware and system version to look up.
+mkdir -p "$c/compat_db_fuzz"
+d=$box/var/lib/disk-compatibility
+{ cat "$d/vx1222_host_v7.db"; nul; cat "$d/host_rule.db"; nul; printf 'TOSHIBA MG08ACA16TE'; nul; printf '0102'; nul
+  printf '72806.3'; } >"$c/compat_db_fuzz/box12-host"
+{ cat "$d/vx1222_m2c-d2_v7.db"; nul; cat "$d/eunit_rule.db"; nul; printf 'VEXO NM410 400GB'; nul; printf 'VN0230'; nul
+  printf '69000.1'; } >"$c/compat_db_fuzz/box12-card"
+
 # The snapshot of the box as the library writes it there.
 "$b/bin/vexosim" run "$box" -- "$b/bin/vexohw" snapshot write >/dev/null
 { printf '\001\000\377'; head -c 320 "$box/tmp/enumlist_det"; } >"$c/disk_snapshot_fuzz/one"

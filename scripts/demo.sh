@@ -109,3 +109,8 @@ cat "$root/var/log/vcemd_sim.log"
 echo "# error accounting: command timeouts on a disk"
 echo 0xc >"$root/sys/block/sdc/device/iotmo_cnt"
 run health sdc --refresh
+echo
+# compat: each disk judged against the box's databases (host, adapter card,
+# expansion unit) for this system version; the sleeping sda is not asked.
+echo "# compat: compatibility verdicts from the box's databases"
+run compat --all
