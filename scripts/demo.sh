@@ -103,3 +103,11 @@ run power timers set standby 30
 run power timers
 echo "\$ cat /var/log/vcemd_sim.log   (what the daemon received)"
 cat "$root/var/log/vcemd_sim.log"
+echo
+# compatibility cache: the verdicts and firmware values of every awake disk
+# refreshed (sda sleeps and is left so), the overview's COMPAT column read
+# from that cache, and the notifications the refresh spooled for the mailer
+echo "# compatibility cache and notifications"
+run compat refresh
+run overview
+run notify list
