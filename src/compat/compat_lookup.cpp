@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 #include <vexohw/compat.h>
+#include <vexohw/disk.h>
 #include <vexohw/disk_probe.h>
 #include <vexohw/misc.h>
 #include <vexohw/smart_serial.h>
@@ -12,6 +13,7 @@
 #include <vexoplatform/vexocore.h>
 
 #include "compat/compat_db.h"
+#include "disk/disk_model_whole.h"
 #include "frame/err.h"
 #include "frame/text.h"
 
@@ -68,7 +70,7 @@ const Json::Value *findEntry(const char *dbPath, const char *model, const char *
 	const Json::Value *m = db->modelNode(model);
 	if (modelOut)
 		*modelOut = m;
-	if (!m)
+	if (!m || !m->isObject())
 		return nullptr;
 	if (!strict && !m->isMember(firmware) && !m->isMember("default")) {
 		vlog(LOG_ERR, "%s:%d No matched firmware", VEXO_AT);
@@ -159,11 +161,18 @@ try {
 		return 0;
 	}
 	VLIBCStrTrimSpace(m);
+	// The kernel may show only the 16-byte INQUIRY product field; database
+	// keys are whole models.
+	std::string whole;
+	vexo::disk::wholeModel(VEXODiskDevPrefixSkip(disk), m, whole);
+	if (whole.size() < sizeof(m))
+		vexo::copyText(m, whole);
 	if (SmartFirmwareGet(disk, fw, sizeof(fw)) != 0) {
 		vlog(LOG_ERR, "%s:%d Failed to get firmware of %s", VEXO_AT, disk);
 		VEXO_ERR_PASS();
 		return 0;
 	}
+	VLIBCStrTrimSpace(fw);
 	std::string path, ver;
 	if (wantDb && !dbPathOf(disk, VEXO_COMPAT_DB_DIR, path)) {
 		vlog(LOG_ERR, "%s:%d Failed to get database path of %s", VEXO_AT, disk);
