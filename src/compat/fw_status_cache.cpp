@@ -61,6 +61,7 @@ try {
 	}
 	const std::string dir = std::string(vexo::cache::kDisksDir) + "/" + name;
 	const std::string lock = dir + "/firm_status_from_db.lock";
+	ENTERCriticalSection; // the lock file and the values are root's
 	int fd = -1;
 	if (!VLIBCFileLockTimeByFile(lock.c_str(), 1, 10, &fd)) {
 		vlog(LOG_ERR, "%s:%d Failed to get lock %s", VEXO_AT, lock.c_str());
@@ -75,13 +76,10 @@ try {
 	else
 		status = vexo::fwstatus::decideForDisk(disk, dbPath, useGivenVersions, updateVersion, promotionVersion,
 						       &info, v);
-	{
-		ENTERCriticalSection;
-		for (const char *key : kSugKeys) {
-			const std::string path = dir + "/" + key;
-			if (vexo::sysroot::unlink(path.c_str()) != 0 && errno != ENOENT)
-				vlog(LOG_ERR, "%s:%d Fail to unlink %s", VEXO_AT, path.c_str());
-		}
+	for (const char *key : kSugKeys) {
+		const std::string path = dir + "/" + key;
+		if (vexo::sysroot::unlink(path.c_str()) != 0 && errno != ENOENT)
+			vlog(LOG_ERR, "%s:%d Fail to unlink %s", VEXO_AT, path.c_str());
 	}
 	bool ok = true;
 	if (status == VEXO_FW_STATUS_NEW_FIRM_AVAILABLE || status == VEXO_FW_STATUS_UPDATE_FIRM)
