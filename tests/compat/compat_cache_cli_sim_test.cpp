@@ -1,0 +1,58 @@
+// vexohw compat refresh, the overview's COMPAT column (the cache and nothing
+// else) and notify list reading back what the spool holds.
+#include <fstream>
+#include <gtest/gtest.h>
+#include <vexoplatform/sysnotify.h>
+
+#include "smartctl/drive_sim.h"
+#include "tools/cli_run.h"
+
+using namespace vexo::test;
+
+namespace {
+
+const bool kBackend = installDriveEmulator();
+
+std::string compatOf(json_object *overview, const char *disk)
+{
+	json_object *disks = field(overview, "disks");
+	for (size_t i = 0; disks && i < json_object_array_length(disks); ++i)
+		if (text(json_object_array_get_idx(disks, i), "path") == disk)
+			return text(json_object_array_get_idx(disks, i), "compat");
+	return "no such disk";
+}
+
+TEST(CompatCacheCli, RefreshOverviewAndSpool)
+{
+	ASSERT_TRUE(kBackend);
+	BuiltBox box;
+	ASSERT_TRUE(box.ok()) << box.log();
+	JsonDoc before(box.vexohw({"--json", "overview"}).out);
+	EXPECT_EQ(compatOf(before.obj, "/dev/sdc"), "null");
+
+	Ran r = box.vexohw({"--json", "compat", "refresh", "sdc"});
+	ASSERT_EQ(r.status, 0) << r.err;
+	JsonDoc refreshed(r.out);
+	EXPECT_EQ(text(json_object_array_get_idx(refreshed.obj, 0), "compatibility"), "support") << r.out;
+
+	// A value no lookup gives: the column shows the cache as it stands.
+	std::ofstream(box.root() + "/run/vexostorage/disks/sdd/compatibility") << "forbidden";
+	JsonDoc after(box.vexohw({"--json", "overview"}).out);
+	EXPECT_EQ(compatOf(after.obj, "/dev/sdc"), "support");
+	EXPECT_EQ(compatOf(after.obj, "/dev/sdd"), "forbidden");
+	EXPECT_EQ(compatOf(after.obj, "/dev/sde"), "null");
+
+	{
+		ScopedEnv sysroot("VEXO_SYSROOT", box.root().c_str());
+		PVLIBSZHASH h = VLIBCSzHashAlloc(2);
+		VLIBCSzHashSetValue(&h, "%DISK_ID%", "Drive 4\nsecond line");
+		ASSERT_EQ(VEXOSysNotifySendNotifiction("DiskCompatibilityIncompatible", h), 0);
+		VLIBCSzHashFree(h);
+	}
+	JsonDoc spool(box.vexohw({"--json", "notify", "list"}).out);
+	ASSERT_EQ(json_object_array_length(spool.obj), 1u);
+	EXPECT_EQ(text(json_object_array_get_idx(spool.obj, 0), "tag"), "DiskCompatibilityIncompatible");
+	EXPECT_EQ(text(json_object_array_get_idx(spool.obj, 0), "disk_id"), "Drive 4\nsecond line");
+}
+
+} // namespace
