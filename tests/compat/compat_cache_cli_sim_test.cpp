@@ -2,6 +2,7 @@
 // else) and notify list reading back what the spool holds.
 #include <fstream>
 #include <gtest/gtest.h>
+#include <vexohw/compat_cache.h>
 #include <vexoplatform/sysnotify.h>
 
 #include "smartctl/drive_sim.h"
@@ -53,6 +54,23 @@ TEST(CompatCacheCli, RefreshOverviewAndSpool)
 	ASSERT_EQ(json_object_array_length(spool.obj), 1u);
 	EXPECT_EQ(text(json_object_array_get_idx(spool.obj, 0), "tag"), "DiskCompatibilityIncompatible");
 	EXPECT_EQ(text(json_object_array_get_idx(spool.obj, 0), "disk_id"), "Drive 4\nsecond line");
+}
+
+// A unit is chosen when the name asked for begins with the unit's name.
+TEST(CompatCacheCli, UnitRefreshByNamePrefix)
+{
+	ASSERT_TRUE(kBackend);
+	BuiltBox box;
+	ASSERT_TRUE(box.ok()) << box.log();
+	ScopedEnv sysroot("VEXO_SYSROOT", box.root().c_str());
+	const std::string unitDisk = box.root() + "/run/vexostorage/disks/sdma/compatibility";
+	const std::string hostDisk = box.root() + "/run/vexostorage/disks/sdc/compatibility";
+	for (const char *asked : {"XU0", "XU06", "XU05-2"}) {
+		SCOPED_TRACE(asked);
+		VEXODiskCompatibilityEunitDisksUpdate(asked);
+		EXPECT_EQ(std::filesystem::exists(unitDisk), std::string(asked) == "XU05-2");
+	}
+	EXPECT_FALSE(std::filesystem::exists(hostDisk));
 }
 
 } // namespace
