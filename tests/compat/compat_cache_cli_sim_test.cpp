@@ -36,12 +36,23 @@ TEST(CompatCacheCli, RefreshOverviewAndSpool)
 	JsonDoc refreshed(r.out);
 	EXPECT_EQ(text(json_object_array_get_idx(refreshed.obj, 0), "compatibility"), "support") << r.out;
 
+	// All disks: a sleeping one is asked its power mode and nothing else.
+	ASSERT_EQ(box.vexohw({"power", "standby", "sda"}).status, 0);
+	std::ofstream(box.root() + "/run/vexosim/drive/sda.log", std::ios::trunc).flush();
+	JsonDoc all(box.vexohw({"--json", "compat", "refresh"}).out);
+	EXPECT_EQ(text(json_object_array_get_idx(all.obj, 0), "note"), "asleep, not refreshed");
+	std::ifstream log(box.root() + "/run/vexosim/drive/sda.log");
+	std::string l, sent;
+	while (std::getline(log, l))
+		sent += l.rfind("OPEN", 0) == 0 ? "" : l + "\n";
+	EXPECT_EQ(sent, "HDIO_DRIVE_CMD args=e5000000 -> ok\n");
+
 	// A value no lookup gives: the column shows the cache as it stands.
 	std::ofstream(box.root() + "/run/vexostorage/disks/sdd/compatibility") << "forbidden";
 	JsonDoc after(box.vexohw({"--json", "overview"}).out);
 	EXPECT_EQ(compatOf(after.obj, "/dev/sdc"), "support");
 	EXPECT_EQ(compatOf(after.obj, "/dev/sdd"), "forbidden");
-	EXPECT_EQ(compatOf(after.obj, "/dev/sde"), "null");
+	EXPECT_EQ(compatOf(after.obj, "/dev/sda"), "null"); // asleep, never refreshed
 
 	{
 		ScopedEnv sysroot("VEXO_SYSROOT", box.root().c_str());

@@ -17,6 +17,7 @@
 #include <vexohw/frame.h>
 #include <vexohw/fw_status.h>
 #include <vexoplatform/sysnotify.h>
+#include <vexoplatform/vexocore.h>
 
 #include "asleep.h"
 #include "cli.h"
@@ -73,7 +74,8 @@ Value refreshRow(const std::string &path, bool asleep, bool &ok)
 	r.set("compatibility", cached(path, "compatibility"));
 	r.set("force_compatibility", cached(path, "force_compatibility"));
 	r.set("firmware_status", cached(path, "firm_status_from_db"));
-	r.set("alert", VEXODiskCompatibilityNeedAlert(path.c_str()) == 1);
+	// Asking for the alert may regenerate the actions, which reads the drive.
+	r.set("alert", asleep ? Value() : Value(VEXODiskCompatibilityNeedAlert(path.c_str()) == 1));
 	return r;
 }
 
@@ -85,8 +87,20 @@ int compatRefresh(Context &ctx)
 	if (!ctx.args.empty()) {
 		paths.push_back(devicePath(ctx.args[0]));
 	} else {
+		// The library's own walk reads temperatures and would wake a sleeping
+		// disk: the snapshot while the daemon lives, else a quiet walk.
+		int32_t all = 0xFF;
+		DiskEnumFilter filter{&all};
 		DiskListNode *list = nullptr;
-		if (VEXOExtDiskInfoEnumFrom(nullptr, VEXO_EXT_DISK_SOURCE_ANY, &list, nullptr) < 0)
+		int n = VLIBCIsProcAlive("vcemd", 0) == 1
+				? VEXOExtDiskInfoEnumFrom(&filter, VEXO_EXT_DISK_SOURCE_SNAPSHOT, &list, nullptr)
+				: -1;
+		if (n <= 0) {
+			DiskInfoEnumFree(list);
+			list = nullptr;
+			n = VEXOExtDiskInfoEnumFrom(&filter, VEXO_EXT_DISK_SOURCE_QUIET_WALK, &list, nullptr);
+		}
+		if (n < 0)
 			return fail("cannot list the disks");
 		for (DiskListNode *n = list; n; n = n->next)
 			paths.push_back(n->info->path);
