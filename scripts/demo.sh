@@ -114,3 +114,11 @@ echo
 # expansion unit) for this system version; the sleeping sda is not asked.
 echo "# compat: compatibility verdicts from the box's databases"
 run compat --all
+echo
+# compatibility cache: the verdicts and firmware values of every awake disk
+# refreshed (sda sleeps and is left so), the overview's COMPAT column read
+# from that cache, and the notifications the refresh spooled for the mailer
+echo "# compatibility cache and notifications"
+run compat refresh
+run overview
+run notify list

@@ -238,12 +238,15 @@ TEST(CompatLookup, StringsMatchesAndProperties)
 TEST(CompatLookup, ActionsFromTheCacheOrDefaults)
 {
 	Sysroot root;
-	root.diskDir("sda");
 	LogCapture log;
 	DiskCompatibilityAction a;
-	// No cache and nothing to regenerate it: three tries, then the defaults.
+	// No cache folder, so nothing can regenerate it: three tries, then the defaults.
 	EXPECT_EQ(VEXODiskCompatibilityActionGet("/dev/sda", &a), -1);
-	EXPECT_EQ(log.count(LOG_ERR, "does not exist, regen"), 3);
+	int regen = 0; // the refresh's alert check tries its own regenerations
+	for (const LogLine &l : log.lines())
+		regen += l.text.find("compat/compat_action") != std::string::npos &&
+			 l.text.find("does not exist, regen") != std::string::npos;
+	EXPECT_EQ(regen, 3);
 	EXPECT_EQ(a.notification, 1);
 	EXPECT_EQ(a.hide_serial, 0);
 	EXPECT_EQ(a.show_lifetime_chart, 1);

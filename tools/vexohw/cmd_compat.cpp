@@ -11,6 +11,7 @@
 #include <vexoplatform/vexocore.h>
 
 #include "asleep.h"
+#include "compat_firmware.h"
 #include "cli.h"
 
 using namespace vexo::cli;
@@ -114,6 +115,7 @@ Value compatOf(Context &ctx, const std::string &path)
 	actions.set("can_select_after_fwupgrade", static_cast<bool>(a.can_select_after_fwupgrade));
 	actions.set("words", actionWords(a));
 	r.set("actions", actions);
+	addFirmwareStatus(r, path, asleep);
 	return r;
 }
 
@@ -154,6 +156,8 @@ int compat(Context &ctx)
 			    a->get("cached")->text() == "true" ? "" : " (defaults: no actions cached yet)");
 		for (const Value &w : a->get("words")->asList())
 			std::printf("  - %s\n", w.text().c_str());
+		std::printf("  firmware: %s; %s\n", r.get("firmware_status")->text().c_str(),
+			    r.get("advice")->text().c_str());
 	}
 	return 0;
 }
