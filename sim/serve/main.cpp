@@ -167,9 +167,13 @@ int main(int argc, char **argv)
 		mkdirs(docroot);
 		vexosim::serve::ensureCertificates(state);
 		std::string ctl = state + "/serve.ctl";
-		std::string changed = vexosim::serve::publishDatabases(root, docroot);
-		if (!changed.empty())
-			std::fprintf(stderr, "vexosim-serve: newer compatibility database: %s\n", changed.c_str());
+		try {
+			std::string changed = vexosim::serve::publishDatabases(root, docroot);
+			if (!changed.empty())
+				std::fprintf(stderr, "vexosim-serve: newer compatibility database: %s\n", changed.c_str());
+		} catch (const std::exception &e) {
+			std::fprintf(stderr, "vexosim-serve: no database offer: %s\n", e.what());
+		}
 
 		httplib::SSLServer svr((state + "/server.pem").c_str(), (state + "/server.key").c_str());
 		if (!svr.is_valid())

@@ -92,7 +92,7 @@ std::string boxModel(const std::string &root)
 		std::transform(v.begin(), v.end(), v.begin(), [](unsigned char c) { return std::tolower(c); });
 		return v;
 	}
-	throw std::runtime_error("no upnpmodelname in the appliance");
+	return "";
 }
 
 // The drive models the box holds, as the kernel names them.
@@ -205,7 +205,7 @@ std::string publishDatabases(const std::string &root, const std::string &docroot
 	const std::string model = boxModel(root);
 	const std::string dir = docroot + "/getSSDsInfo/v7";
 	struct stat st;
-	if ((::stat(dir.c_str(), &st) == 0 && !S_ISDIR(st.st_mode)) || exists(dir + "/" + model + ".json"))
+	if (model.empty() || (::stat(dir.c_str(), &st) == 0 && !S_ISDIR(st.st_mode)) || exists(dir + "/" + model + ".json"))
 		return ""; // an offer of the test's or the user's own stands
 	Json::Value index(Json::objectValue);
 	std::string changed;
@@ -238,6 +238,8 @@ int buildKit(const std::string &root, const std::string &out, int version, const
 	const std::string docroot = root + "/srv/vexosim";
 	publishDatabases(root, docroot);
 	const std::string model = boxModel(root);
+	if (model.empty())
+		throw std::runtime_error("no upnpmodelname in " + root + "/etc.defaults/vexoinfo.conf");
 	const std::string v7 = docroot + "/getSSDsInfo/v7";
 	char tmpl[] = "/tmp/vexosim-kit.XXXXXX";
 	if (!::mkdtemp(tmpl))
