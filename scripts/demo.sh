@@ -71,7 +71,7 @@ build/bin/vexohw --sysroot "$top/examples/sample-sysroot" cache show
 echo "# the box's update servers and a signed firmware archive"
 build/bin/vexosim pack keys "$root"
 mkdir -p "$root/srv/vexosim/getSSDsInfo" "$root/srv/vexosim/ssd/v1/getUpdate" "$root/tmp/kit/firmware"
-echo '{}' >"$root/srv/vexosim/getSSDsInfo/v7"
+rm -rf "$root/srv/vexosim/getSSDsInfo/v7" # vexosim serve publishes the box's database offer there
 echo '[]' >"$root/srv/vexosim/ssd/v1/getUpdate/index.json"
 rm -f "$root/run/vexosim/serve.port"
 build/bin/vexosim serve "$root" 2>/dev/null &
@@ -103,3 +103,16 @@ run power timers set standby 30
 run power timers
 echo "\$ cat /var/log/vcemd_sim.log   (what the daemon received)"
 cat "$root/var/log/vcemd_sim.log"
+# drive databases: what the box has and what its update server offers, an
+# update (one progress line per database), and the compatibility word that
+# the newer database changed
+echo "# drive databases updated from the box's server"
+run db status
+run db update
+run db status --local
+hcl=$root/var/lib/disk-compatibility/$(sed -n 's/^upnpmodelname="\(.*\)"/\1/p' "$root/etc.defaults/vexoinfo.conf" | tr 'A-Z' 'a-z')_host_v7.db
+for f in "$hcl.bak" "$hcl"; do
+	[ -f "$f" ] || { echo "${f#"$root"}: none, so every drive was not_in_support"; continue; }
+	echo "${f#"$root"}:"
+	tr -d '\n' <"$f" | grep -o '"[^"]*" *: *{ *"default"\|"compatibility" *: *"[a-z_]*"' | sed 's/^/  /'
+done
