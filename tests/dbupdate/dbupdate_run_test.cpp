@@ -23,6 +23,7 @@ void appliance(const Sysroot &root)
 	root.conf("/etc.defaults/vexoinfo.conf", {{"upnpmodelname", " VX1222 "}});
 	root.symlink(buildDir() + "/bin/vexosim-tools", "/usr/bin/md5sum");
 	root.mkdirs("/usr/vexo/etc");
+	root.mkdirs("/tmp");
 	root.write("/var/lib/offlinekit/f/new", "new");
 	root.write("/var/lib/offlinekit/f/ours", kOurs);
 	root.write("/var/lib/offlinekit/f/other", kOther);

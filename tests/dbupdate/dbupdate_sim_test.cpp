@@ -39,6 +39,7 @@ void appliance(const Sysroot &root)
 	root.conf("/etc.defaults/vexoinfo.conf", {{"upnpmodelname", "VX1222"}});
 	root.symlink(buildDir() + "/bin/vexosim-tools", "/usr/bin/md5sum");
 	root.mkdirs("/usr/vexo/etc");
+	root.mkdirs("/tmp");
 	for (const auto &[name, base] : kInstalled) {
 		root.write(base + (name == "temperature" || name == "diskaction" ? ".xml" : ".db"), body(name));
 		root.write(base + ".version", "3");

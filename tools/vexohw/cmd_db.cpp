@@ -70,10 +70,10 @@ int dbStatus(Context &ctx)
 {
 	Value rows = Value::list();
 	bool local = ctx.has("local");
-	bool reachable = true;
+	bool offered = true;
 	if (local || VEXOExtDiskDbStatusGet(1, collect, &rows) != 0) {
 		// Rows of a failed index run are partial: list what is installed.
-		reachable = local;
+		offered = local;
 		rows = Value::list();
 		if (VEXOExtDiskDbStatusGet(0, collect, &rows) != 0)
 			return fail("cannot list the databases (error 0x%04X)", VLIBCErrGet());
@@ -81,7 +81,7 @@ int dbStatus(Context &ctx)
 	if (ctx.json) {
 		Value r = Value::object();
 		r.set("last_update", lastUpdate());
-		r.set("server", local ? Value("not asked") : Value(reachable ? "reachable" : "unreachable"));
+		r.set("server", local ? Value("not asked") : Value(offered ? "offer read" : "no usable offer"));
 		r.set("offline_kit_version", VEXODiskPreviousOfflineKitVersionGet());
 		r.set("databases", rows);
 		std::printf("%s\n", r.json(2).c_str());
@@ -89,8 +89,8 @@ int dbStatus(Context &ctx)
 	}
 	std::printf("last update: %s\n", lastUpdate().c_str());
 	std::printf("offline kit applied: %d\n", VEXODiskPreviousOfflineKitVersionGet());
-	if (!local && !reachable)
-		std::printf("update server: unreachable (error 0x%04X)\n", VLIBCErrGet());
+	if (!local && !offered)
+		std::printf("update server: no usable offer (error 0x%04X)\n", static_cast<unsigned>(VLIBCErrGet()));
 	printTable(ctx, rows,
 		   {{"database", "DATABASE"},
 		    {"installed_version", "VERSION"},
