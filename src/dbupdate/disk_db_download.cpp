@@ -88,8 +88,18 @@ int32_t installed(const char *path)
 	return path[0] && readNumber(path, v) == 1 ? static_cast<int32_t>(v) : -1;
 }
 
+// The versions a row had before the run touched it.
+struct Had {
+	int32_t version = -1, release = -1;
+};
+
+Had had(const DiskOnlineDbInfo &row)
+{
+	return {installed(row.versionPath), installed(row.releasePath)};
+}
+
 void tell(const RunOptions &opts, const std::string &key, const DiskOnlineDbInfo &row, int state,
-	  const Entry *e, int error)
+	  const Entry *e, int error, const Had *before = nullptr)
 {
 	if (!opts.onEvent)
 		return;
@@ -97,8 +107,9 @@ void tell(const RunOptions &opts, const std::string &key, const DiskOnlineDbInfo
 	ev.name = key.c_str();
 	ev.dbPath = row.dbPath;
 	ev.state = state;
-	ev.installedVersion = installed(row.versionPath);
-	ev.installedRelease = installed(row.releasePath);
+	Had now = before ? *before : had(row);
+	ev.installedVersion = now.version;
+	ev.installedRelease = now.release;
 	ev.offeredVersion = e ? static_cast<int32_t>(e->ver) : -1;
 	ev.offeredRelease = e ? static_cast<int32_t>(e->rel) : -1;
 	ev.error = error;
@@ -155,6 +166,7 @@ int runRow(json_object *index, DiskOnlineDbInfo &row, std::string &key, const Ru
 		tell(opts, key, row, install ? VEXO_DISK_DB_NEWER : VEXO_DISK_DB_CURRENT, &e, 0);
 		return 0;
 	}
+	const Had before = had(row);
 	std::string source = opts.sourceDir + e.url;
 	if ((opts.fetch && !opts.fetch(e.url)) ||
 	    VEXODiskDbApply(source.c_str(), row.dbPath, row.copyToTmp, e.checksum.c_str(), row.checkModel) != 0) {
@@ -176,7 +188,7 @@ int runRow(json_object *index, DiskOnlineDbInfo &row, std::string &key, const Ru
 	}
 	if (opts.installed)
 		opts.installed->push_back(key);
-	tell(opts, key, row, VEXO_DISK_DB_INSTALLED, &e, 0);
+	tell(opts, key, row, VEXO_DISK_DB_INSTALLED, &e, 0, &before);
 	return 1;
 }
 

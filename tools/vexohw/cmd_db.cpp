@@ -101,6 +101,22 @@ int dbStatus(Context &ctx)
 	return 0;
 }
 
+// One JSON object on one line: a JSON text holds no raw line break inside
+// a string, so each break and the indent after it can go.
+std::string oneLine(const Value &v)
+{
+	std::string pretty = v.json(), out;
+	for (size_t i = 0; i < pretty.size(); ++i) {
+		if (pretty[i] != '\n') {
+			out += pretty[i];
+			continue;
+		}
+		while (i + 1 < pretty.size() && pretty[i + 1] == ' ')
+			++i;
+	}
+	return out;
+}
+
 struct Progress {
 	bool json;
 	bool terminal;
@@ -114,7 +130,7 @@ void progress(const VEXODiskDbEvent *e, void *p)
 	if (pr->json) {
 		Value r = eventRecord(*e);
 		r.set("event", "database");
-		std::printf("%s\n", r.json().c_str());
+		std::printf("%s\n", oneLine(r).c_str());
 	} else {
 		std::string from = e->installedVersion < 0 ? "-" : std::to_string(e->installedVersion);
 		std::string to = e->offeredVersion < 0 ? "-" : std::to_string(e->offeredVersion);
@@ -145,9 +161,12 @@ int dbUpdate(Context &ctx)
 		r.set("result", word);
 		r.set("source", kit.empty() ? Value("server") : Value(kit));
 		r.set("error", rc == 2 ? Value(err) : Value());
-		std::printf("%s\n", r.json().c_str());
+		std::printf("%s\n", oneLine(r).c_str());
 	} else if (rc == 2) {
 		std::printf("update failed (error 0x%04X)\n", static_cast<unsigned>(err));
+	} else if (rc == 1 && pr.count == 0 && !kit.empty()) {
+		std::printf("nothing to do: offline kit version %d is applied already (--force applies it again)\n",
+			    VEXODiskPreviousOfflineKitVersionGet());
 	} else {
 		std::printf("%s\n", word);
 	}
