@@ -11,6 +11,7 @@
 #include <vexohw/dbupdate.h>
 
 #include "misc/serve.h"
+#include "support/sim_daemon.h"
 
 using namespace vexo::test;
 
@@ -182,6 +183,11 @@ TEST(DbUpdateSim, KilledHalfWayThenRecovers)
 	appliance(root);
 	Serve serve(root);
 	ASSERT_GT(serve.port(), 0);
+	Events status;
+	EXPECT_EQ(VEXOExtDiskDbStatusGet(1, record, &status), 0);
+	EXPECT_EQ(status.state["smart"], VEXO_DISK_DB_NEWER);
+	EXPECT_EQ(status.state["MemHCL_v6_vx1222"], VEXO_DISK_DB_ABSENT);
+	EXPECT_EQ(root.read("/var/lib/smartmontools/vexodrivedb.version"), "3"); // asking installs nothing
 	// The update stops dead at the second database, the first one in.
 	serve.misbehave("/getSSDsInfo/v7/vx1222/drivedb.db stall 30\n");
 	pid_t child = ::fork();
@@ -229,7 +235,13 @@ TEST(DbUpdateSim, OfflineKit)
 	EXPECT_EQ(snapshot(root), before);
 	EXPECT_EQ(VEXODiskPreviousOfflineKitVersionGet(), 0);
 
+	SimDaemon daemon(root.root());
+	ASSERT_EQ(daemon.started, 0);
 	EXPECT_EQ(update(&ev, "/tmp/kit.sa"), 0);
+	// A new temperature database: the platform daemon re-reads the disks.
+	std::vector<std::string> got = daemon.events(1);
+	ASSERT_EQ(got.size(), 1u);
+	EXPECT_EQ(got[0].rfind("request command=5 needReply=0", 0), 0u) << got[0];
 	EXPECT_EQ(VEXODiskUploadOfflineKitVersionGet(), 5);
 	EXPECT_EQ(VEXODiskPreviousOfflineKitVersionGet(), 5);
 	EXPECT_EQ(root.read("/var/lib/smartmontools/vexodrivedb.version"), "4");
