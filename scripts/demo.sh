@@ -103,16 +103,16 @@ run power timers set standby 30
 run power timers
 echo "\$ cat /var/log/vcemd_sim.log   (what the daemon received)"
 cat "$root/var/log/vcemd_sim.log"
+echo
+# compat: each disk judged against the box's databases (host, adapter card,
+# expansion unit) for this system version; the sleeping sda is not asked.
+echo "# compat: compatibility verdicts from the box's databases"
+run compat --all
 # drive databases: what the box has and what its update server offers, an
-# update (one progress line per database), and the compatibility word that
-# the newer database changed
+# update (one progress line per database), and the verdict that the newer
+# compatibility database changed
 echo "# drive databases updated from the box's server"
 run db status
 run db update
 run db status --local
-hcl=$root/var/lib/disk-compatibility/$(sed -n 's/^upnpmodelname="\(.*\)"/\1/p' "$root/etc.defaults/vexoinfo.conf" | tr 'A-Z' 'a-z')_host_v7.db
-for f in "$hcl.bak" "$hcl"; do
-	[ -f "$f" ] || { echo "${f#"$root"}: none, so every drive was not_in_support"; continue; }
-	echo "${f#"$root"}:"
-	tr -d '\n' <"$f" | grep -o '"[^"]*" *: *{ *"default"\|"compatibility" *: *"[a-z_]*"' | sed 's/^/  /'
-done
+run compat --all
