@@ -132,9 +132,9 @@ Json::Value interval(const char *word)
 }
 
 // The newer compatibility database: the installed one with one drive
-// model's word changed (the first that is not "support" becomes "support";
-// when all are, the first becomes "not_support"), or, when none is
-// installed, one that verifies every drive of the box.
+// model's words changed (to "support" for the first model not supported,
+// or "not_support" when all are), or, when none is installed, one that
+// verifies every drive of the box.
 std::string newerCompatibility(const std::string &installed, bool have, const std::string &model,
 			       const std::string &root, std::string &changed)
 {
@@ -161,15 +161,23 @@ std::string newerCompatibility(const std::string &installed, bool have, const st
 			for (Json::Value &iv : node[fw]["compatibility_interval"])
 				visit(iv["compatibility"]);
 	};
+	// A drive that no interval supports (at any system version) is the one
+	// whose verdict surely changes; failing that, one that some interval
+	// does not support.
 	std::string target, word = "support";
-	for (const std::string &m : info.getMemberNames()) {
-		bool other = false;
-		words(info[m], [&](Json::Value &w) { other = other || w.asString() != "support"; });
-		if (other) {
-			target = m;
-			break;
+	for (int pass = 0; pass < 2 && target.empty(); ++pass)
+		for (const std::string &m : info.getMemberNames()) {
+			bool some = false, all = true;
+			words(info[m], [&](Json::Value &w) {
+				bool other = w.asString() != "support";
+				some = some || other;
+				all = all && other;
+			});
+			if (pass == 0 ? all && some : some) {
+				target = m;
+				break;
+			}
 		}
-	}
 	if (target.empty() && !info.getMemberNames().empty()) {
 		target = info.getMemberNames().front();
 		word = "not_support";
@@ -227,6 +235,32 @@ std::string publishDatabases(const std::string &root, const std::string &docroot
 		e["ver"] = Json::Int64(ver);
 		e["url"] = model + "/" + file;
 		e["checksum"] = md5(body);
+	}
+	// Each adapter card's database the box has: a newer one, words unchanged.
+	if (DIR *d = ::opendir((root + "/var/lib/disk-compatibility").c_str())) {
+		const std::string prefix = model + "_";
+		while (dirent *e = ::readdir(d)) {
+			std::string n = e->d_name;
+			if (n.size() <= 6 || n.compare(n.size() - 6, 6, "_v7.db") != 0 || n.rfind(prefix, 0) != 0 ||
+			    n == model + "_host_v7.db")
+				continue;
+			std::string stem = n.substr(0, n.size() - 6), key = "HCL_v7_" + stem;
+			bool ok = false;
+			Json::Value db;
+			Json::CharReaderBuilder r;
+			std::istringstream in(slurp(root + "/var/lib/disk-compatibility/" + n, ok));
+			std::string err;
+			if (!Json::parseFromStream(r, in, &db, &err) || !db.isObject())
+				continue;
+			db["nas_model"] = model; // the card's database is checked against the host
+			std::string body = text(db);
+			put(dir + "/" + model + "/" + n, body);
+			Json::Value &e2 = index[key];
+			e2["ver"] = Json::Int64(installedVersion(root + "/var/lib/disk-compatibility/" + stem + ".version") + 1);
+			e2["url"] = model + "/" + n;
+			e2["checksum"] = md5(body);
+		}
+		::closedir(d);
 	}
 	put(dir + "/" + model + ".json", text(index));
 	put(dir + "/index.json", text(index));
