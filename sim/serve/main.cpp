@@ -16,6 +16,8 @@
 //                   stall SECONDS  wait, then answer as usual
 //                   cut            announce the whole length, send half, close
 //                   garbage        200 with bytes that are no document
+//                 any other ACTION serves as usual (a line that shields a
+//                 longer prefix from a later, shorter one)
 //
 // At start it publishes the database server's offer for the appliance
 // (publish.h) under DIR/getSSDsInfo/v7, unless one stands there.
