@@ -248,7 +248,9 @@ int run(const char *jsonPath, DiskOnlineDbInfo *rows, int rowCount, const char *
 		vlog(LOG_ERR, "%s:%d Faild to mkdir %s, err:(%s).[0x%04X %s:%d]", VEXO_AT, kStateDir, std::strerror(err),
 		     static_cast<unsigned>(VLIBCErrGet()), VEXO_AT);
 	}
-	if (!writeWhole(timeFile, std::to_string(static_cast<long long>(clock::wallSeconds())))) {
+	const std::string time(timeFile);
+	makeDirs(time.substr(0, time.rfind('/')), 0755);
+	if (!writeWhole(time, std::to_string(static_cast<long long>(clock::wallSeconds())))) {
 		vlog(LOG_ERR, "%s:%d Failed to write %s: %s", VEXO_AT, timeFile, std::strerror(errno));
 		VEXO_ERR(VEXO_ERR_FOPEN);
 		return -1;

@@ -148,7 +148,9 @@ VEXO_C_CATCH(0)
 
 extern "C" VEXO_API int VEXODiskOfflineKitVerUpdate(int version) try {
 	ENTERCriticalSection;
-	if (!writeWhole(kKitVersionFile, std::to_string(version))) {
+	const std::string file(kKitVersionFile);
+	makeDirs(file.substr(0, file.rfind('/')), 0755);
+	if (!writeWhole(file, std::to_string(version))) {
 		vlog(LOG_ERR, "%s:%d Failed to write %s", VEXO_AT, kKitVersionFile);
 		VEXO_ERR(VEXO_ERR_WRITE);
 		return -1;

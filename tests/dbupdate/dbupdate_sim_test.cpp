@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <thread>
 #include <gtest/gtest.h>
+#include <vexohw/compat.h>
 #include <vexohw/dbupdate.h>
 
 #include "misc/serve.h"
@@ -251,6 +252,38 @@ TEST(DbUpdateSim, OfflineKit)
 
 	EXPECT_EQ(update(&ev, "/tmp/kit.sa"), 1);    // this kit is applied already
 	EXPECT_EQ(update(&ev, "/tmp/kit.sa", 1), 0); // unless forced
+}
+
+// The bundled box and its own server: the table has the adapter card's row,
+// and a drive's verdict changes with the newer database, in this process.
+TEST(DbUpdateSim, BundledBoxVerdictChanges)
+{
+	Sysroot scratch; // a clean place; the box goes into its own root below
+	const std::string dir = scratch.host("/box");
+	ASSERT_EQ(runCaptured({buildDir() + "/bin/vexosim", "build", sourceDir() + "/examples/box12.json", dir}).status,
+		  0);
+	ScopedEnv root("VEXO_SYSROOT", dir.c_str());
+	ScopedEnv backend("VEXO_DEVICE_BACKEND", (buildDir() + "/sim/drive/libvexosim_drive.so").c_str());
+	Ran serve = runCaptured({"/bin/sh", "-c", "\"$0\" serve \"$1\" >/dev/null 2>&1 & echo $!",
+				 buildDir() + "/bin/vexosim", dir});
+	struct Stop {
+		pid_t pid;
+		~Stop() { ::kill(pid, SIGTERM); }
+	} stop{std::stoi(serve.out)};
+	for (int i = 0; i < 500 && ::access((dir + "/run/vexosim/serve.port").c_str(), F_OK) != 0; ++i)
+		std::this_thread::sleep_for(std::chrono::milliseconds(10));
+
+	DiskOnlineDbInfo *rows = nullptr;
+	ASSERT_EQ(VEXODiskOnlineDbInfoGet(&rows), VEXO_DISK_DB_FIXED_ROWS + 1);
+	EXPECT_STREQ(rows[8].name, "HCL_v7_%s_m2c-d2");
+	EXPECT_STREQ(rows[8].dbPath, "/var/lib/disk-compatibility/%s_m2c-d2_v7.db");
+	std::free(rows);
+	EXPECT_EQ(VEXODiskCompatibilityGet("/dev/sdh", 0), 2);
+	Events ev;
+	EXPECT_EQ(update(&ev), 0);
+	EXPECT_EQ(ev.state["HCL_v7_vx1222"], VEXO_DISK_DB_INSTALLED);
+	EXPECT_EQ(ev.state["HCL_v7_vx1222_m2c-d2"], VEXO_DISK_DB_INSTALLED);
+	EXPECT_EQ(VEXODiskCompatibilityGet("/dev/sdh", 0), 1);
 }
 
 } // namespace
