@@ -28,6 +28,8 @@ namespace sysroot = vexo::sysroot;
 
 constexpr const char *kKitScratch = "/var/lib/offlinekit.new";
 constexpr int kStallDefaultS = 30;
+// No database comes near this; a server that sends more is not trusted.
+constexpr size_t kMaxFetch = size_t{256} << 20;
 
 void removeTree(const std::string &appliancePath)
 {
@@ -58,7 +60,10 @@ bool fetch(const std::string &url, const std::string &dest)
 	req.url = url;
 	req.stallTimeoutS = stallSeconds();
 	bool written = true;
+	size_t total = 0;
 	vexo::net::Outcome out = vexo::net::transfer(req, [&](const char *data, size_t size) {
+		if ((total += size) > kMaxFetch)
+			return false; // a transfer error, not a write error: written stays
 		while (size > 0) {
 			ssize_t n = ::write(fd.get(), data, size);
 			if (n < 0 && errno == EINTR)
