@@ -168,12 +168,12 @@ int runRow(json_object *index, DiskOnlineDbInfo &row, std::string &key, const Ru
 	}
 	const Had before = had(row);
 	std::string source = opts.sourceDir + e.url;
-	if ((opts.fetch && !opts.fetch(e.url)) ||
+	const bool fetched = !opts.fetch || opts.fetch(e.url);
+	if (!fetched ||
 	    VEXODiskDbApply(source.c_str(), row.dbPath, row.copyToTmp, e.checksum.c_str(), row.checkModel) != 0) {
-		int err = VLIBCErrGet();
 		vlog(LOG_ERR, "%s:%d Fail to download %s", VEXO_AT, key.c_str());
 		// A transfer that failed keeps its own code; an install's is 0x2A00.
-		VEXO_ERR(opts.fetch && err == VEXO_ERR_NET ? VEXO_ERR_NET : VEXO_ERR_NOT_FOUND);
+		VEXO_ERR(!fetched && VLIBCErrGet() == VEXO_ERR_NET ? VEXO_ERR_NET : VEXO_ERR_NOT_FOUND);
 		tell(opts, key, row, VEXO_DISK_DB_FAILED, &e, VLIBCErrGet());
 		return -2;
 	}
