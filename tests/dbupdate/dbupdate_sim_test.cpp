@@ -190,13 +190,13 @@ TEST(DbUpdateSim, KilledHalfWayThenRecovers)
 	EXPECT_EQ(status.state["MemHCL_v6_vx1222"], VEXO_DISK_DB_ABSENT);
 	EXPECT_EQ(root.read("/var/lib/smartmontools/vexodrivedb.version"), "3"); // asking installs nothing
 	// The update stops dead at the second database, the first one in.
-	serve.misbehave("/getSSDsInfo/v7/vx1222/drivedb.db stall 30\n");
+	serve.misbehave("/getSSDsInfo/v7/vx1222/drivedb.db stall 120\n");
 	pid_t child = ::fork();
 	if (child == 0) {
 		Events ev;
 		::_exit(update(&ev));
 	}
-	for (int i = 0; i < 500 && root.read("/var/lib/smartmontools/vexodrivedb.version") != "4"; ++i)
+	for (int i = 0; i < 3000 && root.read("/var/lib/smartmontools/vexodrivedb.version") != "4"; ++i)
 		std::this_thread::sleep_for(std::chrono::milliseconds(10));
 	::kill(child, SIGKILL);
 	::waitpid(child, nullptr, 0);
@@ -270,7 +270,7 @@ TEST(DbUpdateSim, BundledBoxVerdictChanges)
 		pid_t pid;
 		~Stop() { ::kill(pid, SIGTERM); }
 	} stop{std::stoi(serve.out)};
-	for (int i = 0; i < 500 && ::access((dir + "/run/vexosim/serve.port").c_str(), F_OK) != 0; ++i)
+	for (int i = 0; i < 3000 && ::access((dir + "/run/vexosim/serve.port").c_str(), F_OK) != 0; ++i)
 		std::this_thread::sleep_for(std::chrono::milliseconds(10));
 
 	DiskOnlineDbInfo *rows = nullptr;
