@@ -1,17 +1,26 @@
-// Identity probes that ask the drive, against the drive emulator: form
-// factor, size and block size, true serial, the disks carrying a serial,
-// and the record of the first disk.
+// Identity probes that ask the drive, against the drive emulator (form
+// factor, size and block size, true serial, the disks carrying a serial, the
+// record of the first disk), disk state and the disk action database, and the
+// debug overrides.
+#include <chrono>
 #include <cstring>
 #include <string>
+#include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
-
 #include <vexohw/disk.h>
+#include <vexohw/disk_debug.h>
 #include <vexohw/disk_port.h>
 #include <vexohw/disk_probe.h>
 #include <vexohw/disk_state.h>
+#include <vexohw/smart_serial.h>
+#include <vexohw/smart_temperature.h>
+#include <vexoplatform/disk_map.h>
 
+#include "frame/device.h"
 #include "smartctl/drive_sim.h"
+#include "smartctl/sim_disk.h"
+#include "smartctl/smart_util.h"
 #include "support/disk_layout.h"
 
 using namespace vexo::test;
@@ -33,12 +42,9 @@ protected:
 		node(name, R"({"protocol":"ata","model":"ST8000VN004-2M2101","serial":"ZA1B2C3D","firmware":"SC60")" +
 				   (extra.empty() ? "" : "," + extra) + "}");
 	}
-	std::string formFactor(const std::string &name)
+	std::string formFactor(const std::string &name, size_t size = 64)
 	{
-		char text[64] = "untouched";
-		if (VEXODiskFormFactorSizeGet(("/dev/" + name).c_str(), text, sizeof(text)) != 0)
-			return "-1";
-		return text;
+		return textOf(VEXODiskFormFactorSizeGet, ("/dev/" + name).c_str(), size);
 	}
 };
 
@@ -66,31 +72,28 @@ TEST_F(IdentitySim, FormFactorWord)
 
 	// A short buffer gets nothing rather than a cut text.
 	ata("sda", "\"form_factor\":7");
-	char small[8] = "keep";
-	EXPECT_EQ(VEXODiskFormFactorSizeGet("/dev/sda", small, sizeof(small)), -1);
-	EXPECT_STREQ(small, "keep");
+	EXPECT_EQ(formFactor("sda", 8), "rc=-1");
 }
 
 TEST_F(IdentitySim, FormFactorFailures)
 {
 	LogCapture log;
 	ata("sda", R"("faults":{"identify":{"abort":true},"packet_identify":{"abort":true}})");
-	EXPECT_EQ(formFactor("sda"), "-1");
+	EXPECT_EQ(formFactor("sda"), "rc=-1");
 	EXPECT_EQ(log.count(LOG_ERR, "Failed to read smart identify"), 1) << log.dump();
-	EXPECT_EQ(formFactor("sdq"), "-1");
+	EXPECT_EQ(formFactor("sdq"), "rc=-1");
 	EXPECT_EQ(log.count(LOG_ERR, "Failed to read smart identify"), 2);
 
 	// A SCSI drive has no IDENTIFY page: -1, silently.
 	log.clear();
 	root.conf("/etc.defaults/vexoinfo.conf", {{"internalportcfg", "0xff"}, {"usbportcfg", "0xff0000"}, {"vvos", "yes"}});
 	node("sdb", kScsiNode);
-	EXPECT_EQ(formFactor("sdb"), "-1");
+	EXPECT_EQ(formFactor("sdb"), "rc=-1");
 	EXPECT_ERR(0xD900);
 	EXPECT_EQ(log.count(LOG_ERR, "Failed to read smart identify"), 0) << log.dump();
 
-	char text[16];
-	EXPECT_EQ(VEXODiskFormFactorSizeGet(nullptr, text, sizeof(text)), -1);
-	EXPECT_EQ(VEXODiskFormFactorSizeGet("/dev/sda", text, 0), -1);
+	EXPECT_EQ(textOf(VEXODiskFormFactorSizeGet, nullptr), "rc=-1");
+	EXPECT_EQ(formFactor("sda", 0), "rc=-1");
 	EXPECT_EQ(log.count(LOG_ERR, "Invalid inputed parameter"), 2);
 }
 
@@ -122,19 +125,13 @@ TEST_F(IdentitySim, SizeFromTheDrive)
 TEST_F(IdentitySim, TrueSerial)
 {
 	ata("sda", "");
-	char serial[32] = {};
-	ASSERT_EQ(DiskSerialGet("sda", serial, sizeof(serial)), 0);
-	EXPECT_STREQ(serial, "ZA1B2C3D");
-	// Does not fit: refused whole.
-	char small[8] = "keep";
-	EXPECT_EQ(DiskSerialGet("/dev/sda", small, sizeof(small)), -1);
+	EXPECT_EQ(textOf(DiskSerialGet, "sda", 32), "ZA1B2C3D");
+	EXPECT_EQ(textOf(DiskSerialGet, "/dev/sda", 8), "rc=-1"); // does not fit: refused whole
 	EXPECT_ERR(0x0D00);
-	EXPECT_STREQ(small, "keep");
-
 	LogCapture log;
-	EXPECT_EQ(DiskSerialGet("/dev/sdq", serial, sizeof(serial)), -1);
+	EXPECT_EQ(textOf(DiskSerialGet, "/dev/sdq", 32), "rc=-1");
 	EXPECT_TRUE(log.has(LOG_ERR, "SmartFirmAndSerialRead failed on [/dev/sdq] [0x")) << log.dump();
-	EXPECT_EQ(DiskSerialGet(nullptr, serial, sizeof(serial)), -1);
+	EXPECT_EQ(textOf(DiskSerialGet, nullptr, 32), "rc=-1");
 	EXPECT_ERR(0x0D00);
 }
 
@@ -177,12 +174,8 @@ TEST_F(IdentitySim, PathsBySerial)
 TEST_F(IdentitySim, NvmeModelFromTheControllerOrTheCache)
 {
 	node("nvme0n1", R"({"protocol":"nvme","model":"VEXO SNV3410-800G","serial":"N0001"})");
-	char model[128] = {};
-	ASSERT_EQ(VEXOLnxDiskGetModel("/dev/nvme0n1", model, sizeof(model)), 0);
-	EXPECT_STREQ(model, "VEXO SNV3410-800G");
-	char vendor[64] = {};
-	ASSERT_EQ(VEXOLnxDiskGetVendor("nvme0n1", vendor, sizeof(vendor)), 0);
-	EXPECT_STREQ(vendor, "VEXO");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/nvme0n1"), "VEXO SNV3410-800G");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "nvme0n1", 64), "VEXO");
 	const std::string identifyController = "NVME_ADMIN opcode=0x06*cdw10=0x00000001*data_len=4096*-> ok";
 	expectSent("nvme0n1", {identifyController, identifyController}); // model, then vendor
 
@@ -190,8 +183,7 @@ TEST_F(IdentitySim, NvmeModelFromTheControllerOrTheCache)
 	root.diskDir("nvme0n1");
 	root.write("/run/vexostorage/disks/nvme0n1/model", "CACHED MODEL");
 	root.write(VEXO_SECURE_ERASE_DIR "/nvme0n1" VEXO_SECURE_ERASE_SUFFIX, std::to_string(::getpid()) + "\n");
-	ASSERT_EQ(VEXOLnxDiskGetModel("/dev/nvme0n1", model, sizeof(model)), 0);
-	EXPECT_STREQ(model, "CACHED MODEL");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/nvme0n1"), "CACHED MODEL");
 	expectSent("nvme0n1", {});
 }
 
@@ -271,6 +263,461 @@ TEST_F(FirstDisk, Failures)
 	EXPECT_EQ(VEXOLnxDiskGetInfo(&info), -1);
 	EXPECT_TRUE(log.has(LOG_ERR, "Failed to get disk model."));
 	EXPECT_STREQ(info.model, "untouched");
+}
+
+// Disk state and the disk action database: running state through stacked
+// devices, SATA detection, raw open, action entries, SCT support through
+// sg_sat_identify, and the mask_serial repair with its lock.
+class DiskState : public SimDisk {
+protected:
+	void SetUp() override
+	{
+		SimDisk::SetUp();
+		ASSERT_TRUE(kBackend);
+	}
+	std::vector<std::string> physical(const char *path)
+	{
+		PVLIBSZLIST l = VLIBCSzListAlloc(1);
+		std::vector<std::string> out;
+		int n = VEXODiskPhysicalDiskNameListGet(path, &l);
+		for (int i = 0; n > 0 && i < l->nItem; ++i)
+			out.push_back(VLIBCSzListGet(l, i));
+		if (n < 0)
+			out.push_back("failed");
+		VLIBCSzListFree(l);
+		return out;
+	}
+};
+
+TEST_F(DiskState, RunningThroughPartitionsAndVolumes)
+{
+	DiskLayout(root).sata("sdb", 2);
+	sysfs("sdb", "ATA", "VEXO HAT5300-8T", true, "offline");
+	root.mkdirs("/sys/block/sda/sda3");
+	root.mkdirs("/sys/block/sdb/sdb3");
+	root.mkdirs("/sys/block/md2/slaves/sda3");
+	root.mkdirs("/sys/block/md2/slaves/sdb3");
+	root.mkdirs("/sys/block/md2/slaves/sda5"); // no such partition dir: not a member we can place
+	EXPECT_EQ(physical("/dev/sda3"), std::vector<std::string>{"sda"});
+	EXPECT_EQ(physical("/dev/md2"), std::vector<std::string>{"failed"});
+	root.remove("/sys/block/md2/slaves/sda5");
+	root.mkdirs("/sys/block/md3/slaves/md2");
+	root.mkdirs("/sys/block/md3/slaves/sda3");
+	EXPECT_EQ(physical("md3"), (std::vector<std::string>{"sda", "sdb"})); // each disk once
+
+	EXPECT_EQ(VEXODiskIsRunning("/dev/sda"), 1);
+	EXPECT_EQ(VEXODiskIsRunning("/dev/sdb"), 0);
+	EXPECT_EQ(VEXODiskIsRunning("/dev/md2"), 1); // one running member is enough
+	sysfs("sda", "ATA", "VEXO HAT5300-8T", true, "blocked");
+	EXPECT_EQ(VEXODiskIsRunning("/dev/md2"), 0);
+	root.remove("/sys/block/sda/device/state");
+	EXPECT_EQ(VEXODiskIsRunning("/dev/sda"), 0);
+	EXPECT_EQ(VEXODiskIsRunning("/dev/nvme0n1"), 1);
+	DiskLayout(root).nvme("nvme0n1", "0000:00:01.0");
+	root.mkdirs("/sys/block/nvme0n1/nvme0n1p3");
+	root.mkdirs("/sys/block/md4/slaves/sda3");
+	root.mkdirs("/sys/block/md4/slaves/nvme0n1p3");
+	EXPECT_EQ(VEXODiskIsRunning("/dev/md4"), 1); // an NVMe member has no such state and is up
+	LogCapture log;
+	EXPECT_EQ(VEXODiskIsRunning("/dev/sdz"), 0);
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to get physical disk list from /dev/sdz"));
+	EXPECT_EQ(VEXODiskIsRunning(nullptr), 0);
+	// Only sysfs was read.
+	EXPECT_FALSE(root.exists("/run/vexosim/drive/sda.log"));
+}
+
+TEST_F(DiskState, SataSecureEraseAndRawOpen)
+{
+	EXPECT_EQ(VEXODiskIsSata("/dev/sda"), 1);
+	sysfs("sda", "ATAPI", "X", true);
+	EXPECT_EQ(VEXODiskIsSata("/dev/sda"), 0);
+	sysfs("sda", "SEAGATE", "X", true);
+	EXPECT_EQ(VEXODiskIsSata("/dev/sda"), 0);
+	EXPECT_EQ(VEXODiskIsSata("/dev/nvme0n1"), 0);
+	EXPECT_EQ(VEXODiskIsSata("/dev/sdz"), -1);
+	EXPECT_ERR(0x0900);
+
+	EXPECT_EQ(VLIBDiskIsSecureErasing("/dev/sda"), 0);
+	root.write(VEXO_SECURE_ERASE_DIR "/sda" VEXO_SECURE_ERASE_SUFFIX, std::to_string(::getpid()));
+	EXPECT_EQ(VLIBDiskIsSecureErasing("/dev/sda1"), 1);
+	root.write(VEXO_SECURE_ERASE_DIR "/sda" VEXO_SECURE_ERASE_SUFFIX, "garbage");
+	VLIBCErrSetEx(0x1234, "before", 1);
+	EXPECT_EQ(VLIBDiskIsSecureErasing("sda"), 0);
+	EXPECT_ERR(0x1234); // asking left the record alone
+
+	int h = VEXOIDiskRawOpen("/dev/sda3");
+	ASSERT_GE(h, 0);
+	vexo::dev::close(h);
+	EXPECT_NE(root.read("/run/vexosim/drive/sda.log").find("OPEN flags=2048"), std::string::npos);
+	EXPECT_EQ(VEXOIDiskRawOpen("/dev/sdz"), -1);
+	EXPECT_ERR(0x6C00);
+	EXPECT_EQ(VEXOIDiskRawOpen(nullptr), -1);
+}
+
+// The flush before a spin-down: FLUSH through HDIO on an ATA disk,
+// SYNCHRONIZE CACHE on the SCSI interface, nothing at all on NVMe.
+TEST_F(DiskState, FlushBufferByInterface)
+{
+	EXPECT_EQ(VEXOIDiskFlushBuffer("/dev/sda"), 0); // libata's EINVAL counts as done
+	expectSent("sda", {"HDIO_DRIVE_CMD args=null -> errno 22: refused: null argument"});
+	node("sda", R"({"protocol":"ata","faults":{"flush":{"errno":"EIO"}}})");
+	LogCapture log;
+	EXPECT_EQ(VEXOIDiskFlushBuffer("/dev/sda1"), -1);
+	EXPECT_ERR(0x6C00);
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to flush the buffer of /dev/sda1")) << log.dump();
+
+	// The virtual edition reaches its disks as SCSI.
+	product({{"vvos", "yes"}});
+	node("sda", R"({"protocol":"scsi"})");
+	EXPECT_EQ(VEXOIDiskFlushBuffer("/dev/sda"), 0);
+	expectSent("sda", {"HDIO_DRIVE_CMD args=null -> errno 5", "SG_IO*cdb=35"});
+
+	DiskLayout(root).nvme("nvme0n1", "0000:00:01.2/0000:01:00.0");
+	product({{"support_nvme", "yes"}});
+	EXPECT_EQ(VEXOIDiskFlushBuffer("/dev/nvme0n1"), -1);
+	EXPECT_ERR(0xD900);
+	EXPECT_EQ(VEXOIDiskFlushBuffer(nullptr), -1);
+	EXPECT_ERR(0x0D00);
+	EXPECT_EQ(VEXOIDiskFlushBuffer("/dev/sdz"), -1);
+}
+
+TEST_F(DiskState, ActionDatabase)
+{
+	unsigned flags = 99;
+	EXPECT_EQ(VEXODiskConfigDiskActionGet("/dev/sda", &flags), 0); // no database
+	EXPECT_EQ(flags, 0u);
+	EXPECT_EQ(VEXODiskIsVexology("/dev/sda"), 0);
+
+	actions(R"(<disk pattern="^VEXO" vendor="First" action="0x4000"/>
+	           <disk pattern="HAT5300" vendor="Second" action="1"/>
+	           <disk model="VEXO HAT5300-8T" vendor="Vexology" action="2097152"/>)");
+	EXPECT_EQ(VEXODiskConfigDiskActionGet("/dev/sda", &flags), 0); // the exact model wins
+	EXPECT_EQ(flags, 1u << 21);
+	EXPECT_EQ(VEXODiskIsVexology("/dev/sda"), 1);
+	EXPECT_EQ(VEXODiskConfigVendorMatch("/dev/sda", "vexology"), 0);
+	EXPECT_EQ(VEXODiskInSCTCmdBlackList("/dev/sda"), 0);
+
+	sysfs("sda", "ATA", "vexo hat5300-4T", true); // patterns ignore case; the first wins
+	EXPECT_EQ(VEXODiskConfigDiskActionGet("/dev/sda", &flags), 0);
+	EXPECT_EQ(flags, 0x4000u);
+	EXPECT_EQ(VEXODiskInSCTCmdBlackList("/dev/sda"), 1);
+	EXPECT_EQ(VEXODiskConfigVendorMatch("/dev/sda", "First"), 1);
+	EXPECT_EQ(VEXODiskIsVexology("/dev/sda"), 0);
+
+	sysfs("sda", "ATA", "OTHER 1", true);
+	flags = 99;
+	EXPECT_EQ(VEXODiskConfigDiskActionGet("/dev/sda", &flags), 0);
+	EXPECT_EQ(flags, 0u);
+
+	// The parse is kept while the file stays the same: a rewrite of the
+	// same size is seen at once.
+	for (unsigned want : {1u, 2u, 2u}) {
+		actions("<disk model=\"OTHER 1\" action=\"0x000" + std::to_string(want) + "\"/>");
+		EXPECT_EQ(VEXODiskConfigDiskActionGet("/dev/sda", &flags), 0);
+		EXPECT_EQ(flags, want);
+	}
+
+	LogCapture log;
+	root.write("/var/lib/diskaction/diskaction.xml", "<diskaction><disk model=");
+	EXPECT_EQ(VEXODiskConfigDiskActionGet("/dev/sda", &flags), -1);
+	EXPECT_ERR(0x0A00);
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to parse /var/lib/diskaction/diskaction.xml"));
+	root.write("/var/lib/diskaction/diskaction.xml", "<other/>");
+	EXPECT_EQ(VEXODiskConfigDiskActionGet("/dev/sda", &flags), -1);
+	EXPECT_EQ(VEXODiskConfigDiskActionGet("/dev/sdz", &flags), -1); // no model
+	EXPECT_EQ(VEXODiskConfigDiskActionGet(nullptr, &flags), -1);
+	EXPECT_EQ(VEXODiskIsVexology(nullptr), 0);
+	EXPECT_TRUE(log.has(LOG_ERR, "Invalide input parameters"));
+}
+
+TEST_F(DiskState, SctSupportThroughSatIdentify)
+{
+	tool("/usr/vexo/bin/sg_sat_identify", "cat \"$VEXO_SYSROOT/tmp/identify.out\"");
+	root.write("/tmp/identify.out", capture("sg_sat_identify_sct.txt"));
+	EXPECT_EQ(VEXODiskSCTCmdSupport("/dev/sda"), 0); // the product says nothing
+	EXPECT_TRUE(runs("sg_sat_identify").empty());
+
+	product({{"support_sct_cmd", "yes"}});
+	EXPECT_EQ(VEXODiskSCTCmdSupport("/dev/sda"), 1);
+	EXPECT_EQ(runs("sg_sat_identify"), std::vector<std::string>{"/dev/sda"});
+	root.write("/tmp/identify.out", capture("sg_sat_identify_no_sct.txt"));
+	EXPECT_EQ(VEXODiskSCTCmdSupport("/dev/sda"), 0);
+	root.write("/tmp/identify.out", "sg_sat_identify: ATA PASS-THROUGH failed\n");
+	EXPECT_EQ(VEXODiskSCTCmdSupport("/dev/sda"), -1);
+
+	// Not SATA, or listed: the tool is not run.
+	size_t before = runs("sg_sat_identify").size();
+	sysfs("sda", "VEXO", "VEXO HAT5300-8T", true);
+	EXPECT_EQ(VEXODiskSCTCmdSupport("/dev/sda"), 0);
+	sysfs("sda", "ATA", "VEXO HAT5300-8T", true);
+	actions(R"(<disk model="VEXO HAT5300-8T" action="0x4000"/>)");
+	EXPECT_EQ(VEXODiskSCTCmdSupport("/dev/sda"), 0);
+	EXPECT_EQ(runs("sg_sat_identify").size(), before);
+	EXPECT_EQ(VEXODiskSCTCmdSupport(nullptr), -1);
+
+	int s = 7;
+	EXPECT_EQ(VEXODiskSCTCmdSupportCache("/dev/sda", &s), -1);
+	EXPECT_ERR(0x0900);
+	root.write("/run/vexostorage/disks/sda/sct_cmd_support", "yes");
+	EXPECT_EQ(VEXODiskSCTCmdSupportCache("/dev/sda", &s), -1);
+	EXPECT_ERR(0x0A00);
+	EXPECT_EQ(s, 7);
+	root.write("/run/vexostorage/disks/sda/sct_cmd_support", "1");
+	EXPECT_EQ(VEXODiskSCTCmdSupportCache("sda", &s), 0);
+	EXPECT_EQ(s, 1);
+	root.write("/run/vexostorage/disks/sda/sct_cmd_support", "0");
+	EXPECT_EQ(VEXODiskSCTCmdSupportCache("/dev/sda", &s), 0);
+	EXPECT_EQ(s, 0);
+}
+
+class MaskFlag : public DiskState {
+protected:
+	void SetUp() override
+	{
+		DiskState::SetUp();
+		actions(R"(<disk model="VEXO HAT5300-8T" vendor="Vexology"/>)");
+		// The storage tool's repair: it computes the value and stores it.
+		tool("/usr/vexo/sbin/vexostorage",
+		     "[ -f \"$VEXO_SYSROOT/tmp/refuse\" ] && exit 1\n"
+		     "printf 1 > \"$VEXO_SYSROOT/run/vexostorage/disks/$2/mask_serial\"");
+	}
+	// Holds the lock in another process for `seconds`, storing value after
+	// a moment when it is not negative. Returns once the lock is held.
+	pid_t holdLock(double seconds, int value)
+	{
+		int p[2];
+		if (::pipe(p) != 0)
+			return -1;
+		pid_t pid = ::fork();
+		if (pid == 0) {
+			int fd = -1;
+			if (!VLIBCFileLockTimeByFile("/run/vexostorage/disks/sda/.lock.mask_serial", 1, 1, &fd))
+				::_exit(1);
+			(void)!::write(p[1], "x", 1);
+			::usleep(300000);
+			if (value >= 0)
+				root.write("/run/vexostorage/disks/sda/mask_serial", std::to_string(value));
+			::usleep(static_cast<useconds_t>(seconds * 1e6) - 300000);
+			::_exit(0);
+		}
+		char c;
+		(void)!::read(p[0], &c, 1);
+		::close(p[0]);
+		::close(p[1]);
+		return pid;
+	}
+	static double since(std::chrono::steady_clock::time_point t)
+	{
+		return std::chrono::duration<double>(std::chrono::steady_clock::now() - t).count();
+	}
+};
+
+TEST_F(MaskFlag, RepairedByTheStorageTool)
+{
+	LogCapture log;
+	EXPECT_EQ(VEXODiskIsMaskSerial("/dev/sda"), 1);
+	EXPECT_EQ(runs("vexostorage"), std::vector<std::string>{"--reset-disk-attr sda serial-mask"});
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to get mask_serial status of /dev/sda, retry it"));
+	EXPECT_EQ(root.read("/run/vexostorage/disks/sda/mask_serial"), "1");
+
+	root.remove("/run/vexostorage/disks/sda/mask_serial");
+	root.write("/tmp/refuse", "");
+	EXPECT_EQ(VEXODiskIsMaskSerial("/dev/sda"), 0);
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to re-set mask_serial status of /dev/sda"));
+}
+
+// A cached value answers; SSDs and drives of another vendor are not repaired.
+TEST_F(MaskFlag, CachedValueOrNoRepair)
+{
+	root.write("/run/vexostorage/disks/sda/mask_serial", "1");
+	EXPECT_EQ(VEXODiskIsMaskSerial("/dev/sda"), 1);
+	root.write("/run/vexostorage/disks/sda/mask_serial", "2");
+	EXPECT_EQ(VEXODiskIsMaskSerial("sda"), 0);
+	root.remove("/run/vexostorage/disks/sda/mask_serial");
+	sysfs("sda", "ATA", "VEXO HAT5300-8T", false);
+	EXPECT_EQ(VEXODiskIsMaskSerial("/dev/sda"), 0);
+	sysfs("sda", "ATA", "OTHER 1", true);
+	EXPECT_EQ(VEXODiskIsMaskSerial("/dev/sda"), 0);
+	EXPECT_TRUE(runs("vexostorage").empty());
+	EXPECT_EQ(VEXODiskIsMaskSerial(nullptr), 0);
+}
+
+// A name that reads as an option never reaches the storage tool.
+TEST_F(MaskFlag, OptionLikeNamesRunNothing)
+{
+	for (const char *path : {"--help", "/dev/-x", "-d"}) {
+		const std::string name = std::string(path).substr(path[0] == '/' ? 5 : 0);
+		sysfs(name, "ATA", "VEXO HAT5300-8T", true);
+		root.diskDir(name);
+		VLIBCErrClear();
+		EXPECT_EQ(VEXODiskIsMaskSerial(path), 0) << path;
+		EXPECT_ERR(0x0D00);
+	}
+	EXPECT_TRUE(runs("vexostorage").empty());
+}
+
+TEST_F(MaskFlag, AnotherProcessRepairsWhileWeWait)
+{
+	// The holder stores its answer and lets go; we take that answer and
+	// run nothing.
+	auto t = std::chrono::steady_clock::now();
+	pid_t holder = holdLock(1.0, 1);
+	ASSERT_GT(holder, 0);
+	EXPECT_EQ(VEXODiskIsMaskSerial("/dev/sda"), 1);
+	EXPECT_GE(since(t), 0.9);
+	EXPECT_LT(since(t), 2.5);
+	EXPECT_TRUE(runs("vexostorage").empty());
+	int st;
+	::waitpid(holder, &st, 0);
+}
+
+TEST_F(MaskFlag, LockHeldPastTheWait)
+{
+	pid_t holder = holdLock(4.5, -1);
+	ASSERT_GT(holder, 0);
+	LogCapture log;
+	auto t = std::chrono::steady_clock::now();
+	EXPECT_EQ(VEXODiskIsMaskSerial("/dev/sda"), 0);
+	double waited = since(t);
+	EXPECT_GE(waited, 2.9);
+	EXPECT_LT(waited, 4.4);
+	EXPECT_TRUE(runs("vexostorage").empty()); // only the lock holder may repair
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to re-get mask_serial status of /dev/sda"));
+	int st;
+	::waitpid(holder, &st, 0);
+}
+
+// Debug overrides: the gate, the section named by the true serial, every
+// reader's value form, and numbers that strtol rejects.
+class DebugOverride : public SimDisk {
+protected:
+	void SetUp() override
+	{
+		SimDisk::SetUp();
+		ASSERT_TRUE(kBackend);
+		gate(true);
+	}
+	void gate(bool on) { product({{"support_disk_status_debug", on ? "yes" : "no"}}); }
+	void section(const std::string &body)
+	{
+		root.write("/tmp/.disk_status_debug", "[VXS0000001]\ntemp=\"12\"\n\n[ZL2K4T7C]\n" + body + "\n");
+	}
+};
+
+TEST_F(DebugOverride, GateOffNeverTouchesTheDrive)
+{
+	section("temp=50\nunc=3");
+	gate(false);
+	int t = -7;
+	unsigned u = 7;
+	EXPECT_EQ(VEXODiskDebugTemperatureGet("/dev/sda", &t), 0);
+	EXPECT_EQ(VEXODiskDebugUncGet("/dev/sda", &u), 0);
+	EXPECT_EQ(t, -7);
+	EXPECT_EQ(u, 7u);
+	EXPECT_FALSE(root.exists("/run/vexosim/drive/sda.log"));
+	gate(true);
+	EXPECT_EQ(VEXODiskDebugTemperatureGet("/dev/sda", &t), 1);
+	EXPECT_EQ(t, 50);
+}
+
+TEST_F(DebugOverride, MissingFileSectionOrKey)
+{
+	int t = -7;
+	EXPECT_EQ(VEXODiskDebugTemperatureGet("/dev/sda", &t), 0);
+	root.write("/tmp/.disk_status_debug", "[VXS0000001]\ntemp=12\n");
+	EXPECT_EQ(VEXODiskDebugTemperatureGet("/dev/sda", &t), 0); // another disk's section
+	section("unc=1");
+	EXPECT_EQ(VEXODiskDebugTemperatureGet("/dev/sda", &t), 0);
+	EXPECT_EQ(t, -7);
+	section("temp=\"-5\"");
+	EXPECT_EQ(VEXODiskDebugTemperatureGet("/dev/sda", &t), 1);
+	EXPECT_EQ(t, -5);
+	// A drive that cannot tell its serial is a failure.
+	t = -7;
+	node("sda", R"({"protocol":"ata","faults":{"identify":{"errno":"EIO"},"packet_identify":{"errno":"EIO"}}})");
+	EXPECT_EQ(VEXODiskDebugTemperatureGet("/dev/sda", &t), -1);
+	EXPECT_ERR(0x2A00);
+	EXPECT_EQ(t, -7);
+}
+
+TEST_F(DebugOverride, NumbersStrtolRejectsCountAsAbsent)
+{
+	unsigned u = 7;
+	int t = -7;
+	section("unc=99999999999999999999\ntemp=warm\nlife=-1\ncrit=0x1F\nperc_used=42%");
+	LogCapture log;
+	EXPECT_EQ(VEXODiskDebugUncGet("/dev/sda", &u), 0);      // ERANGE
+	EXPECT_EQ(VEXODiskDebugTemperatureGet("/dev/sda", &t), 0); // no digits
+	EXPECT_EQ(VEXODiskDebugLifeGet("/dev/sda", &u), 0);     // below zero
+	EXPECT_EQ(u, 7u);
+	EXPECT_EQ(t, -7);
+	EXPECT_EQ(VEXONVMeDebugCritWarningGet("/dev/sda", &u), 1); // hexadecimal
+	EXPECT_EQ(u, 0x1Fu);
+	EXPECT_EQ(VEXONVMeDebugPercentageUsedGet("/dev/sda", &u), 1); // digits then text: strtol takes 42
+	EXPECT_EQ(u, 42u);
+	EXPECT_EQ(log.count(LOG_ERR, "Bad number"), 3);
+	section("temp=2147483648\nunc=4294967295\ncrit=ff");
+	EXPECT_EQ(VEXODiskDebugTemperatureGet("/dev/sda", &t), 0);
+	EXPECT_EQ(VEXODiskDebugUncGet("/dev/sda", &u), 1);
+	EXPECT_EQ(u, 4294967295u);
+	EXPECT_EQ(VEXONVMeDebugCritWarningGet("/dev/sda", &u), 1);
+	EXPECT_EQ(u, 0xFFu);
+}
+
+TEST_F(DebugOverride, WordsAndTexts)
+{
+	section("smart_test_quick=aborted\nsmart_test=none\nlatest_test_type=extend\n"
+		"adv_code=\"101\"");
+	int r = 0;
+	EXPECT_EQ(VEXODiskDebugSmartTestResultGet("/dev/sda", "smart_test_quick", &r), 1);
+	EXPECT_EQ(r, 2);
+	EXPECT_EQ(VEXODiskDebugSmartTestResultGet("/dev/sda", "smart_test", &r), 1);
+	EXPECT_EQ(r, 6);
+	EXPECT_EQ(SMARTDiskDebugSmartLatestTestTypeGet("/dev/sda", &r), 1);
+	EXPECT_EQ(r, 2);
+	char code[3] = "x";
+	EXPECT_EQ(VEXODiskDebugAdvTestCodeGet("/dev/sda", code, sizeof(code)), -1); // never cut
+	EXPECT_STREQ(code, "x");
+	char whole[4];
+	EXPECT_EQ(VEXODiskDebugAdvTestCodeGet("/dev/sda", whole, sizeof(whole)), 1);
+	EXPECT_STREQ(whole, "101");
+	section("smart_test_quick=passed\nlatest_test_type=short");
+	r = 9;
+	EXPECT_EQ(VEXODiskDebugSmartTestResultGet("/dev/sda", "smart_test_quick", &r), 0);
+	EXPECT_EQ(SMARTDiskDebugSmartLatestTestTypeGet("/dev/sda", &r), 0);
+	EXPECT_EQ(r, 9);
+	EXPECT_EQ(VEXODiskDebugSmartTestResultGet("/dev/sda", nullptr, &r), -1);
+	EXPECT_EQ(VEXODiskDebugAdvTestCodeGet("/dev/sda", nullptr, 4), -1);
+}
+
+TEST_F(DebugOverride, SmartInfoList)
+{
+	section("smart_info=#5, 100, 100, 10, 0;#194, 36, 40, 0, 36 (Min/Max 20/43);bogus; #9, 98, 98, 0, 1234 ;");
+	SmartInfoEntry *list = nullptr;
+	LogCapture log;
+	ASSERT_EQ(VEXODiskDebugSmartInfoListGet("/dev/sda", &list), 1);
+	std::vector<std::vector<std::string>> got;
+	for (auto *e = list; e; e = e->next) {
+		EXPECT_EQ(e->name, nullptr);
+		EXPECT_EQ(e->status, 0u);
+		got.push_back({e->id, e->value, e->worst, e->threshold, e->raw});
+	}
+	VEXODiskSmartInfoFree(list);
+	std::vector<std::vector<std::string>> want = {{"5", "100", "100", "10", "0"},
+						      {"194", "36", "40", "0", "36 (Min/Max 20/43)"},
+						      {"9", "98", "98", "0", "1234"}};
+	EXPECT_EQ(got, want);
+	EXPECT_TRUE(log.has(LOG_ERR, "Bad smart_info entry [bogus]"));
+
+	section("smart_info=");
+	list = reinterpret_cast<SmartInfoEntry *>(0x1);
+	EXPECT_EQ(VEXODiskDebugSmartInfoListGet("/dev/sda", &list), 1);
+	EXPECT_EQ(list, nullptr);
+	section("unc=1");
+	list = reinterpret_cast<SmartInfoEntry *>(0x1);
+	EXPECT_EQ(VEXODiskDebugSmartInfoListGet("/dev/sda", &list), 0);
+	EXPECT_EQ(list, reinterpret_cast<SmartInfoEntry *>(0x1));
+	EXPECT_EQ(VEXODiskDebugSmartInfoListGet("/dev/sda", nullptr), -1);
 }
 
 } // namespace
