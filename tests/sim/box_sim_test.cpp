@@ -189,54 +189,18 @@ TEST(Box12, DevicesReadBackThroughTheSeam)
 		std::string target = fs::canonical(it->path()).string();
 		EXPECT_EQ(target.rfind(fs::canonical(root).string() + "/", 0), 0u) << it->path();
 	}
-}
 
-// The demo box in detail: port maps, the product files, the unit's host and
-// the kernel's exact paths.
-TEST(Box12, ProductFilesAndKernelPaths)
-{
-	BuiltBox box;
-	ASSERT_TRUE(box.ok()) << box.log();
-	ScopedEnv env("VEXO_SYSROOT", box.root().c_str());
-
-	const std::string info = "/etc.defaults/vexoinfo.conf";
-	EXPECT_EQ(keyValue(info, "upnpmodelname"), "VX1222");
-	EXPECT_EQ(keyValue(info, "maxdisks"), "12");
-	EXPECT_EQ(keyValue(info, "internalportcfg"), "0xfff");
-	EXPECT_EQ(keyValue(info, "esataportcfg"), "0x1000"); // sdm
-	EXPECT_EQ(keyValue(info, "usbportcfg"), "0x6000");   // sdn, sdo
+	// What the CLI tests on this box do not read through it: ports, units,
+	// NVMe places and the empty bay are theirs.
 	EXPECT_EQ(readApp("/etc/vexoinfo.conf"), "");
 	EXPECT_EQ(VLIBCMaxDiskGet(), 12);
 	EXPECT_EQ(VLIBCSupportNVMe(), 1);
 	EXPECT_EQ(VLIBCSupportSAS(), 0);
 	EXPECT_EQ(keyValue("/etc.defaults/VERSION", "base"), "72806");
-
-	EXPECT_EQ(realpathOf("/sys/block/sda"), "/sys/devices/pci0000:00/0000:00:17.0/ata1/host0/target0:0:0/0:0:0:0/block/sda");
-	EXPECT_EQ(firstLine("/sys/devices/pci0000:00/0000:00:17.0/ata1/ata_port/ata1/port_no"), "1");
-	EXPECT_EQ(firstLine("/sys/devices/pci0000:00/0000:00:17.0/ata1/host0/scsi_host/host0/proc_name"), "ahci");
 	EXPECT_EQ(readApp("/sys/block/sda/device/vendor"), "ATA     \n");
-	// Bay 7 is empty: its port and host exist, its disk does not.
-	EXPECT_EQ(firstLine("/sys/class/scsi_host/host6/vexo_diskname_trans"), "sdg");
-	EXPECT_NE(vexo::sysroot::access("/sys/block/sdg", F_OK), 0);
-	EXPECT_NE(vexo::sysroot::access("/dev/sdg", F_OK), 0);
-
-	// The expansion unit hangs off host12 (ata13), one link per bay.
-	const std::string host = "/sys/class/scsi_host/host12";
-	EXPECT_EQ(firstLine(host + "/vexo_diskname_trans"), "sdm");
-	EXPECT_EQ(keyValue(host + "/vexo_pm_info", "vexo_device_list"), "/dev/sdma /dev/sdmb /dev/sdmc /dev/sdmd /dev/sdme");
-	EXPECT_EQ(keyValue(host + "/vexo_pm_info", "Unique"), "XU05");
 	EXPECT_EQ(keyValue("/sys/class/scsi_host/host0/vexo_pm_info", "vexo_device_list"), "");
-	EXPECT_TRUE(realpathOf("/sys/block/sdme").ends_with("/ata13/host12/target12:4:0/12:4:0:0/block/sdme"));
-
-	EXPECT_EQ(realpathOf("/sys/block/nvme1n1"),
-		  "/sys/devices/pci0000:00/0000:00:01.0/0000:01:00.0/0000:02:01.0/0000:04:00.0/nvme/nvme1/nvme1n1");
-	EXPECT_EQ(realpathOf("/sys/block/nvme1n1/device"),
-		  "/sys/devices/pci0000:00/0000:00:01.0/0000:01:00.0/0000:02:01.0/0000:04:00.0/nvme/nvme1");
-
-	// The USB disk's partition, in sysfs and in the kernel's table.
-	EXPECT_EQ(firstLine("/sys/block/sdn/sdn1/partition"), "1");
 	EXPECT_EQ(firstLine("/sys/block/sdn/sdn1/start"), "2048");
-	EXPECT_NE(readApp("/proc/partitions").find("   8      209 1953479680 sdn1\n"), std::string::npos);
+	EXPECT_NE(partitions.find("   8      209 1953479680 sdn1\n"), std::string::npos);
 }
 
 // A bad description is refused with the place of the fault, and nothing is
