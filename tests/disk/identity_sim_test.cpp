@@ -161,22 +161,19 @@ TEST_F(IdentitySim, PathsBySerial)
 
 	PVLIBSZLIST paths = VLIBCSzListAlloc(4);
 	ASSERT_EQ(VEXODiskDevPathGetBySerialNumber("ZA1B2C3D", &paths), 0);
-	ASSERT_EQ(paths->nItem, 2);
-	EXPECT_STREQ(VLIBCSzListGet(paths, 0), "/dev/sda");
-	EXPECT_STREQ(VLIBCSzListGet(paths, 1), "/dev/sdc");
+	EXPECT_EQ(items(paths), (std::vector<std::string>{"/dev/sda", "/dev/sdc"}));
 
 	// A disk that cannot tell its serial is passed over, with a line.
 	LogCapture log;
 	VLIBCSzListClear(paths);
 	node("sda", R"({"protocol":"ata","faults":{"identify":{"abort":true},"packet_identify":{"abort":true}}})");
 	ASSERT_EQ(VEXODiskDevPathGetBySerialNumber("ZA1B2C3D", &paths), 0);
-	ASSERT_EQ(paths->nItem, 1);
-	EXPECT_STREQ(VLIBCSzListGet(paths, 0), "/dev/sdc");
+	EXPECT_EQ(items(paths), std::vector<std::string>{"/dev/sdc"});
 	EXPECT_TRUE(log.has(LOG_ERR, "Fail to get drive serial number from [/dev/sda]")) << log.dump();
 
 	VLIBCSzListClear(paths);
 	ASSERT_EQ(VEXODiskDevPathGetBySerialNumber("NOSUCH", &paths), 0);
-	EXPECT_EQ(paths->nItem, 0);
+	EXPECT_EQ(items(paths), std::vector<std::string>{});
 	EXPECT_EQ(VEXODiskDevPathGetBySerialNumber(nullptr, &paths), -1);
 	EXPECT_EQ(VEXODiskDevPathGetBySerialNumber("ZA1B2C3D", nullptr), -1);
 	EXPECT_ERR(0x0D00);
@@ -290,10 +287,8 @@ protected:
 	std::vector<std::string> physical(const char *path)
 	{
 		PVLIBSZLIST l = VLIBCSzListAlloc(1);
-		std::vector<std::string> out;
 		int n = VEXODiskPhysicalDiskNameListGet(path, &l);
-		for (int i = 0; n > 0 && i < l->nItem; ++i)
-			out.push_back(VLIBCSzListGet(l, i));
+		std::vector<std::string> out = n > 0 ? items(l) : std::vector<std::string>{};
 		if (n < 0)
 			out.push_back("failed");
 		VLIBCSzListFree(l);

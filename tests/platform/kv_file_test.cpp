@@ -297,9 +297,7 @@ TEST_F(SectionFile, SetAddRemoveKeepNeighbours)
 	ASSERT_EQ(VLIBCFileRemoveSection("/var/conf", "usb"), 1);
 	EXPECT_EQ(VLIBCFileRemoveSection("/var/conf", "usb"), 0);
 	EXPECT_EQ(VLIBCFileEnumSection("/var/conf", &list), 3);
-	EXPECT_STREQ(VLIBCSzListGet(list, 0), "pci");
-	EXPECT_STREQ(VLIBCSzListGet(list, 1), "empty");
-	EXPECT_STREQ(VLIBCSzListGet(list, 2), "disk1");
+	EXPECT_EQ(vexo::test::items(list), (std::vector<std::string>{"pci", "empty", "disk1"}));
 
 	// Adding to a missing file creates it.
 	ASSERT_EQ(VLIBCFileAddSection("/var/new", "a", nullptr), 1);

@@ -37,9 +37,8 @@ TEST(SzList, GrowFindRemoveSortSplit)
 	EXPECT_STREQ(VLIBCSzListGet(list, 0), "98");
 	EXPECT_EQ(VLIBCSzListRemove(list, 99), -1);
 	ASSERT_EQ(VLIBCSzListSortItems(list, 1), 0);
-	EXPECT_STREQ(VLIBCSzListGet(list, 0), "0");
-	EXPECT_STREQ(VLIBCSzListGet(list, 1), "1");
-	EXPECT_STREQ(VLIBCSzListGet(list, 2), "10"); // strcmp order
+	auto sorted = vexo::test::items(list);
+	EXPECT_EQ(std::vector<std::string>(sorted.begin(), sorted.begin() + 3), (std::vector<std::string>{"0", "1", "10"})); // strcmp order
 	VLIBCSzListClear(list);
 	EXPECT_EQ(VLIBCSzListSplit(&list, " 8 0 sda\t\t1953514584 ", " \t"), 4);
 	EXPECT_STREQ(VLIBCSzListGet(list, 3), "1953514584");
@@ -79,9 +78,7 @@ TEST(LineReaders, ReadLinesFgetsEnumDir)
 	root.write("/proc/partitions", "major minor\r\n\n   8 0 sda\nlast");
 	PVLIBSZLIST list = VLIBCSzListAlloc(1);
 	ASSERT_EQ(VLIBCFileReadLines("/proc/partitions", &list), 4);
-	EXPECT_STREQ(VLIBCSzListGet(list, 0), "major minor");
-	EXPECT_STREQ(VLIBCSzListGet(list, 1), "");
-	EXPECT_STREQ(VLIBCSzListGet(list, 3), "last");
+	EXPECT_EQ(vexo::test::items(list), (std::vector<std::string>{"major minor", "", "   8 0 sda", "last"}));
 	EXPECT_EQ(VLIBCFileReadLines("/none", &list), -1);
 	EXPECT_ERR(0x0700);
 
@@ -98,8 +95,7 @@ TEST(LineReaders, ReadLinesFgetsEnumDir)
 	root.mkdirs("/sys/block/nvme0n1");
 	VLIBCSzListClear(list);
 	ASSERT_EQ(VLIBCFileEnumDir("/sys/block", &list), 3);
-	EXPECT_STREQ(VLIBCSzListGet(list, 0), "nvme0n1");
-	EXPECT_STREQ(VLIBCSzListGet(list, 2), "sdb");
+	EXPECT_EQ(vexo::test::items(list), (std::vector<std::string>{"nvme0n1", "sda", "sdb"}));
 	VLIBCSzListFree(list);
 }
 

@@ -104,6 +104,15 @@ Ran runCaptured(const std::vector<std::string> &argv);
 // Starts a process whose name (comm) is `name` and that sleeps until killed.
 pid_t startNamedProcess(const std::string &name);
 
+// A core string list's items.
+inline std::vector<std::string> items(PVLIBSZLIST list)
+{
+	std::vector<std::string> out;
+	for (int i = 0; list && i < list->nItem; ++i)
+		out.emplace_back(VLIBCSzListGet(list, i));
+	return out;
+}
+
 // The source tree and build tree, from the environment ctest sets.
 std::string sourceDir();
 std::string buildDir();
