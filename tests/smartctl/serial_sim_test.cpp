@@ -575,6 +575,17 @@ protected:
 				   (logs.empty() ? "" : R"(,"logs":)" + logs) + "}");
 		root.diskDir(name);
 	}
+	// "extend=E quick=Q latest=TYPE/RESULT" of a log read, or "rc=N".
+	std::string results(const char *path = "/dev/sda", SmartTestLog *out = nullptr)
+	{
+		SmartTestLog l{};
+		int rc = SMARTSelfTestLogRead(path, &l);
+		if (out)
+			*out = l;
+		return rc ? "rc=" + std::to_string(rc)
+			  : "extend=" + std::to_string(l.extendResult) + " quick=" + std::to_string(l.quickResult) +
+				    " latest=" + std::to_string(l.latestType) + "/" + std::to_string(l.latestResult);
+	}
 	void kind(int k, const char *name = "sda") { ASSERT_EQ(VEXODiskUpdateIntValueCacheFile(name, "smart_selftest_log_type", k), 0); }
 	std::string kv(const char *file, const std::string &key)
 	{
@@ -631,12 +642,7 @@ TEST_F(SelfTestLog, ExtendedLogOfTenPages)
 	disk("sda", "ZL2K4T7C", 0, "[]", R"({"0x07":")" + hex + R"("})");
 	kind(2);
 	clearCommands("sda");
-	SmartTestLog log{};
-	ASSERT_EQ(SMARTSelfTestLogRead("/dev/sda", &log), 0);
-	EXPECT_EQ(log.extendResult, 1u);
-	EXPECT_EQ(log.quickResult, 4u);
-	EXPECT_EQ(log.latestType, 2u);
-	EXPECT_EQ(log.latestResult, 1u);
+	EXPECT_EQ(results(), "extend=1 quick=4 latest=2/1");
 	// values, log directory, extended directory, then all ten pages at once
 	EXPECT_EQ(commands("sda").size(), 4u);
 	auto sent = commands("sda");
@@ -653,11 +659,7 @@ TEST_F(SelfTestLog, HistoryFillsExtendedLogPages)
 	disk("sda", "ZL2K4T7C", 0, tests + "]", "");
 	kind(2);
 	clearCommands("sda");
-	SmartTestLog log{};
-	ASSERT_EQ(SMARTSelfTestLogRead("/dev/sda", &log), 0);
-	EXPECT_EQ(log.extendResult, 4u);
-	EXPECT_EQ(log.quickResult, 1u);
-	EXPECT_EQ(log.latestResult, 4u);
+	EXPECT_EQ(results(), "extend=4 quick=1 latest=2/4");
 	auto sent = commands("sda"); // the directory, then both pages at once
 	EXPECT_EQ(std::count_if(sent.begin(), sent.end(), [](const std::string &l) { return l.find("2f00 -> ok") != l.npos; }), 2);
 }
@@ -668,9 +670,7 @@ TEST_F(SelfTestLog, ScsiResultsAndControlModePages)
 	node("sda", R"({"protocol":"scsi","serial":"SX00001234","smart":{"extended_test_minutes":120},
 	     "self_tests":[{"type":2,"status":64},{"type":1,"status":0}]})");
 	SmartTestLog log{};
-	ASSERT_EQ(SMARTSelfTestLogRead("/dev/sda", &log), 0);
-	EXPECT_EQ(log.extendResult, 4u);
-	EXPECT_EQ(log.quickResult, 1u);
+	EXPECT_EQ(results("/dev/sda", &log), "extend=4 quick=1 latest=2/4");
 	EXPECT_STREQ(log.extendMinutes, "120");
 	EXPECT_STREQ(log.quickMinutes, "2");
 	int weight = 0;
@@ -696,11 +696,8 @@ TEST_F(SelfTestLog, NvmeLogSupportAndAVanishedDisk)
 	     "nvme":{"vid":5559,"ssvid":5559,"extended_test_minutes":25,
 	     "self_tests":[{"type":2,"result":7},{"type":1,"result":0},{"type":2,"result":6}]}})");
 	SmartTestLog log{};
-	ASSERT_EQ(SMARTSelfTestLogRead("/dev/nvme0n1", &log), 0);
-	EXPECT_EQ(log.extendResult, 4u);
-	EXPECT_EQ(log.quickResult, 1u);
+	EXPECT_EQ(results("/dev/nvme0n1", &log), "extend=4 quick=1 latest=2/4");
 	EXPECT_EQ(log.currentResult, 1u);
-	EXPECT_EQ(log.latestType, 2u);
 	EXPECT_EQ(log.extendDamagedBefore, 1);
 	EXPECT_STREQ(log.extendMinutes, "25");
 	EXPECT_EQ(SMARTIsSelftesting("/dev/nvme0n1"), 0);
@@ -729,10 +726,7 @@ TEST_F(SelfTestLog, FallbackFilesDecideTheLatest)
 	root.write("/run/vexostorage/disks/sda/smart_testing", ""); // no test runs
 	root.write("/var/log/smart_quick_log", "ZL2K4T7C_STATUS=\"4\"\nZL2K4T7C_TIME=\"200\"\n");
 	root.write("/var/log/smart_extend_log", "ZL2K4T7C_STATUS=\"1\"\nZL2K4T7C_TIME=\"100\"\n");
-	SmartTestLog log{};
-	ASSERT_EQ(SMARTSelfTestLogRead("/dev/sda", &log), 0);
-	EXPECT_EQ(log.latestType, 1u);
-	EXPECT_EQ(log.latestResult, 7u);
+	EXPECT_EQ(results(), "extend=1 quick=4 latest=1/7");
 }
 
 TEST_F(SelfTestLog, StopRecordsTheFinishedTestAndPagesTheDatabase)
