@@ -843,6 +843,15 @@ void put(std::vector<uint8_t> &p, size_t off, uint8_t n, uint8_t s)
 	p[off + 2] = 1; // hours: not an all-zero descriptor
 }
 
+// A decoded log as "q<quick> e<extend> c<current> t<latest type> dq<quick
+// damaged before> de<extend damaged before> p<progress>".
+std::string summary(const SmartTestLog &l)
+{
+	return "q" + std::to_string(l.quickResult) + " e" + std::to_string(l.extendResult) + " c" +
+	       std::to_string(l.currentResult) + " t" + std::to_string(l.latestType) + " dq" +
+	       std::to_string(l.quickDamagedBefore) + " de" + std::to_string(l.extendDamagedBefore) + " p" + l.progress;
+}
+
 TEST(SelfTestDecode, SmartValuesDurationsAndProgress)
 {
 	struct Row {
@@ -882,11 +891,7 @@ TEST(SelfTestDecode, StandardLogIndexZeroStartsAtSlotTwenty)
 	put(p, 2 + 17 * 24, 1, 4);  // older quick damage
 	SmartTestLog log{};
 	decodeAtaStandardLog(std::span<const uint8_t, 512>(p.data(), 512), log);
-	EXPECT_EQ(log.quickResult, 4u);
-	EXPECT_EQ(log.extendResult, 1u);
-	EXPECT_EQ(log.latestType, 1u);
-	EXPECT_EQ(log.quickDamagedBefore, 1);
-	EXPECT_EQ(log.extendDamagedBefore, 0);
+	EXPECT_EQ(summary(log), "q4 e1 c0 t1 dq1 de0 p");
 }
 
 TEST(SelfTestDecode, ExtendedLogWrapsAcrossPages)
@@ -901,10 +906,7 @@ TEST(SelfTestDecode, ExtendedLogWrapsAcrossPages)
 	SmartTestLog log{};
 	log.latestType = 9;
 	decodeAtaExtendedLog(p, log);
-	EXPECT_EQ(log.extendResult, 4u);
-	EXPECT_EQ(log.quickResult, 1u);
-	EXPECT_EQ(log.latestType, 2u);
-	EXPECT_EQ(log.extendDamagedBefore, 1); // the 128 entry after both were seen
+	EXPECT_EQ(summary(log), "q1 e4 c0 t2 dq0 de1 p"); // de1: the 128 entry after both were seen
 
 	SmartTestLog bad{};
 	p[2] = 39; // index past pages x 19: nothing read
@@ -920,11 +922,7 @@ TEST(SelfTestDecode, ScsiPageAndControlMode)
 	p[44 + 4] = 1 << 5 | 6; // older quick damage
 	SmartTestLog log{};
 	decodeScsiSelfTestPage(p, log);
-	EXPECT_EQ(log.currentResult, 5u);
-	EXPECT_STREQ(log.progress, "-1");
-	EXPECT_EQ(log.quickResult, 1u);
-	EXPECT_EQ(log.extendResult, 6u);
-	EXPECT_EQ(log.quickDamagedBefore, 1);
+	EXPECT_EQ(summary(log), "q1 e6 c5 t1 dq1 de0 p-1");
 
 	std::vector<uint8_t> m(512, 0);
 	m[3] = 8;
@@ -943,9 +941,7 @@ TEST(SelfTestDecode, NvmeLog)
 		p[4 + 28 * i] = 0x0F;
 	SmartTestLog empty{};
 	ASSERT_TRUE(decodeNvmeSelfTestLog(p, empty));
-	EXPECT_EQ(empty.quickResult, 6u);
-	EXPECT_EQ(empty.extendResult, 6u);
-	EXPECT_EQ(empty.currentResult, 6u);
+	EXPECT_EQ(summary(empty), "q6 e6 c6 t0 dq0 de0 p");
 
 	p[0] = 2, p[1] = 40;
 	p[4] = 0x27;      // extended, failed segment
@@ -953,12 +949,7 @@ TEST(SelfTestDecode, NvmeLog)
 	p[60] = 0x14;     // older quick: not the deciding one
 	SmartTestLog log{};
 	ASSERT_TRUE(decodeNvmeSelfTestLog(p, log));
-	EXPECT_EQ(log.currentResult, 5u);
-	EXPECT_STREQ(log.progress, "40%");
-	EXPECT_EQ(log.extendResult, 4u);
-	EXPECT_EQ(log.extendDamagedBefore, 1);
-	EXPECT_EQ(log.quickResult, 1u);
-	EXPECT_EQ(log.latestType, 2u);
+	EXPECT_EQ(summary(log), "q1 e4 c5 t2 dq0 de1 p40%");
 	p[0] = 7;
 	EXPECT_FALSE(decodeNvmeSelfTestLog(p, log));
 }
