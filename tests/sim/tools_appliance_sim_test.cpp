@@ -13,6 +13,7 @@
 
 #include "sim/tools_sim.h"
 #include "smartctl/drive_sim.h"
+#include "smartctl/smart_util.h"
 
 using namespace vexo::test;
 
@@ -126,32 +127,13 @@ TEST_F(LibraryThroughTools, AttributeListFromSmartctl)
 		{"id":3,"flags":39,"value":100,"worst":20,"threshold":25,"raw":38928978},
 		{"id":194,"flags":34,"value":45,"worst":58,"threshold":0,"raw":47244640301},
 		{"id":240,"flags":0,"value":100,"worst":253,"threshold":0,"raw":5185}]}})");
-	struct Want {
-		const char *id, *name, *value, *worst, *threshold, *raw;
-		uint32_t status;
-	} want[] = {
-		{"5", "Reallocated_Sector_Ct", "001", "001", "036", "4095", SMART_ATTR_STATUS_FAILING_NOW},
-		{"3", "Spin_Up_Time", "100", "020", "025", "594", SMART_ATTR_STATUS_FAILED_PAST},
-		{"194", "Temperature_Celsius", "045", "058", "000", "45", SMART_ATTR_STATUS_GOOD},
-		{"240", "Head_Flying_Hours", "100", "253", "000", "5185", SMART_ATTR_STATUS_GOOD},
-	};
+	// id name value worst threshold raw status: failing now, failed in the past, good
+	const std::vector<std::string> want = {"5 Reallocated_Sector_Ct 001 001 036 4095 2", "3 Spin_Up_Time 100 020 025 594 1",
+					       "194 Temperature_Celsius 045 058 000 45 0", "240 Head_Flying_Hours 100 253 000 5185 0"};
 	for (const char *type : {"sat", "ata", "marvell"}) {
-		SCOPED_TRACE(type);
-		SmartInfoEntry *list = nullptr;
-		ASSERT_EQ(AtaSmartInfoGet("/dev/sda", type, &list), 0);
-		size_t i = 0;
-		for (const SmartInfoEntry *e = list; e; e = e->next, ++i) {
-			ASSERT_LT(i, std::size(want));
-			EXPECT_STREQ(e->id, want[i].id);
-			EXPECT_STREQ(e->name, want[i].name);
-			EXPECT_STREQ(e->value, want[i].value);
-			EXPECT_STREQ(e->worst, want[i].worst);
-			EXPECT_STREQ(e->threshold, want[i].threshold);
-			EXPECT_STREQ(e->raw, want[i].raw);
-			EXPECT_EQ(e->status, want[i].status);
-		}
-		EXPECT_EQ(i, std::size(want));
-		VEXODiskSmartInfoFree(list);
+		ListGuard g;
+		ASSERT_EQ(AtaSmartInfoGet("/dev/sda", type, &g.l), 0) << type;
+		EXPECT_EQ(rows(g.l), want) << type;
 	}
 }
 

@@ -37,21 +37,6 @@ using namespace vexo::selftest;
 
 namespace {
 
-// One row as "id name value worst threshold raw status".
-std::string row(const std::string &id, const std::string &name, const std::string &value, const std::string &worst,
-		const std::string &threshold, const std::string &raw, uint32_t status)
-{
-	return id + " " + name + " " + value + " " + worst + " " + threshold + " " + raw + " " + std::to_string(status);
-}
-
-std::vector<std::string> rows(const SmartInfoEntry *l)
-{
-	std::vector<std::string> out;
-	for (; l; l = l->next)
-		out.push_back(row(l->id, l->name ? l->name : "", l->value, l->worst, l->threshold, l->raw, l->status));
-	return out;
-}
-
 const std::string kHeading =
 	"ID# ATTRIBUTE_NAME          FLAG     VALUE WORST THRESH TYPE      UPDATED  WHEN_FAILED RAW_VALUE\n";
 const std::string kRow5 = "  5 Reallocated_Sector_Ct 0x0033 100 100 010 Pre-fail Always - 0\n";
