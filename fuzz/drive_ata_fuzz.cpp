@@ -21,7 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 	const uint8_t pick = data[0] % 7;
 	feed(data + 1, size - 1);
 	const char *path = "/dev/sda";
-	char fw[16], sn[32], text[32];
+	char sn[32], text[32];
 	switch (pick) {
 	case 0: {
 		unsigned char identify[512];
@@ -29,10 +29,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 		break;
 	}
 	case 1:
-		if (SmartFirmAndSerialRead(path, fw, sizeof(fw), sn, sizeof(sn)) == 0) {
-			vexo::fuzz::terminated(fw, sizeof(fw));
-			vexo::fuzz::terminated(sn, sizeof(sn));
-		}
+		vexo::fuzz::firmAndSerial(SmartFirmAndSerialRead, path);
 		break;
 	case 2: {
 		unsigned char values[512], thresholds[512];
@@ -46,12 +43,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 		break;
 	}
 	case 4:
-		if (VEXODiskFormFactorSizeGet(path, text, sizeof(text)) == 0)
-			vexo::fuzz::terminated(text, sizeof(text));
+		vexo::fuzz::filled(VEXODiskFormFactorSizeGet(path, text, sizeof(text)), text, sizeof(text));
 		break;
 	case 5:
-		if (VEXODiskMaskSerialGet(path, sn, sizeof(sn)) == 0)
-			vexo::fuzz::terminated(sn, sizeof(sn));
+		vexo::fuzz::filled(VEXODiskMaskSerialGet(path, sn, sizeof(sn)), sn, sizeof(sn));
 		break;
 	default: {
 		// The extended logs of one and of several sectors, straight.

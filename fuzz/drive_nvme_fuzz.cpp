@@ -19,28 +19,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 	const uint8_t pick = data[0] % 6;
 	feed(data + 1, size - 1);
 	const char *path = "/dev/nvme0n1";
-	char fw[16], sn[32], text[64];
+	char text[64];
 	unsigned char log[600];
 	std::memset(log, 0xA5, sizeof(log));
 	unsigned int v = 0;
 	switch (pick) {
 	case 0:
-		if (VEXONVMeFirmAndSerialRead(path, fw, sizeof(fw), sn, sizeof(sn)) == 0) {
-			vexo::fuzz::terminated(fw, sizeof(fw));
-			vexo::fuzz::terminated(sn, sizeof(sn));
-		}
+		vexo::fuzz::firmAndSerial(VEXONVMeFirmAndSerialRead, path);
 		break;
 	case 1:
-		if (SmartFirmAndSerialRead(path, fw, sizeof(fw), sn, sizeof(sn)) == 0) {
-			vexo::fuzz::terminated(fw, sizeof(fw));
-			vexo::fuzz::terminated(sn, sizeof(sn));
-		}
+		vexo::fuzz::firmAndSerial(SmartFirmAndSerialRead, path);
 		break;
 	case 2:
-		if (VEXONVMeDiskModelGet(path, text, 41) == 0)
-			vexo::fuzz::terminated(text, 41);
-		if (VEXONVMeDiskVendorGet(path, text, sizeof(text)) == 0)
-			vexo::fuzz::terminated(text, sizeof(text));
+		vexo::fuzz::filled(VEXONVMeDiskModelGet(path, text, 41), text, 41);
+		vexo::fuzz::filled(VEXONVMeDiskVendorGet(path, text, sizeof(text)), text, sizeof(text));
 		break;
 	case 3:
 		(void)VEXONVMeTemperatureGet(path);

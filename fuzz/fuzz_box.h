@@ -82,4 +82,22 @@ inline void terminated(const char *s, size_t size)
 		std::abort();
 }
 
+// The same for a text a call wrote when it says it did (rc 0).
+inline void filled(int rc, const char *s, size_t size)
+{
+	if (rc == 0)
+		terminated(s, size);
+}
+
+// A firmware and serial reader: both texts end inside their buffers.
+template <class Read>
+inline void firmAndSerial(Read read, const char *path)
+{
+	char fw[16], sn[32];
+	if (read(path, fw, sizeof(fw), sn, sizeof(sn)) == 0) {
+		terminated(fw, sizeof(fw));
+		terminated(sn, sizeof(sn));
+	}
+}
+
 } // namespace vexo::fuzz

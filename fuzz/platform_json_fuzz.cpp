@@ -20,10 +20,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 	(void)VEXONVMeDevLocGet("/dev/nvme0n1", &slot, &location);
 	(void)VEXONVMeDevPortTypeCheck("/dev/nvme0n1");
 	char text[64];
-	if (VEXONVMeDevGetByLoc(1, 1, text, sizeof(text)) == 0)
-		vexo::fuzz::terminated(text, sizeof(text));
+	vexo::fuzz::filled(VEXONVMeDevGetByLoc(1, 1, text, sizeof(text)), text, sizeof(text));
 	(void)VEXOM2CardModelGet("/dev/nvme0n1");
-	if (VEXOPcieEunitUniqueGetByDevPath("/dev/sda", text, sizeof(text)) == 0)
-		vexo::fuzz::terminated(text, sizeof(text));
+	vexo::fuzz::filled(VEXOPcieEunitUniqueGetByDevPath("/dev/sda", text, sizeof(text)), text, sizeof(text));
 	return 0;
 }

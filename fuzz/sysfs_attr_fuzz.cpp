@@ -32,10 +32,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 		DiskInfoFree(info);
 	}
 	char text[48];
-	if (VEXOLnxDiskGetModel("/dev/sda", text, sizeof(text)) == 0)
-		vexo::fuzz::terminated(text, sizeof(text));
-	if (VEXOLnxDiskGetVendor("/dev/sda", text, sizeof(text)) == 0)
-		vexo::fuzz::terminated(text, sizeof(text));
+	vexo::fuzz::filled(VEXOLnxDiskGetModel("/dev/sda", text, sizeof(text)), text, sizeof(text));
+	vexo::fuzz::filled(VEXOLnxDiskGetVendor("/dev/sda", text, sizeof(text)), text, sizeof(text));
 	(void)VEXODiskIsSSD("/dev/sda");
 	(void)VEXODiskIsRunning("/dev/sda");
 	unsigned long long bytes = 0;

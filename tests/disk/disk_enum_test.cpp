@@ -144,6 +144,21 @@ protected:
 		vexo::disk::encodeEntry(d, e);
 		return std::string(reinterpret_cast<const char *>(&e), sizeof(e));
 	}
+	// One disk's record as "name path model bytes block index container
+	// partition erasing", or "rc=<rc>" with the out pointer checked untouched.
+	std::string record(const char *path, int (*get)(const char *, DiskInfo **) = DiskInfoGetWithoutSMART)
+	{
+		DiskInfo *keep = reinterpret_cast<DiskInfo *>(0x1), *d = keep;
+		int rc = get(path, &d);
+		if (rc != 1)
+			return "rc=" + std::to_string(rc) + (d == keep ? "" : " touched");
+		std::string out = std::string(d->name) + " " + d->path + " " + d->model + " " + std::to_string(d->sizeBytes) +
+				  " " + std::to_string(d->logicalBlockSize) + " " + std::to_string(d->id.index) + " " +
+				  std::to_string(d->id.container) + " " + std::to_string(d->id.partitionNumber) + " " +
+				  std::to_string(d->secureErasing);
+		DiskInfoFree(d);
+		return out;
+	}
 	void erasing(const std::string &name) const
 	{
 		root.write(VEXO_SECURE_ERASE_DIR "/" + name + VEXO_SECURE_ERASE_SUFFIX, std::to_string(::getpid()) + "\n");
@@ -157,82 +172,49 @@ protected:
 
 TEST_F(DiskEnum, RecordOfOneDisk)
 {
-	DiskInfo *d = nullptr;
-	ASSERT_EQ(DiskInfoGetWithoutSMART("/dev/sdb", &d), 1);
-	// A /dev path keeps the slash in the name; a bare name does not.
-	EXPECT_STREQ(d->name, "/sdb");
-	EXPECT_STREQ(d->path, "/dev/sdb");
-	EXPECT_STREQ(d->model, "MODEL-sdb");
-	EXPECT_EQ(d->sizeBytes, 3000ULL * 512);
-	EXPECT_EQ(d->logicalBlockSize, 512);
-	EXPECT_EQ(d->id.index, 2);
-	EXPECT_EQ(d->id.container, DISK_CONTAINER_INTERNAL);
-	DiskInfoFree(d);
-
-	ASSERT_EQ(DiskInfoGetWithoutSMART("sdb3", &d), 1);
-	EXPECT_STREQ(d->name, "sdb");
-	EXPECT_STREQ(d->path, "/dev/sdb");
-	EXPECT_EQ(d->id.partitionNumber, 3);
-	DiskInfoFree(d);
-
-	// No model is no failure.
-	ASSERT_EQ(DiskInfoGetWithoutSMART("sysd1", &d), 1);
-	EXPECT_STREQ(d->model, "");
-	EXPECT_EQ(d->logicalBlockSize, 4096);
-	EXPECT_EQ(d->id.container, DISK_CONTAINER_SYS);
-	DiskInfoFree(d);
+	// A /dev path keeps the slash in the name; a bare name does not. No model is no failure.
+	EXPECT_EQ(record("/dev/sdb"), "/sdb /dev/sdb MODEL-sdb 1536000 512 2 1 0 0");
+	EXPECT_EQ(record("sdb3"), "sdb /dev/sdb MODEL-sdb 1536000 512 2 1 3 0");
+	EXPECT_EQ(record("sysd1"), "sysd1 /dev/sysd1  1073741824 4096 1 128 0 0");
 	DiskInfoFree(nullptr);
+	// An erasing disk is not asked its block size.
+	erasing("sdb");
+	root.remove("/sys/block/sdb/queue/logical_block_size");
+	EXPECT_EQ(record("sdb"), "sdb /dev/sdb MODEL-sdb 1536000 0 2 1 0 1");
 }
 
 TEST_F(DiskEnum, RecordFailuresLeaveNothingBehind)
 {
 	LogCapture log;
-	DiskInfo *keep = reinterpret_cast<DiskInfo *>(0x1);
-	DiskInfo *d = keep;
-	EXPECT_EQ(DiskInfoGetWithoutSMART(nullptr, &d), -1);
+	EXPECT_EQ(record(nullptr), "rc=-1");
 	EXPECT_EQ(DiskInfoGetWithoutSMART("sda", nullptr), -1);
 	EXPECT_EQ(log.count(LOG_ERR, "bad paramters"), 2);
 	EXPECT_ERR(VEXO_ERR_BAD_PARAM);
-
-	EXPECT_EQ(DiskInfoGetWithoutSMART("/dev/loop0", &d), -1);
+	EXPECT_EQ(record("/dev/loop0"), "rc=-1");
 	EXPECT_TRUE(log.has(LOG_ERR, "Failed to parse disk path /dev/loop0"));
 
 	root.remove("/sys/block/sdb/queue/logical_block_size");
 	log.clear();
-	EXPECT_EQ(DiskInfoGetWithoutSMART("sdb", &d), -1);
+	EXPECT_EQ(record("sdb"), "rc=-1");
 	EXPECT_TRUE(log.has(LOG_ERR, "Fail to fopen [/sys/block/sdb/queue/logical_block_size]"));
 	// once where it failed, once from the caller
 	EXPECT_EQ(log.count(LOG_ERR, "Fail to get disk logical block size"), 1);
 	root.write("/sys/block/sdb/queue/logical_block_size", "\n");
 	log.clear();
-	EXPECT_EQ(DiskInfoGetWithoutSMART("sdb", &d), -1);
+	EXPECT_EQ(record("sdb"), "rc=-1");
 	EXPECT_EQ(log.count(LOG_ERR, "Fail to get disk logical block size"), 2);
 
 	root.write("/sys/block/sda/size", "lots\n");
 	log.clear();
-	EXPECT_EQ(DiskInfoGetWithoutSMART("sda", &d), -1);
+	EXPECT_EQ(record("sda"), "rc=-1");
 	EXPECT_TRUE(log.has(LOG_ERR, "Failed to get size"));
 	root.remove("/sys/block/sda");
-	EXPECT_EQ(DiskInfoGetWithoutSMART("sda", &d), -1);
+	EXPECT_EQ(record("sda"), "rc=-1");
 	EXPECT_TRUE(log.has(LOG_ERR, "Failed to open /sys/block/sda/size"));
-	EXPECT_EQ(d, keep);
-
 	// DiskInfoGet passes the failing value on with its own line.
 	log.clear();
-	EXPECT_EQ(DiskInfoGet("sda", &d), -1);
+	EXPECT_EQ(record("sda", DiskInfoGet), "rc=-1");
 	EXPECT_TRUE(log.has(LOG_ERR, "fail to get disk information"));
-	EXPECT_EQ(d, keep);
-}
-
-TEST_F(DiskEnum, ErasingDiskIsNotAskedItsBlockSize)
-{
-	erasing("sdb");
-	root.remove("/sys/block/sdb/queue/logical_block_size");
-	DiskInfo *d = nullptr;
-	ASSERT_EQ(DiskInfoGetWithoutSMART("sdb", &d), 1);
-	EXPECT_EQ(d->secureErasing, 1);
-	EXPECT_EQ(d->logicalBlockSize, 0);
-	DiskInfoFree(d);
 }
 
 TEST_F(DiskEnum, VirtualEditionReadsNoTemperature)

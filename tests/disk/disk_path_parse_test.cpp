@@ -1,8 +1,10 @@
-// Device names into DiskIds: port maps, units, NVMe, sysd, M.2 cards, partitions.
+// Device names into DiskIds (port maps, units, NVMe, sysd, M.2 cards,
+// partitions), texts from ids, and the disk lists.
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <syslog.h>
-
+#include <vector>
 #include <vexohw/disk.h>
 #include <vexohw/disk_port.h>
 
@@ -12,6 +14,8 @@
 using vexo::test::DiskLayout;
 using vexo::test::LogCapture;
 using vexo::test::Sysroot;
+
+namespace {
 
 // The records are shared with other processes through /tmp/enumlist_det.
 static_assert(sizeof(DiskId) == 20);
@@ -67,11 +71,15 @@ protected:
 	}
 	void TearDown() override { vexo::external::resetPortMaps(); }
 
-	DiskId parse(const char *path, int expectRc = 0)
+	// "index container unit slot partition" of a parse, or "rc=-1" with the
+	// id checked untouched.
+	std::string parse(const char *path)
 	{
 		DiskId id{-7, -7, -7, -7, -7};
-		EXPECT_EQ(DiskPathParse(path, &id), expectRc) << path;
-		return id;
+		if (int rc = DiskPathParse(path, &id); rc != 0)
+			return "rc=" + std::to_string(rc) + (id.index == -7 && id.unit == -7 ? "" : " touched");
+		return std::to_string(id.index) + " " + std::to_string(id.container) + " " + std::to_string(id.unit) + " " +
+		       std::to_string(id.slot) + " " + std::to_string(id.partitionNumber);
 	}
 
 	Sysroot root;
@@ -116,23 +124,16 @@ TEST_F(DiskNames, PartitionNumbers)
 	EXPECT_STREQ(small, "sda");
 	EXPECT_EQ(VEXODiskPartitionNumGet("sdab1", small, sizeof(small)), -1);
 
-	EXPECT_EQ(DiskPartitionNumRemove("/dev/sda3", disk, sizeof(disk)), 0);
-	EXPECT_STREQ(disk, "/dev/sda");
-	EXPECT_EQ(DiskPartitionNumRemove("sda0", disk, sizeof(disk)), 0);
-	EXPECT_STREQ(disk, "sda"); // cut at any digit, unlike the split above
-	EXPECT_EQ(DiskPartitionNumRemove("nvme0n1p12", disk, sizeof(disk)), 0);
-	EXPECT_STREQ(disk, "nvme0n1");
-	EXPECT_EQ(DiskPartitionNumRemove("nvc1p", disk, sizeof(disk)), 0);
-	EXPECT_STREQ(disk, "nvc1p");
+	using vexo::test::textOf;
+	EXPECT_EQ(textOf(DiskPartitionNumRemove, "/dev/sda3", 32), "/dev/sda");
+	EXPECT_EQ(textOf(DiskPartitionNumRemove, "sda0", 32), "sda"); // cut at any digit, unlike the split above
+	EXPECT_EQ(textOf(DiskPartitionNumRemove, "nvme0n1p12", 32), "nvme0n1");
+	EXPECT_EQ(textOf(DiskPartitionNumRemove, "nvc1p", 32), "nvc1p");
 	// The buffer must hold the whole input, whatever is cut.
 	LogCapture log;
-	char four[4] = "xyz";
-	EXPECT_EQ(DiskPartitionNumRemove("sda1", four, sizeof(four)), -1);
-	EXPECT_STREQ(four, "xyz");
+	EXPECT_EQ(textOf(DiskPartitionNumRemove, "sda1", 4), "rc=-1");
 	EXPECT_TRUE(log.has(LOG_ERR, "buffer size of szDiskPath should be longer than string length of szPartPath"));
-	char five[5];
-	EXPECT_EQ(DiskPartitionNumRemove("sda1", five, sizeof(five)), 0);
-	EXPECT_STREQ(five, "sda");
+	EXPECT_EQ(textOf(DiskPartitionNumRemove, "sda1", 5), "sda");
 }
 
 TEST_F(DiskNames, ContainersAndPortTypes)
@@ -166,76 +167,43 @@ TEST_F(DiskNames, ContainersAndPortTypes)
 	EXPECT_TRUE(log.has(LOG_ERR, "bad paramters"));
 }
 
-TEST_F(DiskNames, InternalAndUnitDisks)
+TEST_F(DiskNames, InternalUnitSystemAndNvmeDisks)
 {
 	// sdaa with an internal map: letters give the index.
 	disks.portMaps("1000000", "", "ffffffff", "");
 	vexo::external::resetPortMaps();
-	DiskId id = parse("/dev/sdaa1");
-	EXPECT_EQ(id.index, 27);
-	EXPECT_EQ(id.partitionNumber, 1);
-	EXPECT_EQ(id.container, 1);
-	EXPECT_EQ(id.unit, 0);
-	EXPECT_EQ(id.slot, -1);
+	EXPECT_EQ(parse("/dev/sdaa1"), "27 1 0 -1 1");
 
 	// The same name behind an external port: unit 1, bay from the unit's list.
 	disks.portMaps("1000000", "3", "0", "");
 	vexo::external::resetPortMaps();
 	disks.unit(7, "sda", {"/dev/sdaa", "/dev/sdab", "/dev/sdac"});
 	disks.unit(8, "sdb", {"/dev/sdba", "/dev/sdbb"}, "XU06");
-	id = parse("/dev/sdab1");
-	EXPECT_EQ(id.unit, 1);
-	EXPECT_EQ(id.index, 2);
-	EXPECT_EQ(id.container, 2);
-	EXPECT_EQ(id.partitionNumber, 1);
-	id = parse("sdbb");
-	EXPECT_EQ(id.unit, 2);
-	EXPECT_EQ(id.index, 2);
-
+	EXPECT_EQ(parse("/dev/sdab1"), "2 2 1 -1 1");
+	EXPECT_EQ(parse("sdbb"), "2 2 2 -1 0");
 	// One letter on an external port that a unit lists: unit and index from the letter.
 	disks.unit(9, "sdb", {"/dev/sdb"});
-	id = parse("sdb");
-	EXPECT_EQ(id.container, 2);
-	EXPECT_EQ(id.unit, 2);
-	EXPECT_EQ(id.index, 2);
-
+	EXPECT_EQ(parse("sdb"), "2 2 2 -1 0");
 	// A unit disk no unit lists fails and leaves the id as it was.
-	DiskId kept{-7, -7, -7, -7, -7};
-	EXPECT_EQ(DiskPathParse("sdaz", &kept), -1);
-	EXPECT_EQ(kept.index, -7);
-	EXPECT_EQ(kept.unit, -7);
-}
+	EXPECT_EQ(parse("sdaz"), "rc=-1");
 
-TEST_F(DiskNames, SystemAndNvmeDisks)
-{
+	disks.portMaps("20", "10", "f", "", {{"support_nvme", "yes"}});
+	vexo::external::resetPortMaps();
 	disks.plain("sysd2");
-	DiskId id = parse("/dev/sysd2p1");
-	EXPECT_EQ(id.index, 2);
-	EXPECT_EQ(id.unit, 0);
-	EXPECT_EQ(id.container, 128);
-	EXPECT_EQ(id.partitionNumber, 1);
-
+	EXPECT_EQ(parse("/dev/sysd2p1"), "2 128 0 -1 1");
 	disks.nvme("nvme0n1", "0000:00:01.2/0000:01:00.0");
 	disks.nvme("nvme1n1", "0000:00:1d.0/0000:04:00.0/0000:05:00.0");
-	id = parse("nvme0n1p2");
-	EXPECT_EQ(id.partitionNumber, 2);
-	EXPECT_EQ(id.container, 32);
-	EXPECT_EQ(id.index, 1);
-	EXPECT_EQ(id.slot, 0);
-	id = parse("/dev/nvme0n1");
-	EXPECT_EQ(id.partitionNumber, 0);
+	EXPECT_EQ(parse("nvme0n1p2"), "1 32 0 0 2");
+	EXPECT_EQ(parse("/dev/nvme0n1"), "1 32 0 0 0");
 	// Behind the card in slot 2: the deepest described address wins.
-	id = parse("/dev/nvme1n1");
-	EXPECT_EQ(id.slot, 2);
-	EXPECT_EQ(id.index, 3);
+	EXPECT_EQ(parse("/dev/nvme1n1"), "3 32 0 2 0");
 
 	// An NVMe disk in no described place is unknown.
 	disks.nvme("nvme2n1", "0000:00:09.0/0000:09:00.0");
 	LogCapture log;
-	DiskId kept{-7, -7, -7, -7, -7};
-	EXPECT_EQ(DiskPathParse("/dev/nvme2n1", &kept), -1);
-	EXPECT_EQ(kept.index, -7);
+	EXPECT_EQ(parse("/dev/nvme2n1"), "rc=-1");
 	EXPECT_TRUE(log.has(LOG_ERR, "bad paramters: unknown device, disk path: /dev/nvme2n1"));
+	DiskId kept{};
 	EXPECT_EQ(DiskPathParse(nullptr, &kept), -1);
 	EXPECT_ERR(0x0D00);
 	EXPECT_EQ(DiskPathParse("/dev/sda", nullptr), -1);
@@ -295,18 +263,165 @@ TEST_F(DiskNames, M2SataPathParse)
 	// M2C-S2 cards carry SATA here, but a VQ110 blocks them.
 	// A blocked device still parses; with no container of its own it reads as internal.
 	EXPECT_EQ(VEXODiskPortCheck("nvc1"), 10);
-	DiskId blocked = parse("nvc1");
-	EXPECT_EQ(blocked.container, 1);
-	EXPECT_EQ(blocked.index, 3);
-	EXPECT_EQ(blocked.slot, 1);
+	EXPECT_EQ(parse("nvc1"), "3 1 0 1 0");
 	// On another product the same card is a cache device.
 	disks.platform(std::string(kPlatform).replace(std::string(kPlatform).find("VQ110"), 5, "VQ300"));
-	DiskId id = parse("/dev/nvc1p2");
-	EXPECT_EQ(id.container, 32);
-	EXPECT_EQ(id.index, 3);
-	EXPECT_EQ(id.slot, 1);
-	EXPECT_EQ(id.partitionNumber, 2);
-	EXPECT_EQ(id.unit, 0);
+	EXPECT_EQ(parse("/dev/nvc1p2"), "3 32 0 1 2");
+}
+
+} // namespace
+
+// Texts from ids, and the disk lists.
+DiskId makeId(int container, int index, int unit = 0, int slot = -1) { return DiskId{index, container, unit, 0, slot}; }
+
+DiskInfo *record(int container, int index, int unit)
+{
+	auto *d = static_cast<DiskInfo *>(std::calloc(1, sizeof(DiskInfo)));
+	d->id = makeId(container, index, unit);
+	return d;
+}
+
+// The text of an id; a call that writes one succeeds with 0, not a length.
+std::string text(int (*fn)(const DiskId *, char *, int), const DiskId &id)
+{
+	char out[64] = "untouched";
+	EXPECT_EQ(fn(&id, out, sizeof(out)), 0);
+	return out;
+}
+
+TEST(DiskIdText, DisplayTexts)
+{
+	EXPECT_EQ(text(DiskIdToString, makeId(1, 3)), "3");
+	EXPECT_EQ(text(DiskIdToString, makeId(128, 2)), "System device 2");
+	EXPECT_EQ(text(DiskIdToString, makeId(32, 12, 0, -1)), "Cache device 2");
+	EXPECT_EQ(text(DiskIdToString, makeId(32, 2, 0, 3)), "Cache device 3-2");
+	// Any other negative slot writes nothing and is not a failure.
+	char out[32] = "untouched";
+	DiskId odd = makeId(32, 2, 0, -2);
+	EXPECT_EQ(DiskIdToString(&odd, out, sizeof(out)), 0);
+	EXPECT_STREQ(out, "untouched");
+	EXPECT_EQ(DiskIdToString(nullptr, out, sizeof(out)), -1);
+	// A text that does not fit is refused whole: a cut one names another disk.
+	DiskId one = makeId(1, 123456);
+	char small[7] = "left";
+	EXPECT_EQ(DiskIdToString(&one, small, sizeof(small)), 0);
+	EXPECT_STREQ(small, "123456");
+	EXPECT_EQ(DiskIdToString(&one, small, 6), -1);
+	EXPECT_EQ(DiskIdToMailString(&one, small, sizeof(small)), -1);
+	EXPECT_STREQ(small, "123456");
+}
+
+TEST(DiskIdText, MailTexts)
+{
+	Sysroot root;
+	LogCapture log;
+	// No maillang and no string table: built-in English.
+	EXPECT_EQ(text(DiskIdToMailString, makeId(1, 3)), "disk 3");
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to get maillang, use enu instead. vexoerr=[0x"));
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to get value of volume_disk_info in /usr/vexo/vexoman/webman/texts/enu/strings"));
+	EXPECT_EQ(text(DiskIdToMailString, makeId(32, 11)), "Cache device 1");
+
+	root.conf("/etc/vexoinfo.conf", {{"maillang", "ger"}});
+	root.write("/usr/vexo/vexoman/webman/texts/ger/strings",
+		   "[disk]\nvolume_disk_info=\"Festplatte\"\nvolume_system_disk=\"Systemgerät\"\ndedicated_ssd_cache=\"SSD-Cache\"\n");
+	log.clear();
+	EXPECT_EQ(text(DiskIdToMailString, makeId(1, 3)), "Festplatte 3");
+	EXPECT_EQ(text(DiskIdToMailString, makeId(128, 2)), "Systemgerät 2");
+	EXPECT_EQ(text(DiskIdToMailString, makeId(32, 2, 0, 1)), "SSD-Cache 1-2");
+	EXPECT_EQ(log.count(LOG_ERR), 0) << log.dump();
+	// A language naming another directory is not followed.
+	root.conf("/etc/vexoinfo.conf", {{"maillang", "../../x"}});
+	EXPECT_EQ(text(DiskIdToMailString, makeId(1, 3)), "disk 3");
+}
+
+TEST(DiskIdText, IdentifiersAndKeys)
+{
+	Sysroot root;
+	DiskLayout disks(root);
+	DiskInfo info{};
+	char out[64];
+	auto ident = [&](DiskId id) {
+		info.id = id;
+		std::strcpy(out, "untouched");
+		EXPECT_EQ(VEXODiskInfoToString(&info, out, sizeof(out)), 0);
+		return std::string(out);
+	};
+	EXPECT_EQ(ident(makeId(1, 3)), "Disk_3");
+	EXPECT_EQ(ident(makeId(128, 2)), "System_2");
+	EXPECT_EQ(ident(makeId(32, 2, 0, 1)), "Cache_1-2");
+	EXPECT_EQ(ident(makeId(32, 12)), "Cache_2");
+	EXPECT_EQ(ident(makeId(4, 1)), "unknown");
+	LogCapture log;
+	EXPECT_EQ(ident(makeId(32, 5, 0, -3)), "Cache_5");
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to get cache device name string"));
+	// A unit disk carries its unit's unique text, or "Eunit".
+	std::strcpy(info.path, "/dev/sdab");
+	EXPECT_EQ(ident(makeId(2, 2, 1)), "Disk_2_Eunit");
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to get eunit unique"));
+	disks.unit(5, "sda", {"/dev/sdaa", "/dev/sdab"}, "XU09");
+	EXPECT_EQ(ident(makeId(2, 2, 1)), "Disk_2_XU09");
+	EXPECT_EQ(VEXODiskInfoToString(nullptr, out, sizeof(out)), -1);
+	EXPECT_EQ(VEXODiskInfoToString(&info, out, 0), -1);
+	EXPECT_TRUE(log.has(LOG_ERR, "Invalid inputed parameter"));
+
+	auto key = [&](DiskId id) {
+		std::strcpy(out, "untouched");
+		int rc = VEXODiskIdSerialize(&id, out, sizeof(out));
+		return rc == 0 ? std::string(out) : "rc=" + std::to_string(rc) + " " + out;
+	};
+	EXPECT_EQ(key(makeId(1, 3, 9, 4)), "internal_0_3");
+	EXPECT_EQ(key(makeId(2, 3, 2)), "ebox_2_3");
+	EXPECT_EQ(key(makeId(32, 2, 0, 1)), "cache_1_2");
+	for (int c : {4, 64}) {
+		VLIBCErrClear();
+		EXPECT_EQ(key(makeId(c, 1)), "rc=-1 untouched") << c;
+		EXPECT_ERR(0x6100);
+	}
+	DiskId id = makeId(1, 3);
+	char tiny[8];
+	EXPECT_EQ(VEXODiskIdSerialize(&id, tiny, sizeof(tiny)), -1);
+}
+
+TEST(DiskLists, PushRemoveSort)
+{
+	DiskListNode *head = nullptr;
+	DiskInfo *orphan = record(1, 1, 0);
+	DiskListPush(nullptr, orphan); // no list: the caller keeps the record
+	std::free(orphan);
+	DiskListPush(&head, nullptr);
+	EXPECT_EQ(head, nullptr);
+	// Unit 1 disks, unit 0 cache devices and unit 0 data disks, mixed.
+	DiskListPush(&head, record(2, 2, 1));
+	DiskListPush(&head, record(32, 1, 0));
+	DiskListPush(&head, record(1, 3, 0));
+	DiskListPush(&head, record(2, 1, 1));
+	DiskListPush(&head, record(1, 1, 0));
+	DiskListPush(&head, record(32, 0, 0));
+	ASSERT_EQ(VEXODiskSortByEboxIdAndDiskId(head), 0);
+	std::vector<std::string> order;
+	for (DiskListNode *c = head; c; c = c->next)
+		order.push_back(std::to_string(c->info->id.unit) + ":" + std::to_string(c->info->id.container) + ":" +
+				std::to_string(c->info->id.index));
+	EXPECT_EQ(order, (std::vector<std::string>{"0:1:1", "0:1:3", "0:32:0", "0:32:1", "1:2:1", "1:2:2"}));
+	EXPECT_EQ(VEXODiskSortByEboxIdAndDiskId(nullptr), -1);
+
+	// The predicate frees the records it removes; the list frees the cells.
+	auto dropCache = [](DiskListNode *c) {
+		if (c->info->id.container != 32)
+			return 0;
+		std::free(c->info);
+		return 1;
+	};
+	EXPECT_EQ(DiskListRemove(&head, dropCache), 4);
+	EXPECT_EQ(head->info->id.index, 1);
+	EXPECT_EQ(DiskListRemove(&head, nullptr), 0);
+	EXPECT_EQ(DiskListRemove(nullptr, dropCache), 0);
+	auto dropAll = [](DiskListNode *c) {
+		std::free(c->info);
+		return 1;
+	};
+	EXPECT_EQ(DiskListRemove(&head, dropAll), 0);
+	EXPECT_EQ(head, nullptr);
 }
 
 } // namespace

@@ -1,20 +1,41 @@
-// Identity probes that ask the drive, against the drive emulator: form
-// factor, size and block size, true serial, the disks carrying a serial,
-// and the record of the first disk.
+// Against the drive emulator: identity probes (form factor, size and block
+// size, true serial, the disks carrying a serial, the record of the first
+// disk), disk state and the disk action database, the debug overrides, and
+// enumeration on a simulated box.
+#include <chrono>
+#include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <json-c/json.h>
+#include <map>
+#include <sstream>
 #include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
-
 #include <vexohw/disk.h>
+#include <vexohw/disk_debug.h>
+#include <vexohw/disk_enum.h>
 #include <vexohw/disk_port.h>
 #include <vexohw/disk_probe.h>
 #include <vexohw/disk_state.h>
+#include <vexohw/smart_serial.h>
+#include <vexohw/smart_temperature.h>
+#include <vexoplatform/disk_map.h>
 
+#include "external/port_map.h"
+#include "frame/device.h"
 #include "smartctl/drive_sim.h"
+#include "smartctl/sim_disk.h"
+#include "smartctl/smart_util.h"
 #include "support/disk_layout.h"
+#include "support/vexotest.h"
 
 using namespace vexo::test;
+namespace fs = std::filesystem;
+using vexo::test::ScopedEnv;
 
 namespace {
 
@@ -33,12 +54,9 @@ protected:
 		node(name, R"({"protocol":"ata","model":"ST8000VN004-2M2101","serial":"ZA1B2C3D","firmware":"SC60")" +
 				   (extra.empty() ? "" : "," + extra) + "}");
 	}
-	std::string formFactor(const std::string &name)
+	std::string formFactor(const std::string &name, size_t size = 64)
 	{
-		char text[64] = "untouched";
-		if (VEXODiskFormFactorSizeGet(("/dev/" + name).c_str(), text, sizeof(text)) != 0)
-			return "-1";
-		return text;
+		return textOf(VEXODiskFormFactorSizeGet, ("/dev/" + name).c_str(), size);
 	}
 };
 
@@ -66,31 +84,28 @@ TEST_F(IdentitySim, FormFactorWord)
 
 	// A short buffer gets nothing rather than a cut text.
 	ata("sda", "\"form_factor\":7");
-	char small[8] = "keep";
-	EXPECT_EQ(VEXODiskFormFactorSizeGet("/dev/sda", small, sizeof(small)), -1);
-	EXPECT_STREQ(small, "keep");
+	EXPECT_EQ(formFactor("sda", 8), "rc=-1");
 }
 
 TEST_F(IdentitySim, FormFactorFailures)
 {
 	LogCapture log;
 	ata("sda", R"("faults":{"identify":{"abort":true},"packet_identify":{"abort":true}})");
-	EXPECT_EQ(formFactor("sda"), "-1");
+	EXPECT_EQ(formFactor("sda"), "rc=-1");
 	EXPECT_EQ(log.count(LOG_ERR, "Failed to read smart identify"), 1) << log.dump();
-	EXPECT_EQ(formFactor("sdq"), "-1");
+	EXPECT_EQ(formFactor("sdq"), "rc=-1");
 	EXPECT_EQ(log.count(LOG_ERR, "Failed to read smart identify"), 2);
 
 	// A SCSI drive has no IDENTIFY page: -1, silently.
 	log.clear();
 	root.conf("/etc.defaults/vexoinfo.conf", {{"internalportcfg", "0xff"}, {"usbportcfg", "0xff0000"}, {"vvos", "yes"}});
 	node("sdb", kScsiNode);
-	EXPECT_EQ(formFactor("sdb"), "-1");
+	EXPECT_EQ(formFactor("sdb"), "rc=-1");
 	EXPECT_ERR(0xD900);
 	EXPECT_EQ(log.count(LOG_ERR, "Failed to read smart identify"), 0) << log.dump();
 
-	char text[16];
-	EXPECT_EQ(VEXODiskFormFactorSizeGet(nullptr, text, sizeof(text)), -1);
-	EXPECT_EQ(VEXODiskFormFactorSizeGet("/dev/sda", text, 0), -1);
+	EXPECT_EQ(textOf(VEXODiskFormFactorSizeGet, nullptr), "rc=-1");
+	EXPECT_EQ(formFactor("sda", 0), "rc=-1");
 	EXPECT_EQ(log.count(LOG_ERR, "Invalid inputed parameter"), 2);
 }
 
@@ -122,19 +137,13 @@ TEST_F(IdentitySim, SizeFromTheDrive)
 TEST_F(IdentitySim, TrueSerial)
 {
 	ata("sda", "");
-	char serial[32] = {};
-	ASSERT_EQ(DiskSerialGet("sda", serial, sizeof(serial)), 0);
-	EXPECT_STREQ(serial, "ZA1B2C3D");
-	// Does not fit: refused whole.
-	char small[8] = "keep";
-	EXPECT_EQ(DiskSerialGet("/dev/sda", small, sizeof(small)), -1);
+	EXPECT_EQ(textOf(DiskSerialGet, "sda", 32), "ZA1B2C3D");
+	EXPECT_EQ(textOf(DiskSerialGet, "/dev/sda", 8), "rc=-1"); // does not fit: refused whole
 	EXPECT_ERR(0x0D00);
-	EXPECT_STREQ(small, "keep");
-
 	LogCapture log;
-	EXPECT_EQ(DiskSerialGet("/dev/sdq", serial, sizeof(serial)), -1);
+	EXPECT_EQ(textOf(DiskSerialGet, "/dev/sdq", 32), "rc=-1");
 	EXPECT_TRUE(log.has(LOG_ERR, "SmartFirmAndSerialRead failed on [/dev/sdq] [0x")) << log.dump();
-	EXPECT_EQ(DiskSerialGet(nullptr, serial, sizeof(serial)), -1);
+	EXPECT_EQ(textOf(DiskSerialGet, nullptr, 32), "rc=-1");
 	EXPECT_ERR(0x0D00);
 }
 
@@ -152,22 +161,19 @@ TEST_F(IdentitySim, PathsBySerial)
 
 	PVLIBSZLIST paths = VLIBCSzListAlloc(4);
 	ASSERT_EQ(VEXODiskDevPathGetBySerialNumber("ZA1B2C3D", &paths), 0);
-	ASSERT_EQ(paths->nItem, 2);
-	EXPECT_STREQ(VLIBCSzListGet(paths, 0), "/dev/sda");
-	EXPECT_STREQ(VLIBCSzListGet(paths, 1), "/dev/sdc");
+	EXPECT_EQ(items(paths), (std::vector<std::string>{"/dev/sda", "/dev/sdc"}));
 
 	// A disk that cannot tell its serial is passed over, with a line.
 	LogCapture log;
 	VLIBCSzListClear(paths);
 	node("sda", R"({"protocol":"ata","faults":{"identify":{"abort":true},"packet_identify":{"abort":true}}})");
 	ASSERT_EQ(VEXODiskDevPathGetBySerialNumber("ZA1B2C3D", &paths), 0);
-	ASSERT_EQ(paths->nItem, 1);
-	EXPECT_STREQ(VLIBCSzListGet(paths, 0), "/dev/sdc");
+	EXPECT_EQ(items(paths), std::vector<std::string>{"/dev/sdc"});
 	EXPECT_TRUE(log.has(LOG_ERR, "Fail to get drive serial number from [/dev/sda]")) << log.dump();
 
 	VLIBCSzListClear(paths);
 	ASSERT_EQ(VEXODiskDevPathGetBySerialNumber("NOSUCH", &paths), 0);
-	EXPECT_EQ(paths->nItem, 0);
+	EXPECT_EQ(items(paths), std::vector<std::string>{});
 	EXPECT_EQ(VEXODiskDevPathGetBySerialNumber(nullptr, &paths), -1);
 	EXPECT_EQ(VEXODiskDevPathGetBySerialNumber("ZA1B2C3D", nullptr), -1);
 	EXPECT_ERR(0x0D00);
@@ -177,12 +183,8 @@ TEST_F(IdentitySim, PathsBySerial)
 TEST_F(IdentitySim, NvmeModelFromTheControllerOrTheCache)
 {
 	node("nvme0n1", R"({"protocol":"nvme","model":"VEXO SNV3410-800G","serial":"N0001"})");
-	char model[128] = {};
-	ASSERT_EQ(VEXOLnxDiskGetModel("/dev/nvme0n1", model, sizeof(model)), 0);
-	EXPECT_STREQ(model, "VEXO SNV3410-800G");
-	char vendor[64] = {};
-	ASSERT_EQ(VEXOLnxDiskGetVendor("nvme0n1", vendor, sizeof(vendor)), 0);
-	EXPECT_STREQ(vendor, "VEXO");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/nvme0n1"), "VEXO SNV3410-800G");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "nvme0n1", 64), "VEXO");
 	const std::string identifyController = "NVME_ADMIN opcode=0x06*cdw10=0x00000001*data_len=4096*-> ok";
 	expectSent("nvme0n1", {identifyController, identifyController}); // model, then vendor
 
@@ -190,8 +192,7 @@ TEST_F(IdentitySim, NvmeModelFromTheControllerOrTheCache)
 	root.diskDir("nvme0n1");
 	root.write("/run/vexostorage/disks/nvme0n1/model", "CACHED MODEL");
 	root.write(VEXO_SECURE_ERASE_DIR "/nvme0n1" VEXO_SECURE_ERASE_SUFFIX, std::to_string(::getpid()) + "\n");
-	ASSERT_EQ(VEXOLnxDiskGetModel("/dev/nvme0n1", model, sizeof(model)), 0);
-	EXPECT_STREQ(model, "CACHED MODEL");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/nvme0n1"), "CACHED MODEL");
 	expectSent("nvme0n1", {});
 }
 
@@ -271,6 +272,690 @@ TEST_F(FirstDisk, Failures)
 	EXPECT_EQ(VEXOLnxDiskGetInfo(&info), -1);
 	EXPECT_TRUE(log.has(LOG_ERR, "Failed to get disk model."));
 	EXPECT_STREQ(info.model, "untouched");
+}
+
+// Disk state and the disk action database: running state through stacked
+// devices, SATA detection, raw open, action entries, SCT support through
+// sg_sat_identify, and the mask_serial repair with its lock.
+class DiskState : public SimDisk {
+protected:
+	void SetUp() override
+	{
+		SimDisk::SetUp();
+		ASSERT_TRUE(kBackend);
+	}
+	std::vector<std::string> physical(const char *path)
+	{
+		PVLIBSZLIST l = VLIBCSzListAlloc(1);
+		int n = VEXODiskPhysicalDiskNameListGet(path, &l);
+		std::vector<std::string> out = n > 0 ? items(l) : std::vector<std::string>{};
+		if (n < 0)
+			out.push_back("failed");
+		VLIBCSzListFree(l);
+		return out;
+	}
+};
+
+TEST_F(DiskState, RunningThroughPartitionsAndVolumes)
+{
+	DiskLayout(root).sata("sdb", 2);
+	sysfs("sdb", "ATA", "VEXO HAT5300-8T", true, "offline");
+	root.mkdirs("/sys/block/sda/sda3");
+	root.mkdirs("/sys/block/sdb/sdb3");
+	root.mkdirs("/sys/block/md2/slaves/sda3");
+	root.mkdirs("/sys/block/md2/slaves/sdb3");
+	root.mkdirs("/sys/block/md2/slaves/sda5"); // no such partition dir: not a member we can place
+	EXPECT_EQ(physical("/dev/sda3"), std::vector<std::string>{"sda"});
+	EXPECT_EQ(physical("/dev/md2"), std::vector<std::string>{"failed"});
+	root.remove("/sys/block/md2/slaves/sda5");
+	root.mkdirs("/sys/block/md3/slaves/md2");
+	root.mkdirs("/sys/block/md3/slaves/sda3");
+	EXPECT_EQ(physical("md3"), (std::vector<std::string>{"sda", "sdb"})); // each disk once
+
+	EXPECT_EQ(VEXODiskIsRunning("/dev/sda"), 1);
+	EXPECT_EQ(VEXODiskIsRunning("/dev/sdb"), 0);
+	EXPECT_EQ(VEXODiskIsRunning("/dev/md2"), 1); // one running member is enough
+	sysfs("sda", "ATA", "VEXO HAT5300-8T", true, "blocked");
+	EXPECT_EQ(VEXODiskIsRunning("/dev/md2"), 0);
+	root.remove("/sys/block/sda/device/state");
+	EXPECT_EQ(VEXODiskIsRunning("/dev/sda"), 0);
+	EXPECT_EQ(VEXODiskIsRunning("/dev/nvme0n1"), 1);
+	DiskLayout(root).nvme("nvme0n1", "0000:00:01.0");
+	root.mkdirs("/sys/block/nvme0n1/nvme0n1p3");
+	root.mkdirs("/sys/block/md4/slaves/sda3");
+	root.mkdirs("/sys/block/md4/slaves/nvme0n1p3");
+	EXPECT_EQ(VEXODiskIsRunning("/dev/md4"), 1); // an NVMe member has no such state and is up
+	LogCapture log;
+	EXPECT_EQ(VEXODiskIsRunning("/dev/sdz"), 0);
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to get physical disk list from /dev/sdz"));
+	EXPECT_EQ(VEXODiskIsRunning(nullptr), 0);
+	// Only sysfs was read.
+	EXPECT_FALSE(root.exists("/run/vexosim/drive/sda.log"));
+}
+
+TEST_F(DiskState, SataSecureEraseAndRawOpen)
+{
+	EXPECT_EQ(VEXODiskIsSata("/dev/sda"), 1);
+	sysfs("sda", "ATAPI", "X", true);
+	EXPECT_EQ(VEXODiskIsSata("/dev/sda"), 0);
+	sysfs("sda", "SEAGATE", "X", true);
+	EXPECT_EQ(VEXODiskIsSata("/dev/sda"), 0);
+	EXPECT_EQ(VEXODiskIsSata("/dev/nvme0n1"), 0);
+	EXPECT_EQ(VEXODiskIsSata("/dev/sdz"), -1);
+	EXPECT_ERR(0x0900);
+
+	EXPECT_EQ(VLIBDiskIsSecureErasing("/dev/sda"), 0);
+	root.write(VEXO_SECURE_ERASE_DIR "/sda" VEXO_SECURE_ERASE_SUFFIX, std::to_string(::getpid()));
+	EXPECT_EQ(VLIBDiskIsSecureErasing("/dev/sda1"), 1);
+	root.write(VEXO_SECURE_ERASE_DIR "/sda" VEXO_SECURE_ERASE_SUFFIX, "garbage");
+	VLIBCErrSetEx(0x1234, "before", 1);
+	EXPECT_EQ(VLIBDiskIsSecureErasing("sda"), 0);
+	EXPECT_ERR(0x1234); // asking left the record alone
+
+	int h = VEXOIDiskRawOpen("/dev/sda3");
+	ASSERT_GE(h, 0);
+	vexo::dev::close(h);
+	EXPECT_NE(root.read("/run/vexosim/drive/sda.log").find("OPEN flags=2048"), std::string::npos);
+	EXPECT_EQ(VEXOIDiskRawOpen("/dev/sdz"), -1);
+	EXPECT_ERR(0x6C00);
+	EXPECT_EQ(VEXOIDiskRawOpen(nullptr), -1);
+}
+
+// The flush before a spin-down: FLUSH through HDIO on an ATA disk,
+// SYNCHRONIZE CACHE on the SCSI interface, nothing at all on NVMe.
+TEST_F(DiskState, FlushBufferByInterface)
+{
+	EXPECT_EQ(VEXOIDiskFlushBuffer("/dev/sda"), 0); // libata's EINVAL counts as done
+	expectSent("sda", {"HDIO_DRIVE_CMD args=null -> errno 22: refused: null argument"});
+	node("sda", R"({"protocol":"ata","faults":{"flush":{"errno":"EIO"}}})");
+	LogCapture log;
+	EXPECT_EQ(VEXOIDiskFlushBuffer("/dev/sda1"), -1);
+	EXPECT_ERR(0x6C00);
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to flush the buffer of /dev/sda1")) << log.dump();
+
+	// The virtual edition reaches its disks as SCSI.
+	product({{"vvos", "yes"}});
+	node("sda", R"({"protocol":"scsi"})");
+	EXPECT_EQ(VEXOIDiskFlushBuffer("/dev/sda"), 0);
+	expectSent("sda", {"HDIO_DRIVE_CMD args=null -> errno 5", "SG_IO*cdb=35"});
+
+	DiskLayout(root).nvme("nvme0n1", "0000:00:01.2/0000:01:00.0");
+	product({{"support_nvme", "yes"}});
+	EXPECT_EQ(VEXOIDiskFlushBuffer("/dev/nvme0n1"), -1);
+	EXPECT_ERR(0xD900);
+	EXPECT_EQ(VEXOIDiskFlushBuffer(nullptr), -1);
+	EXPECT_ERR(0x0D00);
+	EXPECT_EQ(VEXOIDiskFlushBuffer("/dev/sdz"), -1);
+}
+
+TEST_F(DiskState, ActionDatabase)
+{
+	unsigned flags = 99;
+	EXPECT_EQ(VEXODiskConfigDiskActionGet("/dev/sda", &flags), 0); // no database
+	EXPECT_EQ(flags, 0u);
+	EXPECT_EQ(VEXODiskIsVexology("/dev/sda"), 0);
+
+	actions(R"(<disk pattern="^VEXO" vendor="First" action="0x4000"/>
+	           <disk pattern="HAT5300" vendor="Second" action="1"/>
+	           <disk model="VEXO HAT5300-8T" vendor="Vexology" action="2097152"/>)");
+	EXPECT_EQ(VEXODiskConfigDiskActionGet("/dev/sda", &flags), 0); // the exact model wins
+	EXPECT_EQ(flags, 1u << 21);
+	EXPECT_EQ(VEXODiskIsVexology("/dev/sda"), 1);
+	EXPECT_EQ(VEXODiskConfigVendorMatch("/dev/sda", "vexology"), 0);
+	EXPECT_EQ(VEXODiskInSCTCmdBlackList("/dev/sda"), 0);
+
+	sysfs("sda", "ATA", "vexo hat5300-4T", true); // patterns ignore case; the first wins
+	EXPECT_EQ(VEXODiskConfigDiskActionGet("/dev/sda", &flags), 0);
+	EXPECT_EQ(flags, 0x4000u);
+	EXPECT_EQ(VEXODiskInSCTCmdBlackList("/dev/sda"), 1);
+	EXPECT_EQ(VEXODiskConfigVendorMatch("/dev/sda", "First"), 1);
+	EXPECT_EQ(VEXODiskIsVexology("/dev/sda"), 0);
+
+	sysfs("sda", "ATA", "OTHER 1", true);
+	flags = 99;
+	EXPECT_EQ(VEXODiskConfigDiskActionGet("/dev/sda", &flags), 0);
+	EXPECT_EQ(flags, 0u);
+
+	// The parse is kept while the file stays the same: a rewrite of the
+	// same size is seen at once.
+	for (unsigned want : {1u, 2u, 2u}) {
+		actions("<disk model=\"OTHER 1\" action=\"0x000" + std::to_string(want) + "\"/>");
+		EXPECT_EQ(VEXODiskConfigDiskActionGet("/dev/sda", &flags), 0);
+		EXPECT_EQ(flags, want);
+	}
+
+	LogCapture log;
+	root.write("/var/lib/diskaction/diskaction.xml", "<diskaction><disk model=");
+	EXPECT_EQ(VEXODiskConfigDiskActionGet("/dev/sda", &flags), -1);
+	EXPECT_ERR(0x0A00);
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to parse /var/lib/diskaction/diskaction.xml"));
+	root.write("/var/lib/diskaction/diskaction.xml", "<other/>");
+	EXPECT_EQ(VEXODiskConfigDiskActionGet("/dev/sda", &flags), -1);
+	EXPECT_EQ(VEXODiskConfigDiskActionGet("/dev/sdz", &flags), -1); // no model
+	EXPECT_EQ(VEXODiskConfigDiskActionGet(nullptr, &flags), -1);
+	EXPECT_EQ(VEXODiskIsVexology(nullptr), 0);
+	EXPECT_TRUE(log.has(LOG_ERR, "Invalide input parameters"));
+}
+
+TEST_F(DiskState, SctSupportThroughSatIdentify)
+{
+	tool("/usr/vexo/bin/sg_sat_identify", "cat \"$VEXO_SYSROOT/tmp/identify.out\"");
+	root.write("/tmp/identify.out", capture("sg_sat_identify_sct.txt"));
+	EXPECT_EQ(VEXODiskSCTCmdSupport("/dev/sda"), 0); // the product says nothing
+	EXPECT_TRUE(runs("sg_sat_identify").empty());
+
+	product({{"support_sct_cmd", "yes"}});
+	EXPECT_EQ(VEXODiskSCTCmdSupport("/dev/sda"), 1);
+	EXPECT_EQ(runs("sg_sat_identify"), std::vector<std::string>{"/dev/sda"});
+	root.write("/tmp/identify.out", capture("sg_sat_identify_no_sct.txt"));
+	EXPECT_EQ(VEXODiskSCTCmdSupport("/dev/sda"), 0);
+	root.write("/tmp/identify.out", "sg_sat_identify: ATA PASS-THROUGH failed\n");
+	EXPECT_EQ(VEXODiskSCTCmdSupport("/dev/sda"), -1);
+
+	// Not SATA, or listed: the tool is not run.
+	size_t before = runs("sg_sat_identify").size();
+	sysfs("sda", "VEXO", "VEXO HAT5300-8T", true);
+	EXPECT_EQ(VEXODiskSCTCmdSupport("/dev/sda"), 0);
+	sysfs("sda", "ATA", "VEXO HAT5300-8T", true);
+	actions(R"(<disk model="VEXO HAT5300-8T" action="0x4000"/>)");
+	EXPECT_EQ(VEXODiskSCTCmdSupport("/dev/sda"), 0);
+	EXPECT_EQ(runs("sg_sat_identify").size(), before);
+	EXPECT_EQ(VEXODiskSCTCmdSupport(nullptr), -1);
+
+	int s = 7;
+	EXPECT_EQ(VEXODiskSCTCmdSupportCache("/dev/sda", &s), -1);
+	EXPECT_ERR(0x0900);
+	root.write("/run/vexostorage/disks/sda/sct_cmd_support", "yes");
+	EXPECT_EQ(VEXODiskSCTCmdSupportCache("/dev/sda", &s), -1);
+	EXPECT_ERR(0x0A00);
+	EXPECT_EQ(s, 7);
+	root.write("/run/vexostorage/disks/sda/sct_cmd_support", "1");
+	EXPECT_EQ(VEXODiskSCTCmdSupportCache("sda", &s), 0);
+	EXPECT_EQ(s, 1);
+	root.write("/run/vexostorage/disks/sda/sct_cmd_support", "0");
+	EXPECT_EQ(VEXODiskSCTCmdSupportCache("/dev/sda", &s), 0);
+	EXPECT_EQ(s, 0);
+}
+
+class MaskFlag : public DiskState {
+protected:
+	void SetUp() override
+	{
+		DiskState::SetUp();
+		actions(R"(<disk model="VEXO HAT5300-8T" vendor="Vexology"/>)");
+		// The storage tool's repair: it computes the value and stores it.
+		tool("/usr/vexo/sbin/vexostorage",
+		     "[ -f \"$VEXO_SYSROOT/tmp/refuse\" ] && exit 1\n"
+		     "printf 1 > \"$VEXO_SYSROOT/run/vexostorage/disks/$2/mask_serial\"");
+	}
+	// Holds the lock in another process for `seconds`, storing value after
+	// a moment when it is not negative. Returns once the lock is held.
+	pid_t holdLock(double seconds, int value)
+	{
+		int p[2];
+		if (::pipe(p) != 0)
+			return -1;
+		pid_t pid = ::fork();
+		if (pid == 0) {
+			int fd = -1;
+			if (!VLIBCFileLockTimeByFile("/run/vexostorage/disks/sda/.lock.mask_serial", 1, 1, &fd))
+				::_exit(1);
+			(void)!::write(p[1], "x", 1);
+			::usleep(300000);
+			if (value >= 0)
+				root.write("/run/vexostorage/disks/sda/mask_serial", std::to_string(value));
+			::usleep(static_cast<useconds_t>(seconds * 1e6) - 300000);
+			::_exit(0);
+		}
+		char c;
+		(void)!::read(p[0], &c, 1);
+		::close(p[0]);
+		::close(p[1]);
+		return pid;
+	}
+	static double since(std::chrono::steady_clock::time_point t)
+	{
+		return std::chrono::duration<double>(std::chrono::steady_clock::now() - t).count();
+	}
+};
+
+TEST_F(MaskFlag, RepairedByTheStorageTool)
+{
+	LogCapture log;
+	EXPECT_EQ(VEXODiskIsMaskSerial("/dev/sda"), 1);
+	EXPECT_EQ(runs("vexostorage"), std::vector<std::string>{"--reset-disk-attr sda serial-mask"});
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to get mask_serial status of /dev/sda, retry it"));
+	EXPECT_EQ(root.read("/run/vexostorage/disks/sda/mask_serial"), "1");
+
+	root.remove("/run/vexostorage/disks/sda/mask_serial");
+	root.write("/tmp/refuse", "");
+	EXPECT_EQ(VEXODiskIsMaskSerial("/dev/sda"), 0);
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to re-set mask_serial status of /dev/sda"));
+}
+
+// A cached value answers; SSDs and drives of another vendor are not repaired.
+TEST_F(MaskFlag, CachedValueOrNoRepair)
+{
+	root.write("/run/vexostorage/disks/sda/mask_serial", "1");
+	EXPECT_EQ(VEXODiskIsMaskSerial("/dev/sda"), 1);
+	root.write("/run/vexostorage/disks/sda/mask_serial", "2");
+	EXPECT_EQ(VEXODiskIsMaskSerial("sda"), 0);
+	root.remove("/run/vexostorage/disks/sda/mask_serial");
+	sysfs("sda", "ATA", "VEXO HAT5300-8T", false);
+	EXPECT_EQ(VEXODiskIsMaskSerial("/dev/sda"), 0);
+	sysfs("sda", "ATA", "OTHER 1", true);
+	EXPECT_EQ(VEXODiskIsMaskSerial("/dev/sda"), 0);
+	EXPECT_TRUE(runs("vexostorage").empty());
+	EXPECT_EQ(VEXODiskIsMaskSerial(nullptr), 0);
+}
+
+// A name that reads as an option never reaches the storage tool.
+TEST_F(MaskFlag, OptionLikeNamesRunNothing)
+{
+	for (const char *path : {"--help", "/dev/-x", "-d"}) {
+		const std::string name = std::string(path).substr(path[0] == '/' ? 5 : 0);
+		sysfs(name, "ATA", "VEXO HAT5300-8T", true);
+		root.diskDir(name);
+		VLIBCErrClear();
+		EXPECT_EQ(VEXODiskIsMaskSerial(path), 0) << path;
+		EXPECT_ERR(0x0D00);
+	}
+	EXPECT_TRUE(runs("vexostorage").empty());
+}
+
+TEST_F(MaskFlag, AnotherProcessRepairsWhileWeWait)
+{
+	// The holder stores its answer and lets go; we take that answer and
+	// run nothing.
+	auto t = std::chrono::steady_clock::now();
+	pid_t holder = holdLock(1.0, 1);
+	ASSERT_GT(holder, 0);
+	EXPECT_EQ(VEXODiskIsMaskSerial("/dev/sda"), 1);
+	EXPECT_GE(since(t), 0.9);
+	EXPECT_LT(since(t), 2.5);
+	EXPECT_TRUE(runs("vexostorage").empty());
+	int st;
+	::waitpid(holder, &st, 0);
+}
+
+TEST_F(MaskFlag, LockHeldPastTheWait)
+{
+	pid_t holder = holdLock(4.5, -1);
+	ASSERT_GT(holder, 0);
+	LogCapture log;
+	auto t = std::chrono::steady_clock::now();
+	EXPECT_EQ(VEXODiskIsMaskSerial("/dev/sda"), 0);
+	double waited = since(t);
+	EXPECT_GE(waited, 2.9);
+	EXPECT_LT(waited, 4.4);
+	EXPECT_TRUE(runs("vexostorage").empty()); // only the lock holder may repair
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to re-get mask_serial status of /dev/sda"));
+	int st;
+	::waitpid(holder, &st, 0);
+}
+
+// Debug overrides: the gate, the section named by the true serial, every
+// reader's value form, and numbers that strtol rejects.
+class DebugOverride : public SimDisk {
+protected:
+	void SetUp() override
+	{
+		SimDisk::SetUp();
+		ASSERT_TRUE(kBackend);
+		gate(true);
+	}
+	void gate(bool on) { product({{"support_disk_status_debug", on ? "yes" : "no"}}); }
+	void section(const std::string &body)
+	{
+		root.write("/tmp/.disk_status_debug", "[VXS0000001]\ntemp=\"12\"\n\n[ZL2K4T7C]\n" + body + "\n");
+	}
+};
+
+TEST_F(DebugOverride, GateOffNeverTouchesTheDrive)
+{
+	section("temp=50\nunc=3");
+	gate(false);
+	int t = -7;
+	unsigned u = 7;
+	EXPECT_EQ(VEXODiskDebugTemperatureGet("/dev/sda", &t), 0);
+	EXPECT_EQ(VEXODiskDebugUncGet("/dev/sda", &u), 0);
+	EXPECT_EQ(t, -7);
+	EXPECT_EQ(u, 7u);
+	EXPECT_FALSE(root.exists("/run/vexosim/drive/sda.log"));
+	gate(true);
+	EXPECT_EQ(VEXODiskDebugTemperatureGet("/dev/sda", &t), 1);
+	EXPECT_EQ(t, 50);
+}
+
+TEST_F(DebugOverride, MissingFileSectionOrKey)
+{
+	int t = -7;
+	EXPECT_EQ(VEXODiskDebugTemperatureGet("/dev/sda", &t), 0);
+	root.write("/tmp/.disk_status_debug", "[VXS0000001]\ntemp=12\n");
+	EXPECT_EQ(VEXODiskDebugTemperatureGet("/dev/sda", &t), 0); // another disk's section
+	section("unc=1");
+	EXPECT_EQ(VEXODiskDebugTemperatureGet("/dev/sda", &t), 0);
+	EXPECT_EQ(t, -7);
+	section("temp=\"-5\"");
+	EXPECT_EQ(VEXODiskDebugTemperatureGet("/dev/sda", &t), 1);
+	EXPECT_EQ(t, -5);
+	// A drive that cannot tell its serial is a failure.
+	t = -7;
+	node("sda", R"({"protocol":"ata","faults":{"identify":{"errno":"EIO"},"packet_identify":{"errno":"EIO"}}})");
+	EXPECT_EQ(VEXODiskDebugTemperatureGet("/dev/sda", &t), -1);
+	EXPECT_ERR(0x2A00);
+	EXPECT_EQ(t, -7);
+}
+
+TEST_F(DebugOverride, NumbersStrtolRejectsCountAsAbsent)
+{
+	unsigned u = 7;
+	int t = -7;
+	section("unc=99999999999999999999\ntemp=warm\nlife=-1\ncrit=0x1F\nperc_used=42%");
+	LogCapture log;
+	EXPECT_EQ(VEXODiskDebugUncGet("/dev/sda", &u), 0);      // ERANGE
+	EXPECT_EQ(VEXODiskDebugTemperatureGet("/dev/sda", &t), 0); // no digits
+	EXPECT_EQ(VEXODiskDebugLifeGet("/dev/sda", &u), 0);     // below zero
+	EXPECT_EQ(u, 7u);
+	EXPECT_EQ(t, -7);
+	EXPECT_EQ(VEXONVMeDebugCritWarningGet("/dev/sda", &u), 1); // hexadecimal
+	EXPECT_EQ(u, 0x1Fu);
+	EXPECT_EQ(VEXONVMeDebugPercentageUsedGet("/dev/sda", &u), 1); // digits then text: strtol takes 42
+	EXPECT_EQ(u, 42u);
+	EXPECT_EQ(log.count(LOG_ERR, "Bad number"), 3);
+	section("temp=2147483648\nunc=4294967295\ncrit=ff");
+	EXPECT_EQ(VEXODiskDebugTemperatureGet("/dev/sda", &t), 0);
+	EXPECT_EQ(VEXODiskDebugUncGet("/dev/sda", &u), 1);
+	EXPECT_EQ(u, 4294967295u);
+	EXPECT_EQ(VEXONVMeDebugCritWarningGet("/dev/sda", &u), 1);
+	EXPECT_EQ(u, 0xFFu);
+}
+
+TEST_F(DebugOverride, WordsAndTexts)
+{
+	section("smart_test_quick=aborted\nsmart_test=none\nlatest_test_type=extend\n"
+		"adv_code=\"101\"");
+	int r = 0;
+	EXPECT_EQ(VEXODiskDebugSmartTestResultGet("/dev/sda", "smart_test_quick", &r), 1);
+	EXPECT_EQ(r, 2);
+	EXPECT_EQ(VEXODiskDebugSmartTestResultGet("/dev/sda", "smart_test", &r), 1);
+	EXPECT_EQ(r, 6);
+	EXPECT_EQ(SMARTDiskDebugSmartLatestTestTypeGet("/dev/sda", &r), 1);
+	EXPECT_EQ(r, 2);
+	char code[3] = "x";
+	EXPECT_EQ(VEXODiskDebugAdvTestCodeGet("/dev/sda", code, sizeof(code)), -1); // never cut
+	EXPECT_STREQ(code, "x");
+	char whole[4];
+	EXPECT_EQ(VEXODiskDebugAdvTestCodeGet("/dev/sda", whole, sizeof(whole)), 1);
+	EXPECT_STREQ(whole, "101");
+	section("smart_test_quick=passed\nlatest_test_type=short");
+	r = 9;
+	EXPECT_EQ(VEXODiskDebugSmartTestResultGet("/dev/sda", "smart_test_quick", &r), 0);
+	EXPECT_EQ(SMARTDiskDebugSmartLatestTestTypeGet("/dev/sda", &r), 0);
+	EXPECT_EQ(r, 9);
+	EXPECT_EQ(VEXODiskDebugSmartTestResultGet("/dev/sda", nullptr, &r), -1);
+	EXPECT_EQ(VEXODiskDebugAdvTestCodeGet("/dev/sda", nullptr, 4), -1);
+}
+
+TEST_F(DebugOverride, SmartInfoList)
+{
+	section("smart_info=#5, 100, 100, 10, 0;#194, 36, 40, 0, 36 (Min/Max 20/43);bogus; #9, 98, 98, 0, 1234 ;");
+	SmartInfoEntry *list = nullptr;
+	LogCapture log;
+	ASSERT_EQ(VEXODiskDebugSmartInfoListGet("/dev/sda", &list), 1);
+	std::vector<std::vector<std::string>> got;
+	for (auto *e = list; e; e = e->next) {
+		EXPECT_EQ(e->name, nullptr);
+		EXPECT_EQ(e->status, 0u);
+		got.push_back({e->id, e->value, e->worst, e->threshold, e->raw});
+	}
+	VEXODiskSmartInfoFree(list);
+	std::vector<std::vector<std::string>> want = {{"5", "100", "100", "10", "0"},
+						      {"194", "36", "40", "0", "36 (Min/Max 20/43)"},
+						      {"9", "98", "98", "0", "1234"}};
+	EXPECT_EQ(got, want);
+	EXPECT_TRUE(log.has(LOG_ERR, "Bad smart_info entry [bogus]"));
+
+	section("smart_info=");
+	list = reinterpret_cast<SmartInfoEntry *>(0x1);
+	EXPECT_EQ(VEXODiskDebugSmartInfoListGet("/dev/sda", &list), 1);
+	EXPECT_EQ(list, nullptr);
+	section("unc=1");
+	list = reinterpret_cast<SmartInfoEntry *>(0x1);
+	EXPECT_EQ(VEXODiskDebugSmartInfoListGet("/dev/sda", &list), 0);
+	EXPECT_EQ(list, reinterpret_cast<SmartInfoEntry *>(0x1));
+	EXPECT_EQ(VEXODiskDebugSmartInfoListGet("/dev/sda", nullptr), -1);
+}
+
+// Enumeration on a simulated box with the drive emulator answering: which
+// disks are asked their temperature, the size behind a device number, and
+// the overview command end to end.
+
+constexpr const char *kBox = R"({
+  "model": "VX0402",
+  "version": {"majorversion": "7", "minorversion": "2", "productversion": "7.2.2",
+              "buildphase": "GM", "base": 72806, "nano": 3, "builddate": "2024/11/06"},
+  "ports": {"internal": 2, "esata": 1, "usb": 1},
+  "units": [{"port": 1, "model": "XU05", "bays": 5}],
+  "devices": [
+    {"name": "sda", "where": "bay", "bay": 1, "protocol": "ata", "model": "ST8000VN004-3CP101",
+     "serial": "WWZ4K1QA", "firmware": "SC60", "size_bytes": 8001563222016, "rotation_rate": 7200,
+     "drive": {"temperature": 37}},
+    {"name": "sdb", "where": "bay", "bay": 2, "protocol": "ata", "model": "TOSHIBA MG08ACA16TE",
+     "serial": "31P0A0GDFVGG", "firmware": "0102", "size_bytes": 16000900661248, "rotation_rate": 7200,
+     "drive": {"temperature": 39}},
+    {"name": "sdca", "where": "unit", "port": 1, "bay": 1, "protocol": "ata", "model": "ST4000VN006-3CW104",
+     "serial": "ZW62Z1HX", "firmware": "SC60", "size_bytes": 4000787030016, "rotation_rate": 5400,
+     "drive": {"temperature": 41}},
+    {"name": "sdcb", "where": "unit", "port": 1, "bay": 2, "protocol": "ata", "model": "ST4000VN006-3CW104",
+     "serial": "ZW62Z2AD", "firmware": "SC60", "size_bytes": 4000787030016, "rotation_rate": 5400,
+     "drive": {"temperature": 44}},
+    {"name": "sdd", "where": "usb", "port": 1, "protocol": "ata", "vendor": "WD", "model": "Elements 25A3",
+     "serial": "WX12A71KT9E2", "firmware": "1021", "size_bytes": 2000365289472, "rotation_rate": 5400,
+     "drive": {"temperature": 30}}
+  ]
+})";
+
+using vexo::test::Ran;
+
+Ran run(const std::vector<std::string> &argv, bool withStderr = false)
+{
+	Ran r;
+	r.status = vexo::test::runProgram(argv, &r.out, withStderr);
+	return r;
+}
+
+class EnumSim : public ::testing::Test {
+protected:
+	static void SetUpTestSuite()
+	{
+		char t[] = "/tmp/vexo-enumsim.XXXXXX";
+		dir_ = ::mkdtemp(t);
+		{
+			std::FILE *f = std::fopen((dir_ + "/box.json").c_str(), "w");
+			std::fputs(kBox, f);
+			std::fclose(f);
+		}
+		Ran r = run({bin("vexosim"), "build", dir_ + "/box.json", dir_ + "/root"}, true);
+		ASSERT_EQ(r.status, 0) << r.out;
+	}
+	static void TearDownTestSuite() { fs::remove_all(dir_); }
+	void SetUp() override
+	{
+		vexo::external::resetPortMaps();
+		fs::remove(root() + VEXO_DISK_SNAPSHOT);
+		fs::remove_all(root() + "/run/vexosim/drive");
+	}
+	static std::string bin(const std::string &name) { return vexo::test::buildDir() + "/bin/" + name; }
+	static std::string root() { return dir_ + "/root"; }
+	// Commands a drive received (its emulator log, without OPEN lines).
+	static int commands(const std::string &name)
+	{
+		std::ifstream in(root() + "/run/vexosim/drive/" + name + ".log");
+		int n = 0;
+		for (std::string l; std::getline(in, l);)
+			n += l.rfind("OPEN", 0) != 0 && !l.empty();
+		return n;
+	}
+	// name -> temperature of the snapshot's entries
+	static std::map<std::string, int> snapshotTemperatures()
+	{
+		std::ifstream in(root() + VEXO_DISK_SNAPSHOT, std::ios::binary);
+		std::map<std::string, int> out;
+		DiskInfoFileEntry e;
+		while (in.read(reinterpret_cast<char *>(&e), sizeof(e)))
+			out[e.name] = e.temperature;
+		return out;
+	}
+
+	static std::string dir_;
+	ScopedEnv sysroot{"VEXO_SYSROOT", root().c_str()};
+};
+
+std::string EnumSim::dir_;
+
+TEST_F(EnumSim, WriterAsksOnlyTheDisksThatAreAwake)
+{
+	ASSERT_EQ(VLIBDiskInfoEnumToCache(nullptr), 0);
+	auto t = snapshotTemperatures();
+	EXPECT_EQ(t, (std::map<std::string, int>{{"sda", 37}, {"sdb", 39}, {"sdca", 41}, {"sdcb", 44}, {"sdd", 0}}));
+	EXPECT_EQ(commands("sdd"), 0); // a USB disk is never asked
+
+	DiskEnumHibStatus all{};
+	all.allHibernating = 1;
+	fs::remove_all(root() + "/run/vexosim/drive");
+	ASSERT_EQ(VLIBDiskInfoEnumToCache(&all), 0);
+	for (const auto &[name, temp] : snapshotTemperatures()) {
+		EXPECT_EQ(temp, 0) << name;
+		EXPECT_EQ(commands(name), 0) << name;
+	}
+
+	DiskEnumHibStatus some{};
+	ASSERT_EQ(DiskEnumHibDevPush("/dev/sdca", &some, DISK_HIB_KIND_EUNIT), 0);
+	ASSERT_EQ(DiskEnumHibDevPush("/dev/sda", &some, DISK_HIB_KIND_USB), 0); // only USB disks are looked up there
+	ASSERT_EQ(VLIBDiskInfoEnumToCache(&some), 0);
+	t = snapshotTemperatures();
+	EXPECT_EQ(t["sdca"], 0);
+	EXPECT_EQ(commands("sdca"), 0);
+	EXPECT_EQ(t["sdcb"], 44); // its neighbour in the unit is awake
+	EXPECT_EQ(t["sda"], 37);
+	std::free(some.eunitHibernating);
+	std::free(some.usbHibernating);
+}
+
+TEST_F(EnumSim, SizeBehindADeviceNumber)
+{
+	unsigned int *numbers = nullptr;
+	ASSERT_EQ(VEXODiskEnum(1, &numbers), 5);
+	// in the order of /proc/partitions: bays, the unit (major 68), USB
+	const unsigned int want[] = {0x800, 0x810, 0x44E0, 0x44F0, 0x830};
+	for (int i = 0; i < 5; ++i)
+		EXPECT_EQ(numbers[i], want[i]) << i;
+	std::free(numbers);
+	DiskBriefInfo *info = nullptr;
+	ASSERT_EQ(VEXODiskGetInfo(1, 0x44F0, &info), 0);
+	EXPECT_STREQ(info->name, "sdcb");
+	EXPECT_EQ(info->capacityMiB, 4000787030016ULL >> 20);
+	std::free(info);
+	ASSERT_EQ(VEXODiskGetInfo(1, 0x810, &info), 0);
+	EXPECT_STREQ(info->name, "sdb");
+	EXPECT_EQ(info->type, 7);
+	EXPECT_EQ(info->capacityMiB, 16000900661248ULL >> 20);
+	EXPECT_EQ(info->reserved[0], 0);
+	std::free(info);
+}
+
+json_object *parse(const std::string &text)
+{
+	return json_tokener_parse(text.c_str());
+}
+
+TEST_F(EnumSim, OverviewWalkAndSnapshotAgree)
+{
+	auto vexohw = [](std::vector<std::string> args) {
+		std::vector<std::string> argv = {bin("vexosim"), "run", root(), "--", bin("vexohw")};
+		argv.insert(argv.end(), args.begin(), args.end());
+		return run(argv);
+	};
+	Ran walk = vexohw({"--json", "overview", "--walk"});
+	ASSERT_EQ(walk.status, 0) << walk.out;
+	json_object *doc = parse(walk.out);
+	ASSERT_NE(doc, nullptr) << walk.out;
+	EXPECT_STREQ(json_object_get_string(json_object_object_get(doc, "source")), "walk");
+	json_object *disks = json_object_object_get(doc, "disks");
+	ASSERT_EQ(json_object_array_length(disks), 5u);
+	// bays first, then the unit, then USB
+	const char *order[] = {"sda", "sdb", "sdca", "sdcb", "sdd"};
+	for (size_t i = 0; i < 5; ++i) {
+		json_object *d = json_object_array_get_idx(disks, i);
+		EXPECT_STREQ(json_object_get_string(json_object_object_get(d, "name")), order[i]);
+		for (const char *k : {"location", "container", "model", "serial", "firmware", "capacity_bytes",
+				      "logical_block_size_bytes", "media", "temperature_c", "smart"})
+			EXPECT_TRUE(json_object_object_get_ex(d, k, nullptr)) << k;
+	}
+	json_object *sda = json_object_array_get_idx(disks, 0);
+	EXPECT_STREQ(json_object_get_string(json_object_object_get(sda, "location")), "Bay 1");
+	EXPECT_EQ(json_object_get_int64(json_object_object_get(sda, "capacity_bytes")), 8001563222016LL);
+	EXPECT_EQ(json_object_get_int(json_object_object_get(sda, "temperature_c")), 37);
+	EXPECT_STREQ(json_object_get_string(json_object_object_get(sda, "media")), "HDD");
+	// The kernel cuts the model at 16 bytes; the IDENTIFY data it keeps
+	// has the whole, and the record says so.
+	json_object *from = json_object_object_get(sda, "sources");
+	EXPECT_STREQ(json_object_get_string(json_object_object_get(sda, "model")), "ST8000VN004-3CP101");
+	EXPECT_STREQ(json_object_get_string(json_object_object_get(from, "model")), "ata_identify_vpd");
+	EXPECT_STREQ(json_object_get_string(json_object_object_get(from, "temperature_c")), "drive");
+	EXPECT_STREQ(json_object_get_string(json_object_object_get(from, "smart")), "smartctl");
+	EXPECT_EQ(json_object_get_type(json_object_object_get(json_object_array_get_idx(disks, 4), "temperature_c")),
+		  json_type_null); // USB: not asked
+	EXPECT_STREQ(json_object_get_string(json_object_object_get(json_object_array_get_idx(disks, 2), "location")),
+		     "Unit 3 bay 1 (XU05)");
+
+	// The SMART lists came from the tool once and were cached; a second run
+	// within the hour is served from the cache (which a tool run would have
+	// replaced) and says the same.
+	auto cacheStamp = [](const std::string &name) {
+		struct stat st {};
+		if (::stat((root() + "/run/vexostorage/disks/" + name + "/smart_info_list.cache").c_str(), &st) != 0)
+			return std::string("missing");
+		return std::to_string(st.st_ino) + "@" + std::to_string(st.st_mtim.tv_sec) + "." +
+		       std::to_string(st.st_mtim.tv_nsec);
+	};
+	const std::string sdaCache = cacheStamp("sda"), sdcaCache = cacheStamp("sdca");
+	EXPECT_NE(sdaCache, "missing");
+	EXPECT_NE(sdcaCache, "missing");
+	Ran again = vexohw({"--json", "overview", "--walk"});
+	ASSERT_EQ(again.status, 0) << again.out;
+	std::string expected = walk.out;
+	for (size_t at; (at = expected.find("\"smart\": \"smartctl\"")) != std::string::npos;)
+		expected.replace(at, 19, "\"smart\": \"cache\"");
+	EXPECT_EQ(again.out, expected);
+	EXPECT_EQ(cacheStamp("sda"), sdaCache);
+	EXPECT_EQ(cacheStamp("sdca"), sdcaCache);
+
+	Ran none = vexohw({"overview", "--snapshot"});
+	EXPECT_EQ(none.status, 1);
+	EXPECT_EQ(vexohw({"snapshot", "write", "sdcb"}).status, 1);
+	Ran wrote = vexohw({"--json", "snapshot", "write", "--hibernating", "sdcb", "/dev/sdd"});
+	ASSERT_EQ(wrote.status, 0) << wrote.out;
+	json_object *w = parse(wrote.out);
+	EXPECT_EQ(json_object_get_int(json_object_object_get(w, "disk_count")), 5);
+	Ran snap = vexohw({"--json", "disk", "list", "--snapshot"});
+	ASSERT_EQ(snap.status, 0) << snap.out;
+	json_object *s = parse(snap.out);
+	EXPECT_STREQ(json_object_get_string(json_object_object_get(s, "source")), "snapshot");
+	json_object *sdisks = json_object_object_get(s, "disks");
+	ASSERT_EQ(json_object_array_length(sdisks), 5u);
+	EXPECT_EQ(json_object_get_type(json_object_object_get(json_object_array_get_idx(sdisks, 3), "temperature_c")),
+		  json_type_null); // written while it slept
+	EXPECT_EQ(json_object_get_int(json_object_object_get(json_object_array_get_idx(sdisks, 2), "temperature_c")), 41);
+	Ran bad = vexohw({"snapshot", "write", "--hibernating", "sda"});
+	EXPECT_EQ(bad.status, 1);
+	Ran table = vexohw({"overview"});
+	EXPECT_EQ(table.status, 0);
+	EXPECT_NE(table.out.find("VX0402: 5 disks"), std::string::npos) << table.out;
+	json_object_put(doc);
+	json_object_put(w);
+	json_object_put(s);
 }
 
 } // namespace

@@ -27,6 +27,7 @@ using vexo::test::DiskLayout;
 using vexo::test::LogCapture;
 using vexo::test::runProgram;
 using vexo::test::Sysroot;
+using vexo::test::textOf;
 
 namespace {
 
@@ -45,9 +46,7 @@ protected:
 	std::string vendorOf(const std::string &model)
 	{
 		root.write("/sys/block/sda/device/model", model + "\n");
-		char v[64] = "untouched";
-		EXPECT_EQ(VEXOLnxDiskGetVendor("/dev/sda", v, sizeof(v)), 0) << model;
-		return v;
+		return vexo::test::textOf(VEXOLnxDiskGetVendor, "/dev/sda", 64);
 	}
 	// An eraser at work: its pid (a live one, ours) in the disk's marker.
 	void markSecureErasing(const std::string &name)
@@ -149,47 +148,35 @@ TEST_F(Identity, KernelVendorUnlessAta)
 {
 	// Not "ATA": the kernel's text stands as read, whatever the model says.
 	disk("sda", 1, "HGST", "ST4000VN000");
-	char v[64] = {};
-	ASSERT_EQ(VEXOLnxDiskGetVendor("/dev/sda", v, sizeof(v)), 0);
-	EXPECT_STREQ(v, "HGST");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "/dev/sda", 64), "HGST");
 	// The kernel's padding stays: the text is not the table's.
 	root.write("/sys/block/sda/device/vendor", "SEAGATE \n");
-	ASSERT_EQ(VEXOLnxDiskGetVendor("/dev/sda", v, sizeof(v)), 0);
-	EXPECT_STREQ(v, "SEAGATE ");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "/dev/sda", 64), "SEAGATE ");
 	root.write("/sys/block/sda/device/vendor", "HGST\n");
 	// A partition asks its disk; a short name works as well.
-	ASSERT_EQ(VEXOLnxDiskGetVendor("sda3", v, sizeof(v)), 0);
-	EXPECT_STREQ(v, "HGST");
-
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "sda3", 64), "HGST");
 	// A short buffer gets nothing rather than a cut name.
 	disk("sdc", 3, "ATA     ", "WDC WD40EFRX");
-	char small[8] = "keep";
-	ASSERT_EQ(VEXOLnxDiskGetVendor("/dev/sdc", small, sizeof(small)), -1);
-	EXPECT_STREQ(small, "keep");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "/dev/sdc", 8), "rc=-1");
 	EXPECT_ERR(VEXO_ERR_BAD_PARAM);
 }
 
 TEST_F(Identity, VendorFailures)
 {
-	char v[64] = "untouched";
-	EXPECT_EQ(VEXOLnxDiskGetVendor(nullptr, v, sizeof(v)), -1);
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, nullptr, 64), "rc=-1");
 	EXPECT_ERR(0x0D00);
-	EXPECT_EQ(VEXOLnxDiskGetVendor("/dev/sda", v, 0), -1);
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "/dev/sda", 0), "rc=-1");
 	EXPECT_ERR(0x0D00);
-
 	disks.sata("sda", 1);
-	EXPECT_EQ(VEXOLnxDiskGetVendor("/dev/sda", v, sizeof(v)), -1);
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "/dev/sda", 64), "rc=-1");
 	EXPECT_ERR(0x0700);
 	root.write("/sys/block/sda/device/vendor", "");
-	EXPECT_EQ(VEXOLnxDiskGetVendor("/dev/sda", v, sizeof(v)), -1);
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "/dev/sda", 64), "rc=-1");
 	EXPECT_ERR(0x0A00);
-	EXPECT_STREQ(v, "untouched");
-
 	// An ATA disk whose model cannot be read is still answered.
 	LogCapture log;
 	root.write("/sys/block/sda/device/vendor", "ATA\n");
-	ASSERT_EQ(VEXOLnxDiskGetVendor("/dev/sda", v, sizeof(v)), 0);
-	EXPECT_STREQ(v, "Unknown");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "/dev/sda", 64), "Unknown");
 	EXPECT_TRUE(log.has(LOG_ERR, "Failed to open /sys/block/sda/device/model")) << log.dump();
 }
 
@@ -197,23 +184,18 @@ TEST_F(Identity, VendorCache)
 {
 	disk("sda", 1, "ATA", "ST8000VN004");
 	root.diskDir("sda");
-	char v[64] = {};
-	// A miss asks the disk.
-	ASSERT_EQ(VEXOLnxDiskGetVendorCache("/dev/sda", v, sizeof(v)), 0);
-	EXPECT_STREQ(v, "Seagate");
-	// An empty value is a writer caught mid-way: ask the disk.
+	// A miss asks the disk; so does an empty value (a writer caught mid-way).
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendorCache, "/dev/sda", 64), "Seagate");
 	root.write("/run/vexostorage/disks/sda/vendor", "");
-	ASSERT_EQ(VEXOLnxDiskGetVendorCache("sda", v, sizeof(v)), 0);
-	EXPECT_STREQ(v, "Seagate");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendorCache, "sda", 64), "Seagate");
 	// A value in the cache wins over the disk.
 	root.write("/run/vexostorage/disks/sda/vendor", "Cached Vendor");
-	ASSERT_EQ(VEXOLnxDiskGetVendorCache("/dev/sda", v, sizeof(v)), 0);
-	EXPECT_STREQ(v, "Cached Vendor");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendorCache, "/dev/sda", 64), "Cached Vendor");
 
 	LogCapture log;
-	EXPECT_EQ(VEXOLnxDiskGetVendorCache("/dev/sdq", v, sizeof(v)), -1);
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendorCache, "/dev/sdq", 64), "rc=-1");
 	EXPECT_EQ(log.count(LOG_DEBUG, "Fail to get disk vendor, err=[0x1792]"), 1) << log.dump();
-	EXPECT_EQ(VEXOLnxDiskGetVendorCache(nullptr, v, sizeof(v)), -1);
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendorCache, nullptr, 64), "rc=-1");
 	EXPECT_TRUE(log.has(LOG_ERR, "Invalid input parameters"));
 	EXPECT_ERR(0x0D00);
 }
@@ -221,25 +203,19 @@ TEST_F(Identity, VendorCache)
 TEST_F(Identity, ModelFromSysfs)
 {
 	disk("sda", 1, "ATA", "  WDC WD40EFRX-68N32N0   ");
-	char m[128] = {};
-	ASSERT_EQ(VEXOLnxDiskGetModel("/dev/sda", m, sizeof(m)), 0);
-	EXPECT_STREQ(m, "WDC WD40EFRX-68N32N0");
-	char small[20] = "keep";
-	ASSERT_EQ(VEXOLnxDiskGetModel("/dev/sda", small, sizeof(small)), -1); // 21 bytes needed
-	EXPECT_STREQ(small, "keep");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/sda"), "WDC WD40EFRX-68N32N0");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/sda", 20), "rc=-1"); // 21 bytes needed
 
 	LogCapture log;
-	char keep[16] = "untouched";
-	EXPECT_EQ(VEXOLnxDiskGetModel(nullptr, keep, sizeof(keep)), -1);
-	EXPECT_EQ(VEXOLnxDiskGetModel("/dev/sda", keep, 0), -1);
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, nullptr), "rc=-1");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/sda", 0), "rc=-1");
 	EXPECT_EQ(log.count(LOG_ERR, "Bad parameters."), 2);
-	EXPECT_EQ(VEXOLnxDiskGetModel("/dev/sdb", keep, sizeof(keep)), -1);
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/sdb"), "rc=-1");
 	EXPECT_TRUE(log.has(LOG_ERR, "Failed to open /sys/block/sdb/device/model"));
 	EXPECT_ERR(0x0900);
 	root.write("/sys/block/sda/device/model", "");
-	EXPECT_EQ(VEXOLnxDiskGetModel("/dev/sda", keep, sizeof(keep)), -1);
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/sda"), "rc=-1");
 	EXPECT_TRUE(log.has(LOG_ERR, "Failed get disk model"));
-	EXPECT_STREQ(keep, "untouched");
 }
 
 TEST_F(Identity, NvmeModelAndVendor)
@@ -247,24 +223,17 @@ TEST_F(Identity, NvmeModelAndVendor)
 	disks.nvme("nvme0n1", "0000:00:01.2");
 	root.diskDir("nvme0n1");
 	root.write("/run/vexostorage/disks/nvme0n1/model", "VEXO SNV3410-800G");
-	char m[128] = "untouched";
-
 	// The node is a plain file here, so the controller does not answer.
 	LogCapture log;
-	EXPECT_EQ(VEXOLnxDiskGetModel("/dev/nvme0n1", m, sizeof(m)), -1);
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/nvme0n1"), "rc=-1");
 	EXPECT_TRUE(log.has(LOG_ERR, "Fail to get nvme disk model: /dev/nvme0n1")) << log.dump();
-	EXPECT_STREQ(m, "untouched");
 	// Vendor: the failure is "Unknown", and still a success.
-	char v[64] = {};
-	ASSERT_EQ(VEXOLnxDiskGetVendor("/dev/nvme0n1", v, sizeof(v)), 0);
-	EXPECT_STREQ(v, "Unknown");
-
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "/dev/nvme0n1", 64), "Unknown");
 	// Under secure erase the model comes from the cache.
 	markSecureErasing("nvme0n1");
-	ASSERT_EQ(VEXOLnxDiskGetModel("/dev/nvme0n1", m, sizeof(m)), 0);
-	EXPECT_STREQ(m, "VEXO SNV3410-800G");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/nvme0n1"), "VEXO SNV3410-800G");
 	root.remove("/run/vexostorage/disks/nvme0n1/model");
-	EXPECT_EQ(VEXOLnxDiskGetModel("/dev/nvme0n1", m, sizeof(m)), -1);
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/nvme0n1"), "rc=-1");
 	EXPECT_TRUE(log.has(LOG_ERR, "Fail to get disk model from cache: /dev/nvme0n1"));
 }
 
@@ -292,21 +261,16 @@ TEST_F(Identity, ScsiGenericNode)
 {
 	disks.sata("sda", 1);
 	root.mkdirs("/sys/block/sda/device/scsi_generic/sg3");
-	char sg[16] = {};
-	ASSERT_EQ(VEXODiskScsiGenericGet("/dev/sda", sg, sizeof(sg)), 0);
-	EXPECT_STREQ(sg, "/dev/sg3");
+	EXPECT_EQ(textOf(VEXODiskScsiGenericGet, "/dev/sda", 16), "/dev/sg3");
 	// Does not fit: nothing written, rather than another node's name.
-	char small[8] = "keep";
-	EXPECT_EQ(VEXODiskScsiGenericGet("/dev/sda", small, sizeof(small)), -1);
+	EXPECT_EQ(textOf(VEXODiskScsiGenericGet, "/dev/sda", 8), "rc=-1");
 	EXPECT_ERR(0x0D00);
-	EXPECT_STREQ(small, "keep");
-
 	LogCapture log;
 	disks.sata("sdb", 2);
-	EXPECT_EQ(VEXODiskScsiGenericGet("/dev/sdb", sg, sizeof(sg)), -1);
+	EXPECT_EQ(textOf(VEXODiskScsiGenericGet, "/dev/sdb", 16), "rc=-1");
 	EXPECT_ERR(0x2A00);
 	EXPECT_TRUE(log.has(LOG_ERR, "glob found nothing: /sys/block/sdb/device/scsi_generic/sg*"));
-	EXPECT_EQ(VEXODiskScsiGenericGet(nullptr, sg, sizeof(sg)), -1);
+	EXPECT_EQ(textOf(VEXODiskScsiGenericGet, nullptr, 16), "rc=-1");
 	EXPECT_ERR(0x0D00);
 }
 

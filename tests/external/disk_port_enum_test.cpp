@@ -1,9 +1,13 @@
-// Enumeration by port type, device paths from numbers, partition and system paths.
+// Port types from the port maps, enumeration by port type, device paths
+// from numbers, NVMe locations, the mask cache, and where a disk stands as
+// text.
 #include <vexoplatform/ebox_info.h>
+#include <vexoplatform/nvme_location.h>
 
 #include "external/port_fixture.h"
 
 using vexo::test::LogCapture;
+using vexo::test::textOf;
 
 namespace {
 
@@ -107,14 +111,12 @@ TEST_F(PortEnum, AllNamesOfAPortMap)
 TEST_F(PortEnum, ExternalSataPorts)
 {
 	maps("1", "24", "3", ""); // sdc and sdf
-	char name[8];
+	auto port = [](int i, size_t size) { return textOf([&](char *b, int n) { return VEXOExternalEsataPortGet(i, b, n); }, size); };
 	EXPECT_EQ(VEXOExternalEsataPortCount(), 2);
-	ASSERT_EQ(VEXOExternalEsataPortGet(2, name, sizeof(name)), 0);
-	EXPECT_STREQ(name, "sdf");
-	EXPECT_EQ(VEXOExternalEsataPortGet(3, name, sizeof(name)), -1);
-	EXPECT_EQ(VEXOExternalEsataPortGet(0, name, sizeof(name)), -1);
-	char tiny[3];
-	EXPECT_EQ(VEXOExternalEsataPortGet(1, tiny, sizeof(tiny)), -1);
+	EXPECT_EQ(port(2, 8), "sdf");
+	EXPECT_EQ(port(3, 8), "rc=-1");
+	EXPECT_EQ(port(0, 8), "rc=-1");
+	EXPECT_EQ(port(1, 3), "rc=-1");
 	EXPECT_EQ(VEXOExternalEsataPortIndexGet("/dev/sdf2"), 2);
 	EXPECT_EQ(VEXOExternalEsataPortIndexGet("sda"), -1);
 	// The table is read once per process.
@@ -171,30 +173,23 @@ TEST_F(PortEnum, PathsFromIndexesAndPositions)
 
 TEST_F(PortEnum, PartitionAndSystemPaths)
 {
-	char out[32];
-	const std::pair<const char *, const char *> names[] = {
-		{"/dev/sda", "sda3"}, {"nvme0n1", "nvme0n1p3"}, {"/dev/mmcblk0", "mmcblk0p3"}};
-	for (auto [disk, want] : names) {
-		ASSERT_EQ(VEXODiskDevicePartitionNameGet(disk, 3, out, sizeof(out)), 0) << disk;
-		EXPECT_STREQ(out, want);
-	}
-	EXPECT_EQ(VEXODiskDevicePartitionNameGet("/dev/vexoboot", 1, out, sizeof(out)), -1);
-	char tiny[4];
-	EXPECT_EQ(VEXODiskDevicePartitionNameGet("sda", 10, tiny, sizeof(tiny)), -1);
+	auto part = [](const char *disk, int n, size_t size = 32) {
+		return textOf([&](char *b, int s) { return VEXODiskDevicePartitionNameGet(disk, n, b, s); }, size);
+	};
+	EXPECT_EQ(part("/dev/sda", 3), "sda3");
+	EXPECT_EQ(part("nvme0n1", 3), "nvme0n1p3");
+	EXPECT_EQ(part("/dev/mmcblk0", 3), "mmcblk0p3");
+	EXPECT_EQ(part("/dev/vexoboot", 1), "rc=-1");
+	EXPECT_EQ(part("sda", 10, 4).substr(0, 5), "rc=-1");
 
-	ASSERT_EQ(VEXODiskFirstDataDevicePathGet(out, sizeof(out)), 0);
-	EXPECT_STREQ(out, "/dev/sda3");
-	ASSERT_EQ(VEXOSystemDeviceMountPathGet(out, sizeof(out)), 0);
-	EXPECT_STREQ(out, "/dev/sda1");
+	EXPECT_EQ(textOf(VEXODiskFirstDataDevicePathGet, 32), "/dev/sda3");
+	EXPECT_EQ(textOf(VEXOSystemDeviceMountPathGet, 32), "/dev/sda1");
 	root.symlink("sda1", "/dev/system-root"); // a dangling link counts: lstat
-	ASSERT_EQ(VEXOSystemDeviceMountPathGet(out, sizeof(out)), 0);
-	EXPECT_STREQ(out, "/dev/system-root");
+	EXPECT_EQ(textOf(VEXOSystemDeviceMountPathGet, 32), "/dev/system-root");
 	maps({{"alivos", "yes"}});
-	ASSERT_EQ(VEXODiskSysDevicePathGet(out, sizeof(out)), 0);
-	EXPECT_STREQ(out, "/dev/sda5");
+	EXPECT_EQ(textOf(VEXODiskSysDevicePathGet, 32), "/dev/sda5");
 	maps({{"support_raid", "yes"}});
-	ASSERT_EQ(VEXODiskSysDevicePathGet(out, sizeof(out)), 0);
-	EXPECT_STREQ(out, "/dev/md0");
+	EXPECT_EQ(textOf(VEXODiskSysDevicePathGet, 32), "/dev/md0");
 }
 
 TEST_F(PortEnum, UnitsAndHosts)
@@ -202,26 +197,21 @@ TEST_F(PortEnum, UnitsAndHosts)
 	disks.unit(4, "sdc", {"/dev/sdca", "/dev/sdcb", "/dev/sdcc"});
 	disks.unit(6, "sdf", {"/dev/sdfa"}, "XU03");
 	root.remove("/dev/sdcb"); // a bay whose disk is gone
-	char names[64];
-	ASSERT_EQ(VEXOEnumAllEUnitsDisks(0, names, sizeof(names)), 0);
-	EXPECT_STREQ(names, "sdca sdcc sdfa ");
-	char small[10] = "untouched"; // 15 bytes and a NUL do not fit
-	EXPECT_EQ(VEXOEnumAllEUnitsDisks(0, small, sizeof(small)), -1);
-
-	char name[16];
-	ASSERT_EQ(VEXODiskGetDevnamebyAtaPort(name, sizeof(name), "ata5.01"), 0);
-	EXPECT_STREQ(name, "sdcb");
-	ASSERT_EQ(VEXODiskGetDevnamebyAtaPort(name, sizeof(name), "7.00"), 0);
-	EXPECT_STREQ(name, "sdfd"); // XU03 bays are wired in reverse
-	EXPECT_EQ(VEXODiskGetDevnamebyAtaPort(name, sizeof(name), "7.04"), -1);
+	auto all = [](size_t size) { return textOf([](char *b, int n) { return VEXOEnumAllEUnitsDisks(0, b, n); }, size); };
+	EXPECT_EQ(all(64), "sdca sdcc sdfa ");
+	EXPECT_EQ(all(10).substr(0, 5), "rc=-1"); // 15 bytes and a NUL do not fit
+	auto byPort = [](const char *host) {
+		return textOf([&](char *b, int n) { return VEXODiskGetDevnamebyAtaPort(b, n, host); }, 16);
+	};
+	EXPECT_EQ(byPort("ata5.01"), "sdcb");
+	EXPECT_EQ(byPort("7.00"), "sdfd"); // XU03 bays are wired in reverse
+	EXPECT_EQ(byPort("7.04"), "rc=-1");
 	EXPECT_ERR(0x0A00);
 
 	// Where a disk stands, as text for the MIB.
 	maps("1", "24", "3", "", {{"upnpmodelname", "VQ300"}});
-	char text[32];
-	ASSERT_EQ(VEXODiskPathMibFormatGet("/dev/sdcc", text, sizeof(text)), 0);
-	EXPECT_STREQ(text, "E3-3");
-	EXPECT_EQ(VEXODiskPathMibFormatGet("hda", text, sizeof(text)), -1);
+	EXPECT_EQ(textOf(VEXODiskPathMibFormatGet, "/dev/sdcc", 32), "E3-3");
+	EXPECT_EQ(textOf(VEXODiskPathMibFormatGet, "hda", 32).substr(0, 5), "rc=-1");
 
 	// Platform view of the same units.
 	VEXO_EBOX_INFO units[4];
@@ -262,6 +252,352 @@ TEST_F(PortEnum, CommandFamily)
 	}
 	maps({{"vvos", "yes"}});
 	EXPECT_EQ(family("/dev/sda"), "scsi");
+}
+
+// Port types from the port maps, the M.2 answer, NVMe locations and the mask cache.
+class PortCheck : public vexo::test::PortFixture {
+protected:
+	void SetUp() override
+	{
+		PortFixture::SetUp();
+		disks.platform(R"({"model": "VQ300", "ebox": true,
+		  "nvme_slots": [{"pci": "0000:00:01.2", "slot": 0, "location": 1, "type": "cache"},
+		                 {"pci": "0000:00:01.3", "slot": 0, "location": 2, "type": "blocked"},
+		                 {"pci": "0000:00:01.4", "slot": 0, "location": 3, "type": "internal"},
+		                 {"pci": "0000:00:01.5", "slot": 0, "location": 4, "type": "u2"},
+		                 {"pci": "0000:00:01.6", "slot": 0, "location": 5, "type": "system"}],
+		  "adapter_slots": [{"pci": "0000:00:1c.0", "slot": 1, "card": "M2C-D2"},
+		                    {"pci": "0000:00:1d.0", "slot": 2, "card": "M2C-S1"},
+		                    {"pci": "0000:00:1e.0", "slot": 3, "card": "M2C-ZZ"}],
+		  "adapter_cards": {"M2C-D2": {"sup_sata": true, "sup_nvme": true}, "M2C-S1": {"sup_sata": true}}})");
+	}
+};
+
+TEST_F(PortCheck, PortMapOrder)
+{
+	// Two letters behind an external port: expansion unit without asking the units.
+	maps("100", "1", "0", "");
+	EXPECT_EQ(VEXODiskPortCheck("sdab"), 3);
+	EXPECT_EQ(VEXODiskPortCheck("/dev/sdab3"), 3);
+	// The first letter must name an external port; otherwise the letter bits decide.
+	EXPECT_EQ(VEXODiskPortCheck("sdbb"), 8);
+
+	// External wins over internal for a letter in both maps...
+	maps("100", "1", "1", "");
+	EXPECT_EQ(VEXODiskPortCheck("sda"), 2);
+	// ... unless a unit lists the name and the device opens.
+	disks.unit(3, "sda", {"/dev/sda"});
+	EXPECT_EQ(VEXODiskPortCheck("sda"), 3);
+	root.remove("/dev/sda");
+	EXPECT_EQ(VEXODiskPortCheck("sda"), 2);
+
+	maps("100", "0", "ff", "");
+	EXPECT_EQ(VEXODiskPortCheck("/dev/sdh1"), 1);
+	EXPECT_EQ(VEXODiskPortCheck("sdi"), 4);
+	EXPECT_EQ(VEXODiskPortCheck("sdj"), 8); // in no map, cache map empty
+	maps("100", "0", "ff", "200");
+	EXPECT_EQ(VEXODiskPortCheck("sdj"), 7);
+}
+
+TEST_F(PortCheck, ShiftWrapsAt32)
+{
+	// Index 32 (sdag) tests bit 0, index 33 bit 1.
+	maps("80000000", "", "1", "");
+	EXPECT_EQ(VEXODiskPortCheck("sdag"), 1);
+	EXPECT_EQ(VEXODiskPortCheck("sdah"), 8);
+	EXPECT_EQ(VEXODiskPortCheck("sdaf"), 4); // index 31
+	// Bits above 31 of a mask are never tested.
+	maps("100000000", "", "100000000", "");
+	EXPECT_EQ(VEXODiskPortCheck("sdag"), 8);
+}
+
+TEST_F(PortCheck, NamesOutsideThePortMaps)
+{
+	LogCapture log;
+	maps("1", "", "2", "");
+	EXPECT_EQ(VEXODiskPortCheck(nullptr), 0);
+	EXPECT_EQ(VEXODiskPortCheck("/dev/mmcblk0p1"), 9);
+	EXPECT_EQ(VEXODiskPortCheck("sysd1"), 11);
+	EXPECT_EQ(VEXODiskPortCheck("/dev/vexoboot2"), 5);
+	EXPECT_EQ(VEXODiskPortCheck("isd0"), 6);
+	EXPECT_EQ(VEXODiskPortCheck("hda"), 0);
+	EXPECT_EQ(VEXODiskPortCheck("sd"), 0);
+	EXPECT_TRUE(log.has(LOG_ERR, "error or not supported disk path sd."));
+	// A name too long for the partition buffer is unknown.
+	EXPECT_EQ(VEXODiskPortCheck("/dev/sdaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa"), 0);
+}
+
+TEST_F(PortCheck, MasksAreCachedUnlessUsbIsZero)
+{
+	LogCapture log;
+	// Without usbportcfg nothing can be answered.
+	maps("", "", "1", "");
+	EXPECT_EQ(VEXODiskPortCheck("sda"), 0);
+	EXPECT_TRUE(log.has(LOG_ERR, "Get usbportcfg key from /etc.defaults/vexoinfo.conf Error"));
+
+	// A zero USB mask is read again on each call.
+	maps("0", "", "1", "");
+	EXPECT_EQ(VEXODiskPortCheck("sda"), 1);
+	disks.portMaps("0", "", "2", "");
+	EXPECT_EQ(VEXODiskPortCheck("sda"), 8);
+	EXPECT_EQ(VEXODiskPortCheck("sdb"), 1);
+
+	// A non-zero one is read once per process.
+	disks.portMaps("4", "", "1", "");
+	EXPECT_EQ(VEXODiskPortCheck("sda"), 1);
+	disks.portMaps("4", "", "2", "");
+	EXPECT_EQ(VEXODiskPortCheck("sda"), 1);
+	EXPECT_EQ(VEXODiskPortCheck("sdb"), 8);
+}
+
+TEST_F(PortCheck, M2Answer)
+{
+	maps("1", "", "1", "", {{"support_nvme", "yes"}});
+	disks.sata("nvc1", 3, "0000:00:1c.0/0000:03:00.0"); // card model 0
+	disks.sata("nvc2", 4, "0000:00:1d.0/0000:04:00.0"); // card model 1
+	disks.sata("nvc3", 5, "0000:00:1e.0/0000:05:00.0"); // unknown card
+	disks.sata("nvc4", 6, "0000:00:17.0");              // on the board
+	// Card model 0 serves only VQ201..VQ208; the name must match exactly.
+	EXPECT_EQ(VEXODiskPortCheck("/dev/nvc1"), 10);
+	EXPECT_EQ(VEXODiskPortCheck("/dev/nvc2"), 7);
+	EXPECT_EQ(VEXODiskPortCheck("/dev/nvc3"), 10); // blocked before the M.2 answer
+	EXPECT_EQ(VEXODiskPortCheck("/dev/nvc4"), 7);
+	const std::string cards = R"(, "adapter_slots": [{"pci": "0000:00:1c.0", "slot": 1, "card": "M2C-D2"},
+	  {"pci": "0000:00:1d.0", "slot": 2, "card": "M2C-S1"}], "adapter_cards": {"M2C-D2": {"sup_sata": true}, "M2C-S1": {"sup_sata": true}}})";
+	disks.platform(R"({"model": "VQ205")" + cards);
+	EXPECT_EQ(VEXODiskPortCheck("/dev/nvc1"), 7);
+	disks.platform(R"({"model": "VQ2055")" + cards);
+	EXPECT_EQ(VEXODiskPortCheck("/dev/nvc1"), 10);
+	// SATA cards are blocked on VQ110 and VQ120 only.
+	disks.platform(R"({"model": "VQ120")" + cards);
+	EXPECT_EQ(VEXODiskPortCheck("/dev/nvc2"), 10);
+	// A product whose M.2 slots take everything.
+	maps("1", "", "1", "", {{"support_m2_all_dev", "yes"}});
+	EXPECT_EQ(VEXODiskPortCheck("/dev/nvc2"), 7);
+	// A card that may not carry SATA here is blocked.
+	disks.platform(R"({"model": "VQ300", "adapter_slots": [{"pci": "0000:00:1d.0", "slot": 2, "card": "M2C-S1"}],
+	  "adapter_cards": {"M2C-S1": {"sup_sata": false}}})");
+	EXPECT_EQ(VEXODiskCheckValid("nvc2"), 0);
+	EXPECT_EQ(VEXODiskPortCheck("/dev/nvc2"), 10);
+	// Without a model name nothing is known.
+	root.remove("/etc.defaults/vexoplatform.json");
+	LogCapture log;
+	EXPECT_EQ(VEXODiskPortCheck("/dev/nvc4"), 0);
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to get model name"));
+}
+
+TEST_F(PortCheck, NvmeLocations)
+{
+	maps("1", "", "1", "", {{"support_nvme", "yes"}});
+	const char *pci[] = {"0000:00:01.2", "0000:00:01.3", "0000:00:01.4", "0000:00:01.5", "0000:00:01.6"};
+	const int type[] = {7, 10, 1, 1, 11};
+	for (int i = 0; i < 5; ++i) {
+		std::string name = "nvme" + std::to_string(i) + "n1";
+		disks.nvme(name, std::string(pci[i]) + "/0000:0" + std::to_string(i + 1) + ":00.0");
+		EXPECT_EQ(VEXODiskPortCheck(name.c_str()), type[i]) << name;
+	}
+	EXPECT_EQ(VEXODiskPortCheck("/dev/nvme0n1p1"), 7);
+	auto byLoc = [](int slot, int loc, size_t size = 32) {
+		return textOf([&](char *b, int n) { return VEXONVMeDevGetByLoc(slot, loc, b, n); }, size);
+	};
+	EXPECT_EQ(byLoc(0, 4), "/dev/nvme3n1");
+	EXPECT_EQ(byLoc(1, 4).substr(0, 5), "rc=-1");
+	EXPECT_EQ(byLoc(0, 4, 8).substr(0, 5), "rc=-1");
+	// An NVMe disk on a card that may carry NVMe.
+	disks.nvme("nvme5n1", "0000:00:1c.0/0000:06:00.0");
+	EXPECT_EQ(VEXODiskCheckValid("nvme5n1"), 1);
+	// Without NVMe support the name falls to the port maps, which know no nvme.
+	maps("1", "", "1", "");
+	EXPECT_EQ(VEXODiskPortCheck("nvme0n1"), 0);
+	EXPECT_EQ(VEXONVMeCheckSupportAndNVMeSSD("nvme0n1"), 0);
+}
+
+// Where a disk stands as text: DiskGetLocation, VEXODiskLocateGetWithoutIndex,
+// the PCIe-attached unit branch of VEXODiskLocateHostGet and the updater's
+// holder text, which must not ask the unit driver.
+// sda, sdb internal; sdc the external port with a unit (host 4, XU05 as unit 3)
+// whose disks sdca, sdcb sit on a controller behind the PCIe port 0000:00:1c.0.
+class Location : public vexo::test::PortFixture {
+protected:
+	void SetUp() override
+	{
+		PortFixture::SetUp();
+		disks.sata("sda", 1);
+		disks.sata("sdca", 5, "0000:00:1c.0/0000:03:00.0");
+		disks.sata("sdcb", 6, "0000:00:1c.0/0000:03:00.0");
+		disks.nvme("nvme2n1", "0000:00:1c.0/0000:04:00.0");
+		disks.unit(4, "sdc", {"/dev/sdca", "/dev/sdcb"});
+		platform(R"("pcie_eunits": [{"pci": "0000:00:1c.0", "unique": "XU20"}])");
+		pcieUnits(false);
+	}
+	void pcieUnits(bool yes)
+	{
+		maps("10", "4", "3", "", {{"upnpmodelname", "VQ300"}, {"support_nvme_eunit", yes ? "yes" : "no"}});
+	}
+	void platform(const std::string &extra)
+	{
+		disks.platform(R"({"model": "VQ300", "ebox": true,
+		  "nvme_slots": [{"pci": "0000:04:00.0", "slot": 0, "location": 3, "type": "internal"}])" +
+			       (extra.empty() ? "" : ", " + extra) + "}");
+	}
+	std::string where(const DiskId &id)
+	{
+		char text[64] = "untouched";
+		return DiskGetLocation(&id, text, sizeof(text)) == 0 ? text : "fail:" + std::string(text);
+	}
+	std::string withoutIndex(const char *path)
+	{
+		char text[64] = "";
+		return VEXODiskLocateGetWithoutIndex(path, text, sizeof(text)) == 0 ? text : "fail";
+	}
+	std::string host(const char *path, int flag = 0)
+	{
+		char text[64] = "";
+		return VEXODiskLocateHostGet(path, text, sizeof(text), flag) == 0 ? text : "fail";
+	}
+	std::string inUpdater(const char *path)
+	{
+		char text[64] = "untouched";
+		return VEXODiskLocateHostGetInUpdater(path, text, sizeof(text)) == 0 ? text : "fail:" + std::string(text);
+	}
+};
+
+TEST_F(Location, PlacesOfEveryContainer)
+{
+	EXPECT_EQ(where({3, DISK_CONTAINER_INTERNAL, 0, 0, -1}), "VQ300 Disk 3");
+	EXPECT_EQ(where({2, DISK_CONTAINER_EBOX, 3, 1, -1}), "XU05-3 Disk 2");
+	EXPECT_EQ(where({1, DISK_CONTAINER_EBOX, 9, 0, -1}), "Enclosure-9 Disk 1"); // no unit 9
+	EXPECT_EQ(where({12, DISK_CONTAINER_CACHE, 0, 0, -1}), "VQ300 Cache device 2");
+	EXPECT_EQ(where({2, DISK_CONTAINER_CACHE, 0, 0, 1}), "VQ300 Cache device 1-2");
+	EXPECT_EQ(where({2, DISK_CONTAINER_SYS, 0, 0, -1}), "VQ300 System device 2");
+	// The unit's own text comes from its port when units hang off PCIe.
+	pcieUnits(true);
+	EXPECT_EQ(where({2, DISK_CONTAINER_EBOX, 3, 1, -1}), "XU20-3 Disk 2");
+}
+
+TEST_F(Location, RefusalsLeaveAClearError)
+{
+	LogCapture log;
+	char text[64] = "untouched";
+	DiskId good{3, DISK_CONTAINER_INTERNAL, 0, 0, -1};
+	EXPECT_EQ(DiskGetLocation(nullptr, text, sizeof(text)), -1);
+	EXPECT_ERR(0x0D00);
+	EXPECT_EQ(DiskGetLocation(&good, text, 0), -1);
+	EXPECT_STREQ(text, "untouched");
+	EXPECT_TRUE(log.has(LOG_ERR, "Bad parameters"));
+	EXPECT_EQ(where({0, DISK_CONTAINER_INTERNAL, 0, 0, -1}), "fail:untouched");
+	EXPECT_ERR(0x0D00);
+	EXPECT_EQ(where({1, DISK_CONTAINER_EBOX, 0, 0, -1}), "fail:untouched"); // a unit disk needs its unit
+	EXPECT_EQ(where({1, DISK_CONTAINER_TMPFS, 0, 0, -1}), "fail:untouched");
+	EXPECT_ERR(0x6100);
+	// A cache id whose slot gives no text.
+	EXPECT_EQ(where({1, DISK_CONTAINER_CACHE, 0, 0, -2}), "fail:untouched");
+	EXPECT_ERR(0x0D00);
+	// Too small: nothing cut is handed out.
+	char small[8] = "xxxxxxx";
+	EXPECT_EQ(DiskGetLocation(&good, small, sizeof(small)), -1);
+	EXPECT_ERR(0x0D00);
+	EXPECT_STREQ(small, "");
+	// No product name.
+	maps("10", "4", "3", "");
+	EXPECT_EQ(where(good), "fail:untouched");
+	EXPECT_ERR(0x2A00);
+}
+
+TEST_F(Location, HolderWithTheUnitNumber)
+{
+	EXPECT_EQ(withoutIndex("/dev/sda"), "VQ300");
+	EXPECT_EQ(withoutIndex("/dev/sdcb3"), "XU05-3");
+	EXPECT_EQ(withoutIndex("hda"), "fail");
+	EXPECT_EQ(withoutIndex(nullptr), "fail");
+	EXPECT_ERR(0x0D00);
+	char tiny[4];
+	EXPECT_EQ(VEXODiskLocateGetWithoutIndex("/dev/sdca", tiny, sizeof(tiny)), -1);
+	EXPECT_ERR(0x0D00);
+
+	// Units over PCIe: the text comes from the unit's port.
+	pcieUnits(true);
+	EXPECT_EQ(host("/dev/sdcb"), "XU20");
+	EXPECT_EQ(withoutIndex("/dev/sdcb"), "XU20-3");
+	EXPECT_EQ(host("/dev/sda"), "VQ300");
+	// A port the description does not know: the fallbacks.
+	platform("");
+	EXPECT_EQ(host("/dev/sdcb"), "Enclosure-3");
+	EXPECT_EQ(withoutIndex("/dev/sdcb"), "Enclosure-3");
+}
+
+TEST_F(Location, PcieUnitPlacesItsDisks)
+{
+	char unique[16] = "";
+	// ATA ports 5 and 6 of the unit's controller are its bays 5 and 6.
+	EXPECT_EQ(VEXOPcieEunitUniqueGetByDevPath("/dev/sdca", unique, sizeof(unique)), 4);
+	EXPECT_STREQ(unique, "XU20");
+	EXPECT_EQ(VEXOPcieEunitUniqueGetByDevPath("sdcb2", unique, sizeof(unique)), 5);
+	// An NVMe disk of the unit: its location below the unit's port.
+	EXPECT_EQ(VEXOPcieEunitUniqueGetByDevPath("/dev/nvme2n1", unique, sizeof(unique)), 2);
+
+	EXPECT_EQ(VEXOPcieEunitUniqueGetByDevPath(nullptr, unique, sizeof(unique)), -1);
+	EXPECT_ERR(0x0D00);
+	EXPECT_EQ(VEXOPcieEunitUniqueGetByDevPath("/dev/../sda", unique, sizeof(unique)), -1);
+	EXPECT_ERR(0x0D00);
+	char tiny[4] = "abc";
+	EXPECT_EQ(VEXOPcieEunitUniqueGetByDevPath("/dev/sdca", tiny, sizeof(tiny)), -1);
+	EXPECT_ERR(0x0D00);
+	EXPECT_STREQ(tiny, "");
+	EXPECT_EQ(VEXOPcieEunitUniqueGetByDevPath("/dev/sda", unique, sizeof(unique)), -1); // not in a unit
+	EXPECT_ERR(0x2A00);
+	EXPECT_EQ(VEXOPcieEunitUniqueGetByDevPath("/dev/sdzz", unique, sizeof(unique)), -1); // no such disk
+	EXPECT_ERR(0x0700);
+
+	LogCapture log;
+	// A disk under the port with no bay to read, and an entry without its text.
+	disks.nvme("nvme3n1", "0000:00:1c.0/0000:05:00.0");
+	EXPECT_EQ(VEXOPcieEunitUniqueGetByDevPath("/dev/nvme3n1", unique, sizeof(unique)), -1);
+	EXPECT_ERR(0x0A00);
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to place nvme3n1 in the expansion unit at 0000:00:1c.0"));
+	root.remove("/sys/devices/pci0000:00/0000:00:1c.0/0000:03:00.0/ata5/ata_port/ata5/port_no");
+	EXPECT_EQ(VEXOPcieEunitUniqueGetByDevPath("/dev/sdca", unique, sizeof(unique)), -1);
+	EXPECT_ERR(0x0A00);
+	platform(R"("pcie_eunits": [{"pci": "0000:00:1c.0"}])");
+	EXPECT_EQ(VEXOPcieEunitUniqueGetByDevPath("/dev/sdcb", unique, sizeof(unique)), -1);
+	EXPECT_ERR(0x0A00);
+	EXPECT_TRUE(log.has(LOG_ERR, "No unique text for the expansion unit at 0000:00:1c.0"));
+	platform(R"("pcie_eunits": {"pci": "0000:00:1c.0"})");
+	EXPECT_EQ(VEXOPcieEunitUniqueGetByDevPath("/dev/sdcb", unique, sizeof(unique)), -1);
+	EXPECT_ERR(0x0A00);
+	root.remove("/etc.defaults/vexoplatform.json");
+	EXPECT_EQ(VEXOPcieEunitUniqueGetByDevPath("/dev/sdcb", unique, sizeof(unique)), -1);
+	EXPECT_ERR(0x0700);
+}
+
+TEST_F(Location, UpdaterNeverAsksTheUnit)
+{
+	// Outside the updater the unit names itself; inside it only the parsed
+	// unit number is known, partitions or not, and so with the host flag.
+	EXPECT_EQ(host("/dev/sdcb"), "XU05");
+	EXPECT_EQ(inUpdater("/dev/sdcb"), "Enclosure-3");
+	EXPECT_EQ(inUpdater("sdca2"), "Enclosure-3");
+	EXPECT_EQ(host("/dev/sdca", 7), "Enclosure-3");
+	EXPECT_EQ(inUpdater("sda5"), "VQ300");
+	// Without the product name only unit disks have an answer.
+	maps("10", "4", "3", "");
+	EXPECT_EQ(inUpdater("/dev/sda"), "fail:untouched");
+	EXPECT_ERR(0x2A00);
+	EXPECT_EQ(inUpdater("/dev/sdcb"), "Enclosure-3");
+
+	char text[64] = "untouched";
+	EXPECT_EQ(VEXODiskLocateHostGetInUpdater(nullptr, text, sizeof(text)), -1);
+	EXPECT_ERR(0x0D00);
+	EXPECT_EQ(VEXODiskLocateHostGetInUpdater("/dev/sda", text, 0), -1);
+	EXPECT_STREQ(text, "untouched");
+	EXPECT_EQ(inUpdater("hda"), "fail:untouched"); // no port type
+	// "Enclosure-3" needs 12 bytes: one less fails and hands out nothing cut.
+	char small[11] = "xxxxxxxxxx";
+	EXPECT_EQ(VEXODiskLocateHostGetInUpdater("/dev/sdcb", small, sizeof(small)), -1);
+	EXPECT_STREQ(small, "");
+	char exact[12];
+	ASSERT_EQ(VEXODiskLocateHostGetInUpdater("/dev/sdcb", exact, sizeof(exact)), 0);
+	EXPECT_STREQ(exact, "Enclosure-3");
 }
 
 } // namespace

@@ -1,10 +1,22 @@
-// The frame's small helpers: copying text out, building C lists, owning
-// library documents.
+// The frame's small helpers and files: copying text out, C lists, library
+// documents, typed readers, the counting flag file, status keywords and the
+// per-disk value cache.
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
 
 #include "frame/jsonc.h"
 #include "frame/jsoncpp.h"
 #include "frame/list.h"
+#include "frame/path_read.h"
 #include "frame/text.h"
 #include "frame/xml.h"
 #include "support/vexotest.h"
@@ -12,6 +24,8 @@
 using vexo::ReadFail;
 using vexo::test::Sysroot;
 using namespace std::string_view_literals;
+using vexo::PathDir;
+using vexo::test::LogCapture;
 
 namespace {
 
@@ -152,6 +166,430 @@ TEST(Documents, FilesThroughTheSysroot)
 	ASSERT_EQ(nodes.size(), 2u);
 	EXPECT_EQ(vexo::xml::propString(nodes[1], "path").value_or(""), "/dev/sdb");
 	EXPECT_TRUE(vexo::xml::XPath(doc).nodes("/disks/[").empty()); // a bad expression selects nothing
+}
+
+// Typed readers: what each file content gives, and where a read fails.
+TEST(PathRead, ContentsAndFailures)
+{
+	Sysroot root;
+	root.mkdirs("/sys/block/sda");
+	// How readS32, readI64, readU64 and readString end: None, Parse, Read or
+	// Open. A number read is the trimmed text without its '+'.
+	struct {
+		std::string_view content; // "-": no such file
+		const char *ends;
+		const char *text;
+	} rows[] = {
+		{"42\n", "NNNN", "42"},
+		{"  -7 \n", "NNPN", "-7"},
+		{"+5", "NNNN", "+5"},
+		{"2147483648\n", "PNNN", "2147483648"},
+		{"-2147483648", "NNPN", "-2147483648"},
+		{"18446744073709551615\n", "PPNN", "18446744073709551615"},
+		{"18446744073709551616", "PPPN", "18446744073709551616"},
+		{"12abc\n", "PPPN", "12abc"},
+		{"0x10", "PPPN", "0x10"},
+		{"\n", "PPPN", ""},
+		{"", "RRRR", ""},
+		{"ATA     \n", "PPPN", "ATA"},
+		{"a\0b"sv, "PPPN", "a"},
+		{"-", "OOOO", ""},
+	};
+	const char letter[] = {'N', 'O', 'R', 'P'}; // in ReadFail's order
+	int i = 0;
+	for (const auto &r : rows) {
+		SCOPED_TRACE(i);
+		std::string rel = "v" + std::to_string(i++);
+		if (r.content != "-")
+			root.write("/sys/block/sda/" + rel, r.content);
+		PathDir d("/sys/block/sda");
+		ASSERT_TRUE(d);
+		int32_t s = 99; // outputs keep their value on failure
+		int64_t l = 99;
+		uint64_t u = 99;
+		std::string str = "99";
+		ReadFail w[4] = {};
+		d.readS32(rel, s, &w[0]);
+		vexo::readI64("/sys/block/sda/" + rel, l, &w[1]);
+		d.readU64(rel, u, &w[2]);
+		d.readString(rel, str, &w[3]);
+		std::string ends;
+		for (ReadFail f : w)
+			ends += letter[static_cast<int>(f)];
+		EXPECT_EQ(ends, r.ends);
+		std::string number = r.text[0] == '+' ? r.text + 1 : r.text;
+		EXPECT_EQ(std::to_string(s), r.ends[0] == 'N' ? number : "99");
+		EXPECT_EQ(std::to_string(l), r.ends[1] == 'N' ? number : "99");
+		EXPECT_EQ(std::to_string(u), r.ends[2] == 'N' ? number : "99");
+		EXPECT_EQ(str, r.ends[3] == 'N' ? r.text : "99");
+	}
+}
+
+TEST(PathRead, LinesLinksAndDirectories)
+{
+	Sysroot root;
+	root.write("/sys/devices/d0/model", "WDC WD40EFRX-68N32N0  \nsecond\n");
+	root.write("/sys/devices/d0/long", std::string(100, 'x') + "\n");
+	root.symlink("../devices/d0", "/sys/block/sdb");
+	root.symlink("model", "/sys/devices/d0/link");
+
+	// The directory is reached through its link; the file under it is not.
+	PathDir d("/sys/block/sdb");
+	ASSERT_TRUE(d);
+	std::string s;
+	ReadFail why = ReadFail::None;
+	EXPECT_FALSE(d.readString("link", s, &why));
+	EXPECT_EQ(why, ReadFail::Open);
+	EXPECT_EQ(errno, ELOOP);
+	// A document is read through a link, as it is.
+	ASSERT_TRUE(vexo::readBytes("/sys/block/sdb/link", s, 4096));
+	EXPECT_EQ(s, "WDC WD40EFRX-68N32N0  \nsecond\n");
+
+	struct {
+		const char *rel;
+		std::size_t size;
+		bool keepNewline;
+		std::string want;
+	} lines[] = {
+		{"model", 64, false, "WDC WD40EFRX-68N32N0  "},
+		{"model", 64, true, "WDC WD40EFRX-68N32N0  \n"},
+		{"/model", 8, true, "WDC WD4"},
+		{"long", 64, false, std::string(63, 'x')},
+	};
+	for (const auto &l : lines) {
+		ASSERT_TRUE(d.readLine(l.rel, s, l.size, l.keepNewline)) << l.rel;
+		EXPECT_EQ(s, l.want);
+	}
+	EXPECT_TRUE(vexo::readString("/sys/block/sdb/long", s, nullptr, 10));
+	EXPECT_EQ(s, std::string(10, 'x'));
+
+	// A directory that isn't there fails every read at the open.
+	PathDir missing("/sys/block/sdz");
+	EXPECT_FALSE(missing);
+	EXPECT_EQ(missing.error(), ENOENT);
+	int32_t v = 0;
+	EXPECT_FALSE(missing.readS32("size", v, &why));
+	EXPECT_EQ(why, ReadFail::Open);
+	EXPECT_EQ(errno, ENOENT);
+
+	// The descriptor keeps the directory it opened.
+	ASSERT_EQ(std::rename(root.host("/sys/devices/d0").c_str(), root.host("/sys/devices/d1").c_str()), 0);
+	EXPECT_TRUE(d.readString("model", s));
+	EXPECT_EQ(s, "WDC WD40EFRX-68N32N0  \nsecond"); // the whole file, trimmed at its ends
+}
+
+// The counting flag file and the status keyword lookups.
+TEST(CheckFile, CountsUpAndDownAndVanishesAtZero)
+{
+	Sysroot root;
+	root.mkdirs("/tmp");
+	const char *f = "/tmp/.disk_check";
+	for (int i = 0; i < 3; ++i)
+		ASSERT_EQ(VEXODiskUpdateCheckFile(f, 1), 0);
+	EXPECT_EQ(root.read(f), "3");
+	ASSERT_EQ(VEXODiskUpdateCheckFile(f, 0), 0);
+	EXPECT_EQ(root.read(f), "2");
+	ASSERT_EQ(VEXODiskUpdateCheckFile(f, 0), 0);
+	ASSERT_EQ(VEXODiskUpdateCheckFile(f, 0), 0);
+	EXPECT_FALSE(root.exists(f));
+	// Decrementing an absent file is an error.
+	VLIBCErrClear();
+	EXPECT_EQ(VEXODiskUpdateCheckFile(f, 0), -1);
+	EXPECT_ERR(0x0900);
+
+	// Garbage counts as zero: up gives 1, down writes -1 rather than removing.
+	LogCapture log;
+	root.write(f, "junk");
+	ASSERT_EQ(VEXODiskUpdateCheckFile(f, 1), 0);
+	EXPECT_EQ(root.read(f), "1");
+	EXPECT_EQ(log.count(3, "get iCount error"), 1);
+	root.write(f, "junk");
+	ASSERT_EQ(VEXODiskUpdateCheckFile(f, 0), 0);
+	EXPECT_EQ(root.read(f), "-1");
+
+	EXPECT_EQ(VEXODiskUpdateCheckFile("/no/such/dir/flag", 1), -1);
+	EXPECT_EQ(log.count(3, "Fail to touch /no/such/dir/flag"), 1) << log.dump();
+}
+
+TEST(StatusKeywords, PrefixMatchingRules)
+{
+	int rank = 99, abnormal = 99, summary = 99;
+	ASSERT_EQ(DiskStatusAllAttributeGet("health", "normal_but_longer", &rank, &abnormal, &summary), 0);
+	EXPECT_EQ(summary, 3);
+	// A category that merely begins with a category keyword matches it.
+	ASSERT_EQ(DiskStatusAllAttributeGet("healthy", "failing", &rank, &abnormal, &summary), 0);
+	EXPECT_EQ(summary, 8);
+	// "crashed" (9) is found for "crashed"; "system_crashed" only for itself.
+	ASSERT_EQ(DiskStatusAllAttributeGet("space", "system_crashed", &rank, &abnormal, &summary), 0);
+	EXPECT_EQ(summary, 10);
+	// "not_support" must not be taken for "not_in_support" or vice versa.
+	ASSERT_EQ(DiskStatusAllAttributeGet("compatibility", "not_support", &rank, &abnormal, &summary), 0);
+	EXPECT_EQ(summary, 13);
+	// Outputs are optional.
+	EXPECT_EQ(DiskStatusAllAttributeGet("disconnect", "1", nullptr, nullptr, nullptr), 0);
+
+	VLIBCErrClear();
+	rank = 42;
+	EXPECT_EQ(DiskStatusAllAttributeGet("heal", "normal", &rank, nullptr, nullptr), -1);
+	EXPECT_ERR(0x2A00);
+	EXPECT_EQ(DiskStatusAllAttributeGet("health", "norm", &rank, nullptr, nullptr), -1);
+	EXPECT_EQ(rank, 42);
+	// The empty compatibility slot (6) is skipped, never matched.
+	EXPECT_EQ(DiskStatusAllAttributeGet("compatibility", "for_eunit", &rank, nullptr, nullptr), -1);
+	char out[32];
+	EXPECT_EQ(DiskStatusStringTrensfer("compatibility", 6, out, sizeof(out)), -1);
+	EXPECT_ERR(0x2A00);
+	char small[4];
+	ASSERT_EQ(DiskStatusStringTrensfer("health", 3, small, sizeof(small)), 0);
+	EXPECT_STREQ(small, "cri");
+}
+
+TEST(StatusKeywords, EveryRowRoundTrips)
+{
+	for (const auto &c : grgDiskStatusCategory) {
+		for (int i = 0; i < c.count; ++i) {
+			if (!c.table[i].keyword)
+				continue;
+			char out[64];
+			ASSERT_EQ(DiskStatusStringTrensfer(c.keyword, i, out, sizeof(out)), 0);
+			int rank, abnormal, summary;
+			ASSERT_EQ(DiskStatusAllAttributeGet(c.keyword, out, &rank, &abnormal, &summary), 0);
+			// Prefix rules may pick an earlier row with the same columns, never different ones.
+			EXPECT_EQ(summary, c.table[i].summaryCode) << c.keyword << "/" << out;
+			EXPECT_EQ(rank, c.table[i].emergentRank) << c.keyword << "/" << out;
+			EXPECT_EQ(abnormal, c.table[i].isAbnormal) << c.keyword << "/" << out;
+		}
+	}
+}
+
+// The per-disk value cache: readers, writers and what lands on disk.
+class CacheFile : public ::testing::Test {
+protected:
+	void SetUp() override
+	{
+		VLIBCErrClear();
+		root.diskDir("sda");
+	}
+	Sysroot root;
+};
+
+TEST_F(CacheFile, WriteThenReadEachType)
+{
+	ASSERT_EQ(VEXODiskUpdateIntValueCacheFile("sda", "bad_sec_ct", -42), 0);
+	ASSERT_EQ(VEXODiskUpdateLLIntValueCacheFile("sda", ".smart_info_list.timestamp", 1LL << 40), 0);
+	ASSERT_EQ(VEXODiskUpdateStrValueCacheFile("sda", "serial", "ZL2K 4T7C\n"), 0);
+	// The whole content is the value: no key, no newline added.
+	EXPECT_EQ(root.read("/run/vexostorage/disks/sda/bad_sec_ct"), "-42");
+	EXPECT_EQ(root.read("/run/vexostorage/disks/sda/serial"), "ZL2K 4T7C\n");
+	EXPECT_FALSE(root.exists("/run/vexostorage/disks/sda/serial.tmp"));
+	EXPECT_EQ(root.mode("/run/vexostorage/disks/sda/serial"), 0644u);
+
+	int i = 0;
+	long long ll = 0;
+	char s[64];
+	ASSERT_EQ(VEXODiskGetIntValueCacheFile("/dev//sda", "bad_sec_ct", &i), 0); // a record's "/sda"
+	ASSERT_EQ(VEXODiskGetLLIntValueCacheFile("/dev/sda", ".smart_info_list.timestamp", &ll), 0);
+	ASSERT_EQ(VEXODiskGetStrValueCacheFile("/dev/sda", "serial", s, sizeof(s)), 0);
+	EXPECT_EQ(i, -42);
+	EXPECT_EQ(ll, 1LL << 40);
+	EXPECT_STREQ(s, "ZL2K 4T7C\n"); // trailing newlines stay
+}
+
+TEST_F(CacheFile, ReaderMissesAndFailures)
+{
+	int v = 7;
+	// A short name instead of a device path finds nothing.
+	root.write("/run/vexostorage/disks/sda/unc_weight", "3");
+	EXPECT_EQ(VEXODiskGetIntValueCacheFile("sda", "unc_weight", &v), -1);
+	EXPECT_ERR(0x0700);
+	// The place is the reader's own, not the helper's.
+	EXPECT_STREQ(VLIBCErrFileGet(), "disk/disk_get_cache_file");
+
+	// An empty file (a writer between rename and close) is a failed read,
+	// for strings as for numbers.
+	root.write("/run/vexostorage/disks/sda/timeout_weight", "");
+	EXPECT_EQ(VEXODiskGetIntValueCacheFile("/dev/sda", "timeout_weight", &v), -1);
+	EXPECT_ERR(0x0A00);
+	EXPECT_EQ(v, 7); // untouched on failure
+	char e[8] = "keep";
+	VLIBCErrClear();
+	EXPECT_EQ(VEXODiskGetStrValueCacheFile("/dev/sda", "timeout_weight", e, sizeof(e)), -1);
+	EXPECT_ERR(0x0A00);
+	EXPECT_STREQ(e, "keep");
+
+	// Present but unreadable (a directory where a file should be).
+	root.mkdirs("/run/vexostorage/disks/sda/remain_life");
+	char s[8];
+	EXPECT_EQ(VEXODiskGetStrValueCacheFile("/dev/sda", "remain_life", s, sizeof(s)), -1);
+	EXPECT_ERR(0x0A00);
+
+	EXPECT_EQ(VEXODiskGetStrValueCacheFile("/dev/sda", "serial", s, 0), -1);
+	EXPECT_ERR(0x0D00);
+}
+
+TEST_F(CacheFile, StringReaderCuts)
+{
+	std::string longValue(300, 'x');
+	longValue[10] = 'y';
+	root.write("/run/vexostorage/disks/sda/model", longValue);
+	char big[512];
+	ASSERT_EQ(VEXODiskGetStrValueCacheFile("/dev/sda", "model", big, sizeof(big)), 0);
+	EXPECT_EQ(std::string(big), longValue.substr(0, 255));
+	// Cut at the first NUL byte too.
+	root.write("/run/vexostorage/disks/sda/vendor", std::string("ab\0cd", 5));
+	ASSERT_EQ(VEXODiskGetStrValueCacheFile("/dev/sda", "vendor", big, sizeof(big)), 0);
+	EXPECT_STREQ(big, "ab");
+}
+
+TEST_F(CacheFile, WriterFailuresKeepUmask)
+{
+	mode_t before = ::umask(077);
+	// A device path instead of a short name is no single path element.
+	EXPECT_EQ(VEXODiskUpdateIntValueCacheFile("/dev/sda", "unc_weight", 1), -1);
+	EXPECT_ERR(0x0D00);
+	EXPECT_EQ(::umask(before), 077u);
+
+	// No directory for the disk: -1 and nothing recorded.
+	VLIBCErrClear();
+	EXPECT_EQ(VEXODiskUpdateIntValueCacheFile("sdz", "unc_weight", 1), -1);
+	EXPECT_EQ(VLIBCErrGet(), 0);
+
+	// rename over a directory fails: -1, and the umask is still restored.
+	before = ::umask(022);
+	root.mkdirs("/run/vexostorage/disks/sda/firm/inner");
+	EXPECT_EQ(VEXODiskUpdateStrValueCacheFile("sda", "firm", "x"), -1);
+	EXPECT_EQ(::umask(before), 022u);
+	::umask(before);
+}
+
+// Names and keys that are not one plain path element never reach the file
+// system: not above the disks folder, not outside the root, not cut short.
+TEST_F(CacheFile, EscapingOrOverlongNamesAreRefused)
+{
+	root.write("/etc/secret", "s3cret");
+	const std::string longName(100, 'n'), longKey(110, 'k');
+	root.diskDir(longName);
+	struct {
+		const char *name, *key;
+	} writes[] = {
+		{"../../../etc", "k"}, {"sda", "../../../../etc/k"}, {"..", "k"}, {".", "k"}, {"sda/..", "k"},
+		{"-sda", "k"}, {"sda", "a b"}, {"", "k"}, {"sda", ""}, {"sda", longKey.c_str()},
+		{"../../../../../../../../../../../../tmp", "vexo_escape_probe"}, {longName.c_str(), "a_key_of_twenty_eight_bytes_"},
+	};
+	LogCapture log;
+	for (const auto &w : writes) {
+		VLIBCErrClear();
+		EXPECT_EQ(VEXODiskUpdateStrValueCacheFile(w.name, w.key, "v"), -1) << w.name << " " << w.key;
+		EXPECT_ERR(0x0D00);
+	}
+	EXPECT_FALSE(root.exists("/etc/k"));
+	EXPECT_FALSE(root.exists("/run/vexostorage/disks/sda/" + longKey.substr(0, 100)));
+	EXPECT_FALSE(std::filesystem::exists("/tmp/vexo_escape_probe"));
+	struct {
+		const char *path, *key;
+	} reads[] = {{"/dev/../../../etc", "secret"}, {"/dev/sda", "../../../../etc/secret"}, {"/dev/..", "secret"},
+		     {"/dev/sda/../../../../etc", "secret"}, {"/dev/sda", "a/b"}};
+	for (const auto &r : reads) {
+		char s[16] = "keep";
+		VLIBCErrClear();
+		EXPECT_EQ(VEXODiskGetStrValueCacheFile(r.path, r.key, s, sizeof(s)), -1) << r.path << " " << r.key;
+		EXPECT_ERR(0x0D00);
+		EXPECT_STREQ(s, "keep");
+	}
+	EXPECT_EQ(log.count(LOG_ERR, "Bad parameters"), static_cast<int>(std::size(writes) + std::size(reads)));
+}
+
+// A full file system: the write fails and the old value stays readable.
+// Runs in a mount namespace of its own on a 16 KiB tmpfs.
+TEST_F(CacheFile, FullFileSystemKeepsTheOldValue)
+{
+	const std::string dir = root.host("/run/vexostorage/disks/sda");
+	int st = vexo::test::inChild([&] {
+		if (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+		    ::mount("tmpfs", dir.c_str(), "tmpfs", 0, "size=16k") != 0)
+			return 77;
+		if (VEXODiskUpdateStrValueCacheFile("sda", "serial", "OLD") != 0)
+			return 1;
+		// Fill what is left.
+		int fd = ::open((dir + "/filler").c_str(), O_WRONLY | O_CREAT, 0644);
+		char block[1024] = {};
+		while (::write(fd, block, sizeof(block)) > 0) {
+		}
+		::close(fd);
+		VLIBCErrClear();
+		for (std::string value : {std::string("NEW"), std::string(8192, 'N')}) {
+			if (VEXODiskUpdateStrValueCacheFile("sda", "serial", value.c_str()) != -1)
+				return 2;
+			if (VLIBCErrGet() != 0x0B00)
+				return 3;
+			char s[16] = {};
+			if (VEXODiskGetStrValueCacheFile("/dev/sda", "serial", s, sizeof(s)) != 0 || std::string(s) != "OLD")
+				return 4;
+		}
+		for (const auto &e : std::filesystem::directory_iterator(dir))
+			if (e.path().filename().string().find(".tmp") != std::string::npos)
+				return 5;
+		return 0;
+	});
+	if (st == 77)
+		GTEST_SKIP() << "no tmpfs mount here";
+	EXPECT_EQ(st, 0);
+}
+
+// Writers and readers of one key in several processes: a reader sees one
+// whole value that some writer wrote; never an empty, torn or foreign one.
+TEST_F(CacheFile, ConcurrentWritersAndReaders)
+{
+	constexpr int kWriters = 4, kReaders = 4, kRounds = 400;
+	ASSERT_EQ(VEXODiskUpdateStrValueCacheFile("sda", "serial", "W0-00000-W0"), 0);
+	std::vector<pid_t> kids;
+	for (int w = 0; w < kWriters; ++w) {
+		pid_t pid = ::fork();
+		if (pid == 0) {
+			for (int i = 0; i < kRounds; ++i) {
+				// Lengths vary, so a value written over another shows.
+				char v[64];
+				std::snprintf(v, sizeof(v), "W%d-%0*d-W%d", w, 1 + (i * 7 + w) % 9, i, w);
+				if (VEXODiskUpdateStrValueCacheFile("sda", "serial", v) != 0)
+					::_exit(2);
+			}
+			::_exit(0);
+		}
+		kids.push_back(pid);
+	}
+	for (int r = 0; r < kReaders; ++r) {
+		pid_t pid = ::fork();
+		if (pid == 0) {
+			for (int i = 0; i < kRounds * 2; ++i) {
+				char v[256];
+				// The value is flushed before the rename: never the empty miss.
+				if (VEXODiskGetStrValueCacheFile("/dev/sda", "serial", v, sizeof(v)) != 0 || v[0] == '\0')
+					::_exit(3);
+				int a = -1, n = -1, b = -2, used = 0;
+				if (std::sscanf(v, "W%d-%d-W%d%n", &a, &n, &b, &used) != 3 || a != b || a < 0 ||
+				    a >= kWriters || v[used] != '\0')
+					::_exit(4);
+			}
+			::_exit(0);
+		}
+		kids.push_back(pid);
+	}
+	for (pid_t pid : kids) {
+		int st = 0;
+		::waitpid(pid, &st, 0);
+		EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << "child status " << st;
+	}
+	// Afterwards the value is one whole value of some writer's last round.
+	std::string last = root.read("/run/vexostorage/disks/sda/serial");
+	int a = -1, n = -1, b = -2, used = 0;
+	ASSERT_EQ(std::sscanf(last.c_str(), "W%d-%d-W%d%n", &a, &n, &b, &used), 3) << last;
+	EXPECT_EQ(a, b);
+	EXPECT_EQ(n, kRounds - 1);
+	EXPECT_EQ(static_cast<size_t>(used), last.size());
+	int leftovers = 0;
+	for (const auto &e : std::filesystem::directory_iterator(root.host("/run/vexostorage/disks/sda")))
+		leftovers += e.path().filename().string().find(".tmp") != std::string::npos;
+	EXPECT_EQ(leftovers, 0);
 }
 
 } // namespace

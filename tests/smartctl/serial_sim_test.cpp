@@ -1,11 +1,20 @@
-// Firmware and serial against the emulated drive: the ATA and SCSI reads,
-// the masked serial that the maker's hard disks keep on the drive (ATA host
-// vendor log, SAS application client page), and failed stores.
+// Values read from the emulated drive: firmware and serial (with the masked
+// serial the maker's disks keep), the temperature from each source in its
+// turn, the debug overrides of an attribute list, and the self-test records.
+#include <algorithm>
 #include <cstring>
+#include <sys/wait.h>
 #include <syslog.h>
+#include <unistd.h>
+#include <vexohw/disk_state.h>
 #include <vexohw/smart_serial.h>
+#include <vexohw/smart_temperature.h>
 
+#include "frame/exec.h"
+#include "smartctl/drive_sim.h"
 #include "smartctl/sim_disk.h"
+#include "smartctl/smart_util.h"
+#include "support/disk_layout.h"
 
 using namespace vexo::test;
 
@@ -254,5 +263,546 @@ TEST_F(Serial, MarvellWrapperHasNoStore)
 	EXPECT_STREQ(sn, "untouched");
 	EXPECT_FALSE(root.exists("/run/vexosim/drive/sda.log"));
 }
+
+// VEXODiskTemperatureGet against the emulated drive: each source in its
+// turn, the ceiling, the SCSI page rule, and that a disk that isn't running
+// or is being erased is not touched at all.
+// The override is kept by serial, so each call reads the identity.
+const std::vector<std::string> kIdentity = {"HDIO_GET_IDENTITY -> ok", "HDIO_DRIVE_CMD args=ec000001 -> ok"};
+
+class Temperature : public SimDisk {
+protected:
+	void SetUp() override
+	{
+		SimDisk::SetUp();
+		ASSERT_TRUE(kBackend);
+		attributes(R"({"id":194,"raw":41},{"id":190,"raw":29})");
+		tool("/usr/vexo/bin/sg_raw", "cat \"$VEXO_SYSROOT/tmp/sg_raw.dump\" >&2");
+		root.write("/tmp/sg_raw.dump", capture("sg_raw_sct_status.txt"));
+	}
+	void attributes(const std::string &rows)
+	{
+		node("sda", R"({"protocol":"ata","serial":"ZL2K4T7C","smart":{"attributes":[{"id":1,"raw":0},)" + rows + "]}}");
+	}
+	void debugTemperature(const std::string &value)
+	{
+		product({{"support_disk_status_debug", "yes"}});
+		root.write("/tmp/.disk_status_debug", "[OTHER]\ntemp=1\n[ZL2K4T7C]\ntemp=" + value + "\n");
+	}
+	void sctFlag(int v) { root.write("/run/vexostorage/disks/sda/sct_cmd_support", std::to_string(v)); }
+	// bin/vexohw in this root and device backend; its standard output.
+	std::string cli(std::vector<std::string> args)
+	{
+		ScopedEnv noRoot("VEXO_SYSROOT", nullptr); // the CLI's own path is not under the root
+		args.insert(args.begin(), buildDir() + "/bin/vexohw");
+		vexo::exec::Options o;
+		o.env = {"VEXO_SYSROOT=" + root.root()};
+		o.timeoutMs = 60000;
+		return vexo::exec::run(args, o).out;
+	}
+};
+
+TEST_F(Temperature, EachSourceInItsTurn)
+{
+	debugTemperature("77");
+	sctFlag(1);
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 77);
+	EXPECT_TRUE(runs("sg_raw").empty());
+	expectSent("sda", kIdentity);
+
+	// No override: the SCT status log, through sg_raw with the exact CDB.
+	root.remove("/tmp/.disk_status_debug");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 38);
+	ASSERT_EQ(runs("sg_raw").size(), 1u);
+	EXPECT_EQ(runs("sg_raw")[0], "-r 512 /dev/sda 85 08 0e 00 00 00 01 00 e0 00 00 00 00 00 2f 00");
+	expectSent("sda", kIdentity);
+
+	// SCT not supported by the cached flag, or the file missing: SMART data.
+	sctFlag(0);
+	EXPECT_EQ(VEXODiskTemperatureGet("sda"), 41);
+	EXPECT_EQ(runs("sg_raw").size(), 1u);
+	expectSent("sda", {kIdentity[0], kIdentity[1], "HDIO_DRIVE_CMD args=b000d001 -> ok"}); // SMART READ DATA
+	root.remove("/run/vexostorage/disks/sda/sct_cmd_support");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 41);
+
+	// SCT answers too hot to believe, or sg_raw prints nothing: SMART data.
+	sctFlag(1);
+	std::string dump = capture("sg_raw_sct_status.txt");
+	root.write("/tmp/sg_raw.dump", dump.replace(dump.find(" c0     ") + 8 + 25, 2, "65"));
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 41);
+	root.write("/tmp/sg_raw.dump", "");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 41);
+
+	// Without 194 the airflow temperature; without either, nothing.
+	attributes(R"({"id":190,"raw":29})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 29);
+	attributes(R"({"id":9,"raw":1200})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), -1);
+	// The drive refuses SMART READ DATA (twice: the read has one retry).
+	node("sda", R"({"protocol":"ata","faults":{"smart_read_values":{"errno":"EIO"}}})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), -1);
+}
+
+TEST_F(Temperature, OverrideThatIsNoNumberCountsAsAbsent)
+{
+	debugTemperature("99999999999999999999");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 41);
+	debugTemperature("hot");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 41);
+	debugTemperature("250"); // the ceiling holds for every source
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 0);
+}
+
+TEST_F(Temperature, AboveTwoHundredReadsAsZero)
+{
+	attributes(R"({"id":194,"raw":200})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 200);
+	attributes(R"({"id":194,"raw":201})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 0);
+	// Only the first raw byte is the temperature.
+	attributes(R"({"id":194,"raw":184683593764})"); // 0x2b00140024: 36, min 20, max 43
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 36);
+}
+
+TEST_F(Temperature, NotRunningOrErasingLeavesTheDriveAlone)
+{
+	sctFlag(1);
+	debugTemperature("77");
+	sysfs("sda", "ATA", "VEXO HAT5300-8T", true, "offline");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), -1);
+	sysfs("sda", "ATA", "VEXO HAT5300-8T", true, "running");
+	root.write(VEXO_SECURE_ERASE_DIR "/sda" VEXO_SECURE_ERASE_SUFFIX, std::to_string(::getpid()) + "\n");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda3"), -1);
+	EXPECT_FALSE(root.exists("/run/vexosim/drive/sda.log")); // not even opened
+	EXPECT_TRUE(runs("sg_raw").empty());
+
+	// A marker whose eraser is gone does not count.
+	pid_t dead = ::fork();
+	if (dead == 0)
+		::_exit(0);
+	ASSERT_GT(dead, 0);
+	int st;
+	::waitpid(dead, &st, 0);
+	root.write(VEXO_SECURE_ERASE_DIR "/sda" VEXO_SECURE_ERASE_SUFFIX, std::to_string(dead) + "\n");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 77);
+	EXPECT_EQ(VEXODiskTemperatureGet(nullptr), -1);
+}
+
+TEST_F(Temperature, ScsiLogPage)
+{
+	product({{"vvos", "yes"}});
+	node("sda", R"({"protocol":"scsi","temperature":45})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 45);
+	expectSent("sda", {"SG_IO*cdb=4d004d00000000001000 -> ok"});
+
+	// Zero is zero only on the temperature page itself.
+	node("sda", R"({"protocol":"scsi","scsi":{"log_pages":{"0x0d":"0d00000c00000200000000010002003c"}}})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 0);
+	LogCapture log;
+	node("sda", R"({"protocol":"scsi","scsi":{"log_pages":{"0x0d":"4e00000c00000200000000010002003c"}}})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), -1);
+	EXPECT_TRUE(log.has(LOG_ERR, "Invaild SMART log page: 4e")) << log.dump();
+	node("sda", R"({"protocol":"scsi","scsi":{"log_pages":{"0x0d":"0d00000c000002000000d2010002003c"}}})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), 0); // 210
+	node("sda", R"({"protocol":"scsi","faults":{"log_sense":{"errno":"EIO"}}})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/sda"), -1);
+}
+
+TEST_F(Temperature, NvmeHealthLog)
+{
+	DiskLayout(root).nvme("nvme0n1", "0000:00:01.0");
+	node("nvme0n1", R"({"protocol":"nvme","serial":"22514D800394","temperature":38})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/nvme0n1"), 38);
+	expectSent("nvme0n1", {"NVME_ADMIN opcode=0x02*cdw10=0x007f0002*data_len=512*-> ok"}); // SMART / Health log
+	node("nvme0n1", R"({"protocol":"nvme","serial":"22514D800394","temperature":201})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/nvme0n1"), 0);
+	node("nvme0n1", R"({"protocol":"nvme","faults":{"nvme_get_log_page":{"errno":"EIO"}}})");
+	EXPECT_EQ(VEXODiskTemperatureGet("/dev/nvme0n1"), -1);
+	EXPECT_TRUE(runs("sg_raw").empty());
+}
+
+TEST_F(Temperature, CliNamesTheSource)
+{
+	EXPECT_NE(cli({"--json", "smart", "temp", "sda"}).find("\"temperature_c\": 41,\n  \"source\": \"smart_data\""),
+		  std::string::npos);
+	sctFlag(1);
+	EXPECT_NE(cli({"smart", "temp", "/dev/sda"}).find("sct_status_log"), std::string::npos);
+	debugTemperature("77");
+	EXPECT_NE(cli({"--json", "smart", "temp", "sda"}).find("\"temperature_c\": 77,\n  \"source\": \"debug_override\""),
+		  std::string::npos);
+	sysfs("sda", "ATA", "VEXO HAT5300-8T", true, "offline");
+	EXPECT_NE(cli({"--json", "smart", "temp", "sda"}).find("\"temperature_c\": null,\n  \"source\": \"not_running\""),
+		  std::string::npos);
+	DiskLayout(root).nvme("nvme0n1", "0000:00:01.0");
+	node("nvme0n1", R"({"protocol":"nvme","temperature":38})");
+	EXPECT_NE(cli({"smart", "temp", "nvme0n1"}).find("nvme_health_log"), std::string::npos);
+	EXPECT_NE(cli({"--json", "disk", "serial", "sda"}).find("\"serial\": \"ZL2K4T7C\",\n  \"firmware\": \"VX01\""),
+		  std::string::npos);
+}
+
+TEST_F(Temperature, FromCache)
+{
+	EXPECT_EQ(VEXODiskTemperatureGetFromCache("sda"), -1);
+	EXPECT_ERR(0x0900);
+	root.write("/run/vexostorage/disks/sda/temperature", "43\nstale");
+	EXPECT_EQ(VEXODiskTemperatureGetFromCache("sda"), 43);
+	EXPECT_EQ(VEXODiskTemperatureGetFromCache("/dev/sda"), 43);
+	root.write("/run/vexostorage/disks/sda/temperature", "");
+	EXPECT_EQ(VEXODiskTemperatureGetFromCache("sda"), -1);
+	EXPECT_ERR(0x0A00);
+	EXPECT_EQ(VEXODiskTemperatureGetFromCache(nullptr), -1);
+}
+
+// Debug overrides of a SMART attribute list: the override section is named
+// by the drive's true serial, which the emulated drive answers.
+class SmartInfoOverride : public DriveSim {
+protected:
+	void SetUp() override
+	{
+		DriveSim::SetUp();
+		ASSERT_TRUE(kBackend);
+		DiskLayout(root).sata("sda", 1);
+		node("sda", kAtaNode);
+		root.diskDir("sda");
+		root.write("/usr/bin/smartctl",
+			   "#!/bin/sh\ncat <<'EOF'\n"
+			   "ID# ATTRIBUTE_NAME          FLAG     VALUE WORST THRESH TYPE      UPDATED  WHEN_FAILED RAW_VALUE\n"
+			   "  1 Raw_Read_Error_Rate     0x000b   100   100   016    Pre-fail  Always       -       0\n"
+			   "  5 Reallocated_Sector_Ct   0x0033   100   100   005    Pre-fail  Always       -       0\n"
+			   "194 Temperature_Celsius     0x0002   181   181   000    Old_age   Always       -       33 (Min/Max 17/49)\n"
+			   "\nEOF\n",
+			   0755);
+		// Attribute 5 fails now with 8 bad sectors; 194 shows 45 as value.
+		root.write("/tmp/.disk_status_debug",
+			   "[ZL2K4T7C]\nsmart_info=\"#5, SKIP, SKIP, 120, 8;#194, 45, SKIP, SKIP, SKIP\"\n");
+	}
+	void product(bool debug, const char *debugType)
+	{
+		std::vector<std::pair<std::string, std::string>> kv = {{"internalportcfg", "0xff"}};
+		if (debug)
+			kv.emplace_back("support_disk_status_debug", "yes");
+		if (debugType)
+			kv.emplace_back("smart_attr_debug_type", debugType);
+		root.conf("/etc.defaults/vexoinfo.conf", kv);
+	}
+	std::vector<std::string> read()
+	{
+		ListGuard g;
+		EXPECT_EQ(AtaSmartInfoGet("/dev/sda", "ata", &g.l), 0);
+		std::vector<std::string> out;
+		for (auto *e = g.l; e; e = e->next)
+			out.push_back(std::string(e->id) + " " + e->name + " " + e->value + " " + e->worst + " " +
+				      e->threshold + " " + e->raw + " " + std::to_string(e->status));
+		return out;
+	}
+};
+
+TEST_F(SmartInfoOverride, ReplacesFieldsButSkip)
+{
+	product(true, nullptr);
+	EXPECT_EQ(read(), (std::vector<std::string>{"1 Raw_Read_Error_Rate 100 100 016 0 0",
+						   "5 Reallocated_Sector_Ct 100 100 120 8 2",
+						   "194 Temperature_Celsius 45 181 000 33 0"}));
+}
+
+TEST_F(SmartInfoOverride, RemovesRowsNotListed)
+{
+	product(true, "REMOVE_NOT_IN_LIST");
+	EXPECT_EQ(read(), (std::vector<std::string>{"5 Reallocated_Sector_Ct 100 100 120 8 2",
+						   "194 Temperature_Celsius 45 181 000 33 0"}));
+	// Another word keeps every row.
+	product(true, "remove_not_in_list");
+	EXPECT_EQ(read().size(), 3u);
+}
+
+TEST_F(SmartInfoOverride, NothingWithoutTheGateOrASection)
+{
+	product(false, "REMOVE_NOT_IN_LIST");
+	EXPECT_EQ(read(), (std::vector<std::string>{"1 Raw_Read_Error_Rate 100 100 016 0 0",
+						   "5 Reallocated_Sector_Ct 100 100 005 0 0",
+						   "194 Temperature_Celsius 181 181 000 33 0"}));
+	// A section for another drive changes nothing, and drops nothing.
+	product(true, "REMOVE_NOT_IN_LIST");
+	root.write("/tmp/.disk_status_debug", "[OTHER]\nsmart_info=\"#5, 1, 1, 1, 1\"\n");
+	EXPECT_EQ(read().size(), 3u);
+}
+
+// Self-test records read from emulated drives: which commands reach the
+// drive, the status and weight, the fallback files, and closing the record
+// of a finished test (keys, event row, concurrency between processes).
+#include <fcntl.h>
+#include <scsi/sg.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vexohw/frame.h>
+#include <vexohw/smart_test.h>
+#include <vexoplatform/logdb.h>
+#include <vexoplatform/vexocore.h>
+
+#include "smartctl/drive_sim.h"
+
+using namespace vexo::test;
+
+namespace {
+
+
+class SelfTestLog : public DriveSim {
+protected:
+	void SetUp() override
+	{
+		DriveSim::SetUp();
+		ports(false);
+		disk("sda", "ZL2K4T7C", 0, "[]", "");
+	}
+	// An ATA disk on its own SCSI host with a self-test history (newest
+	// first) and extra raw logs.
+	void disk(const std::string &name, const std::string &serial, int host, const std::string &tests,
+		  const std::string &logs)
+	{
+		std::string h = std::to_string(host), dev = "/sys/devices/pci0/ata" + h + "/host" + h + "/target" + h + ":0:0/" + h + ":0:0:0";
+		root.mkdirs(dev + "/block/" + name);
+		root.write("/sys/devices/pci0/ata" + h + "/host" + h + "/scsi_host/host" + h + "/proc_name", "ahci\n");
+		root.mkdirs("/sys/block");
+		if (!root.exists("/sys/block/" + name))
+			root.symlink(".." + dev.substr(4) + "/block/" + name, "/sys/block/" + name);
+		if (!root.exists(dev + "/block/" + name + "/device"))
+			root.symlink("../../../" + h + ":0:0:0", dev + "/block/" + name + "/device");
+		root.write(dev + "/vendor", "ATA     \n");
+		root.write(dev + "/model", "VEXO HAT5300-8T\n");
+		node(name, R"({"protocol":"ata","model":"VEXO HAT5300-8T","serial":")" + serial +
+				   R"(","firmware":"SC60","size_bytes":8001563222016,"self_tests":)" + tests +
+				   (logs.empty() ? "" : R"(,"logs":)" + logs) + "}");
+		root.diskDir(name);
+	}
+	// "extend=E quick=Q latest=TYPE/RESULT" of a log read, or "rc=N".
+	std::string results(const char *path = "/dev/sda", SmartTestLog *out = nullptr)
+	{
+		SmartTestLog l{};
+		int rc = SMARTSelfTestLogRead(path, &l);
+		if (out)
+			*out = l;
+		return rc ? "rc=" + std::to_string(rc)
+			  : "extend=" + std::to_string(l.extendResult) + " quick=" + std::to_string(l.quickResult) +
+				    " latest=" + std::to_string(l.latestType) + "/" + std::to_string(l.latestResult);
+	}
+	void kind(int k, const char *name = "sda") { ASSERT_EQ(VEXODiskUpdateIntValueCacheFile(name, "smart_selftest_log_type", k), 0); }
+	std::string kv(const char *file, const std::string &key)
+	{
+		char v[64] = {};
+		return VLIBCFileGetKeyValue(file, key.c_str(), v, sizeof(v), 0) > 0 ? v : "";
+	}
+};
+
+TEST_F(SelfTestLog, StandardLogStatusAndWeight)
+{
+	ASSERT_TRUE(kBackend);
+	struct Row {
+		const char *tests;
+		unsigned latest;
+		int status, weight;
+	} rows[] = {
+		{R"([{"type":1,"status":64},{"type":2,"status":0}])", 7, 1, 0},  // a damaged quick test alone
+		{R"([{"type":1,"status":64},{"type":2,"status":112}])", 4, 3, 601},
+		{R"([{"type":2,"status":33},{"type":1,"status":64}])", 3, 1, 0},
+		{"[]", 6, 1, 0},
+	};
+	for (const Row &r : rows) {
+		disk("sda", "ZL2K4T7C", 0, r.tests, "");
+		kind(1);
+		SmartTestLog log{};
+		ASSERT_EQ(SMARTSelfTestLogRead("/dev/sda", &log), 0) << r.tests;
+		EXPECT_EQ(log.latestResult, r.latest) << r.tests;
+		clearCommands("sda");
+		int weight = 0;
+		char progress[8] = "x";
+		EXPECT_EQ(SmartTestStatusGet("/dev/sda", progress, sizeof(progress), &weight), r.status) << r.tests;
+		EXPECT_EQ(weight, r.weight);
+		EXPECT_STREQ(progress, "x"); // no test runs
+		EXPECT_EQ(commands("sda").size(), 2u); // SMART READ DATA, SMART READ LOG 6
+	}
+	EXPECT_EQ(SMARTIsSelftesting("/dev/sda"), 0);
+}
+
+TEST_F(SelfTestLog, ExtendedLogOfTenPages)
+{
+	// Newest is entry 149 (page 7): extended completed; before it a quick
+	// test ended in damage.
+	std::vector<uint8_t> log7(10 * 512, 0);
+	log7[0] = 1, log7[2] = 150;
+	auto at = [](size_t u) { return (u / 19) * 512 + 4 + (u % 19) * 26; };
+	log7[at(149)] = 2, log7[at(149) + 2] = 1;
+	log7[at(148)] = 1, log7[at(148) + 1] = 0x30;
+	std::string hex;
+	for (uint8_t b : log7) {
+		char x[3];
+		std::snprintf(x, sizeof(x), "%02x", b);
+		hex += x;
+	}
+	disk("sda", "ZL2K4T7C", 0, "[]", R"({"0x07":")" + hex + R"("})");
+	kind(2);
+	clearCommands("sda");
+	EXPECT_EQ(results(), "extend=1 quick=4 latest=2/1");
+	// values, log directory, extended directory, then all ten pages at once
+	EXPECT_EQ(commands("sda").size(), 4u);
+	auto sent = commands("sda");
+	EXPECT_EQ(std::count_if(sent.begin(), sent.end(),
+				[](const std::string &l) { return l.find("cdb=85080e000000" "0a000700000000002f00 -> ok") != l.npos; }),
+		  1);
+}
+
+TEST_F(SelfTestLog, HistoryFillsExtendedLogPages)
+{
+	std::string tests = R"([{"type":2,"status":64})";
+	for (int i = 0; i < 24; ++i)
+		tests += R"(,{"type":1,"status":0})";
+	disk("sda", "ZL2K4T7C", 0, tests + "]", "");
+	kind(2);
+	clearCommands("sda");
+	EXPECT_EQ(results(), "extend=4 quick=1 latest=2/4");
+	auto sent = commands("sda"); // the directory, then both pages at once
+	EXPECT_EQ(std::count_if(sent.begin(), sent.end(), [](const std::string &l) { return l.find("2f00 -> ok") != l.npos; }), 2);
+}
+
+TEST_F(SelfTestLog, ScsiResultsAndControlModePages)
+{
+	ports(true);
+	node("sda", R"({"protocol":"scsi","serial":"SX00001234","smart":{"extended_test_minutes":120},
+	     "self_tests":[{"type":2,"status":64},{"type":1,"status":0}]})");
+	SmartTestLog log{};
+	EXPECT_EQ(results("/dev/sda", &log), "extend=4 quick=1 latest=2/4");
+	EXPECT_STREQ(log.extendMinutes, "120");
+	EXPECT_STREQ(log.quickMinutes, "2");
+	int weight = 0;
+	EXPECT_EQ(SmartTestStatusGet("/dev/sda", nullptr, 0, &weight), SMART_TEST_STATUS_FAIL);
+	EXPECT_EQ(weight, 601);
+
+	// SEND DIAGNOSTIC, background short self-test
+	uint8_t cdb[6] = {0x1D, 1 << 5, 0, 0, 0, 0}, sense[32] = {};
+	sg_io_hdr_t h{};
+	h.interface_id = 'S', h.cmd_len = 6, h.cmdp = cdb, h.mx_sb_len = sizeof(sense), h.sbp = sense;
+	h.dxfer_direction = SG_DXFER_NONE, h.timeout = 30000;
+	ASSERT_EQ(vexo::dev::ioctl(open("sda"), SG_IO, &h), 0);
+	ASSERT_EQ(h.status, 0);
+	char progress[8] = {};
+	EXPECT_EQ(SmartTestStatusGet("/dev/sda", progress, sizeof(progress), &weight), SMART_TEST_STATUS_FAIL);
+	EXPECT_STREQ(progress, "-1");
+	EXPECT_EQ(SMARTIsSelftesting("/dev/sda"), 1);
+}
+
+TEST_F(SelfTestLog, NvmeLogSupportAndAVanishedDisk)
+{
+	node("nvme0n1", R"({"protocol":"nvme","model":"WD Red SN700 500GB","serial":"22514D800394","firmware":"111150WD",
+	     "nvme":{"vid":5559,"ssvid":5559,"extended_test_minutes":25,
+	     "self_tests":[{"type":2,"result":7},{"type":1,"result":0},{"type":2,"result":6}]}})");
+	SmartTestLog log{};
+	EXPECT_EQ(results("/dev/nvme0n1", &log), "extend=4 quick=1 latest=2/4");
+	EXPECT_EQ(log.currentResult, 1u);
+	EXPECT_EQ(log.extendDamagedBefore, 1);
+	EXPECT_STREQ(log.extendMinutes, "25");
+	EXPECT_EQ(SMARTIsSelftesting("/dev/nvme0n1"), 0);
+	EXPECT_EQ(VEXODiskSmartTestSupport("/dev/nvme0n1"), 0); // not one of the maker's own drives
+
+	EXPECT_EQ(VEXODiskSmartTestSupport("/dev/sda"), 1);
+	root.write("/var/lib/diskaction/diskaction.xml",
+		   R"(<diskaction><disk model="VEXO HAT5300-8T" action="0x2000000"/></diskaction>)");
+	EXPECT_EQ(VEXODiskSmartTestSupport("/dev/sda"), 0);
+	EXPECT_EQ(VEXODiskSmartTestSupportCache("/dev/sda"), 0);
+	EXPECT_EQ(root.read("/run/vexostorage/disks/sda/smart_test_support"), "0");
+
+	kind(1);
+	root.remove("/dev/sda"); // the disk is gone
+	EXPECT_EQ(SMARTSelfTestLogRead("/dev/sda", &log), -1);
+	int weight = 0;
+	EXPECT_EQ(SmartTestStatusGet("/dev/sda", nullptr, 0, &weight), SMART_TEST_STATUS_UNKNOWN);
+	EXPECT_EQ(weight, 0);
+	EXPECT_EQ(SMARTIsSelftesting("/dev/sda"), 0);
+}
+
+TEST_F(SelfTestLog, FallbackFilesDecideTheLatest)
+{
+	kind(0);
+	ASSERT_EQ(VEXODiskUpdateStrValueCacheFile("sda", "serial", "ZL2K4T7C"), 0);
+	root.write("/run/vexostorage/disks/sda/smart_testing", ""); // no test runs
+	root.write("/var/log/smart_quick_log", "ZL2K4T7C_STATUS=\"4\"\nZL2K4T7C_TIME=\"200\"\n");
+	root.write("/var/log/smart_extend_log", "ZL2K4T7C_STATUS=\"1\"\nZL2K4T7C_TIME=\"100\"\n");
+	EXPECT_EQ(results(), "extend=1 quick=4 latest=1/7");
+}
+
+TEST_F(SelfTestLog, StopRecordsTheFinishedTestAndPagesTheDatabase)
+{
+	disk("sda", "ZL2K4T7C", 0, R"([{"type":2,"status":0}])", "");
+	kind(1);
+	root.write("/usr/vexo/bin/vexo_smart_test", "#!/bin/sh\necho \"$*\" > \"$VEXO_SYSROOT/tmp/stop.args\"\n", 0755);
+	root.mkdirs("/tmp");
+	ASSERT_EQ(VEXODiskUpdateStrValueCacheFile("sda", "smart_testing", "extend"), 0);
+	root.write("/var/log/smart_extend_log", "ZL2K4T7C_TIME_NEW=\"1700000000\"\nZL2K4T7C_STATUS_NEW=\"5\"\n");
+	ASSERT_EQ(VEXODiskSmartTestStop("/dev/sda"), 0);
+	EXPECT_EQ(root.read("/tmp/stop.args"), "--type stop --disk sel /dev/sda\n");
+	EXPECT_EQ(kv(SMART_TEST_EXTEND_LOG, "ZL2K4T7C_STATUS"), "1");
+	EXPECT_EQ(kv(SMART_TEST_EXTEND_LOG, "ZL2K4T7C_TIME"), "1700000000");
+	EXPECT_EQ(kv(SMART_TEST_EXTEND_LOG, "ZL2K4T7C_STATUS_NEW"), "");
+	EXPECT_EQ(root.read("/run/vexostorage/disks/sda/smart_testing"), "");
+	EXPECT_EQ(SmartTestResultRecord("sda"), -1); // nothing left to record
+
+	for (int t = 1; t <= 4; ++t)
+		ASSERT_EQ(VLIBLogSetByVA("disk_test", 1, "m", "ZL2K4T7C", "/dev/sda", std::to_string(t).c_str(),
+					 t == 2 ? "ihm" : "smart", "quick", static_cast<const char *>(nullptr)), 0);
+	ASSERT_EQ(VLIBLogSetByVA("disk_test", 4, "m", "OTHER", "/dev/sdb", "9", "smart", "quick",
+				 static_cast<const char *>(nullptr)), 0);
+	DiskTestLog *list = nullptr;
+	ASSERT_EQ(VEXODiskTestLogGet("/dev/sda", "smart", 2, 0, &list), 4);
+	ASSERT_TRUE(list && list->next && !list->next->next);
+	EXPECT_STREQ(list->testType, "extend"); // the stopped test is the newest
+	EXPECT_STREQ(list->message, "1");
+	DiskTestLogFree(list);
+	ASSERT_EQ(VEXODiskTestLogGet("/dev/sda", nullptr, 10, 4, &list), 5);
+	ASSERT_TRUE(list && !list->next);
+	EXPECT_STREQ(list->type, "smart");
+	DiskTestLogFree(list);
+}
+
+TEST_F(SelfTestLog, TwoProcessesRecordingLoseNoKey)
+{
+	disk("sda", "ZL2K4T7C", 0, R"([{"type":1,"status":0}])", "");
+	disk("sdb", "ZL2K0002", 1, R"([{"type":1,"status":0}])", "");
+	kind(1);
+	kind(1, "sdb");
+	root.mkdirs("/run/lock");
+	constexpr int kRounds = 25;
+	pid_t kids[2];
+	const char *names[2] = {"sda", "sdb"}, *serials[2] = {"ZL2K4T7C", "ZL2K0002"};
+	for (int k = 0; k < 2; ++k) {
+		kids[k] = fork();
+		ASSERT_GE(kids[k], 0);
+		if (kids[k] == 0) {
+			int bad = 0;
+			for (int i = 1; i <= kRounds; ++i) {
+				// the tool's own writes take the same lock
+				int fd = ::open(root.host(SMART_TEST_QUICK_LOCK).c_str(), O_RDWR | O_CREAT, 0644);
+				lockf(fd, F_LOCK, 0);
+				VLIBCFileSetKeyValue(SMART_TEST_QUICK_LOG, (std::string(serials[k]) + "_TIME_NEW").c_str(),
+						     std::to_string(i).c_str(), nullptr);
+				VLIBCFileSetKeyValue(SMART_TEST_QUICK_LOG, (std::string(serials[k]) + "_STATUS_NEW").c_str(), "5", nullptr);
+				::close(fd);
+				VEXODiskUpdateStrValueCacheFile(names[k], "smart_testing", "quick");
+				bad += SmartTestResultRecord(names[k]) != 0;
+			}
+			_exit(bad);
+		}
+	}
+	for (pid_t p : kids) {
+		int st = 0;
+		ASSERT_EQ(waitpid(p, &st, 0), p);
+		EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0);
+	}
+	for (const char *s : serials) {
+		EXPECT_EQ(kv(SMART_TEST_QUICK_LOG, std::string(s) + "_TIME"), std::to_string(kRounds)) << s;
+		EXPECT_EQ(kv(SMART_TEST_QUICK_LOG, std::string(s) + "_STATUS"), "1") << s;
+		EXPECT_EQ(kv(SMART_TEST_QUICK_LOG, std::string(s) + "_TIME_NEW"), "") << s;
+	}
+}
+
+} // namespace
 
 } // namespace

@@ -1,34 +1,41 @@
-// SMART attribute lists read from the tool's text: captured outputs of real
-// drives, the status rule, the cache decision, the command line the tool
-// gets, and the dispatch by command family.
+// SMART attribute lists read from the tool's text (captured outputs of real
+// drives, the status rule, the cache decision, the command line, the dispatch
+// by command family), the list cache file, the CLI over them, the temperature
+// readers, and the self-test log pages decoded.
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 #include <ctime>
 #include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+#include <string>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
+#include <vector>
+#include <vexohw/smart_info.h>
+#include <vexohw/smart_serial.h>
+#include <vexohw/smart_temperature.h>
+#include <vexohw/smartctl.h>
 
 #include "external/port_map.h"
+#include "frame/exec.h"
+#include "smartctl/self_test.h"
+#include "smartctl/sg_dump_read.h"
 #include "smartctl/smart_util.h"
 #include "support/disk_layout.h"
+#include "support/vexotest.h"
 
 using namespace vexo::test;
+using vexo::smart::sctSupportFromIdentifyDump;
+using vexo::smart::sctTemperatureFromDump;
+using namespace vexo::selftest;
 
 namespace {
-
-// One row as "id name value worst threshold raw status".
-std::string row(const std::string &id, const std::string &name, const std::string &value, const std::string &worst,
-		const std::string &threshold, const std::string &raw, uint32_t status)
-{
-	return id + " " + name + " " + value + " " + worst + " " + threshold + " " + raw + " " + std::to_string(status);
-}
-
-std::vector<std::string> rows(const SmartInfoEntry *l)
-{
-	std::vector<std::string> out;
-	for (; l; l = l->next)
-		out.push_back(row(l->id, l->name ? l->name : "", l->value, l->worst, l->threshold, l->raw, l->status));
-	return out;
-}
 
 const std::string kHeading =
 	"ID# ATTRIBUTE_NAME          FLAG     VALUE WORST THRESH TYPE      UPDATED  WHEN_FAILED RAW_VALUE\n";
@@ -382,6 +389,602 @@ TEST_F(SmartInfo, ScsiAndNvmeDisks)
 	EXPECT_TRUE(log.has(LOG_ERR, "SMART attribute list of NVMe disk /dev/nvme0n1 is not available"));
 	EXPECT_EQ(VEXODiskAtaSmartInfoUpdate("/dev/nvme0n1"), 0);
 	EXPECT_EQ(runs(), 0);
+}
+
+// The SMART list cache file: what lands on disk, how the reader refuses a
+// damaged file, how the writer fails, and writers racing each other.
+const std::string kDir = "/run/vexostorage/disks/sda/";
+
+// A list of n entries built by hand: ids 1..n, names "Attr_<i>", status i % 3.
+SmartInfoEntry *makeList(int n, const std::string &tag = "Attr_")
+{
+	SmartInfoEntry *head = nullptr, **tail = &head;
+	for (int i = 1; i <= n; ++i) {
+		auto *e = static_cast<SmartInfoEntry *>(calloc(1, sizeof(SmartInfoEntry)));
+		std::string id = std::to_string(i);
+		e->id = strdup(id.c_str());
+		e->name = strdup((tag + id).c_str());
+		e->value = strdup("100");
+		e->worst = strdup("099");
+		e->threshold = strdup("010");
+		e->raw = strdup(("\"quoted\\" + id).c_str()); // JSON escapes survive
+		e->status = static_cast<uint32_t>(i % 3);
+		*tail = e;
+		tail = &e->next;
+	}
+	return head;
+}
+
+class SmartInfoCacheFile : public ::testing::Test {
+protected:
+	void SetUp() override
+	{
+		VLIBCErrClear();
+		root.diskDir("sda");
+	}
+	Sysroot root;
+};
+
+TEST_F(SmartInfoCacheFile, WrittenAsSevenItemArrays)
+{
+	ListGuard in;
+	in.l = makeList(3);
+	mode_t old = ::umask(077);
+	struct timespec ts {};
+	clock_gettime(CLOCK_MONOTONIC_COARSE, &ts);
+	ASSERT_EQ(SmartInfoCacheUpdate("sda", in.l), 0);
+	EXPECT_EQ(::umask(old), 077u); // the caller's umask is back
+	EXPECT_EQ(root.mode(kDir + "smart_info_list.cache"), 0644u);
+	EXPECT_FALSE(root.exists(kDir + "smart_info_list.cache.tmp"));
+	EXPECT_TRUE(root.exists(kDir + ".smart_info_list.lock"));
+	long long stamp = std::stoll(root.read(kDir + ".smart_info_list.timestamp"));
+	EXPECT_GE(stamp, ts.tv_sec);
+	EXPECT_LE(stamp, ts.tv_sec + 5);
+
+	json_object *doc = json_tokener_parse(root.read(kDir + "smart_info_list.cache").c_str());
+	ASSERT_NE(doc, nullptr);
+	EXPECT_STREQ(json_object_to_json_string_ext(json_object_array_get_idx(doc, 1), JSON_C_TO_STRING_PLAIN),
+		     R"(["2","Attr_2","100","099","010","\"quoted\\2",2])");
+	json_object_put(doc);
+
+	ListGuard out;
+	ASSERT_EQ(SmartInfoCacheGet("sda", &out.l), 0);
+	std::string wrote = root.read(kDir + "smart_info_list.cache");
+	ASSERT_EQ(SmartInfoCacheUpdate("sda", out.l), 0); // read back, written again: the same file
+	EXPECT_EQ(root.read(kDir + "smart_info_list.cache"), wrote);
+}
+
+TEST_F(SmartInfoCacheFile, ReaderRefusesDamagedFiles)
+{
+	const struct {
+		const char *text;
+		int code;
+	} cases[] = {
+		{nullptr, 0x0900}, // no file
+		{"not json", 0x0900},
+		{R"({"a":1})", 0x0900},
+		{"[]", 0x0900},
+		{R"([["1","A","1","1","1","1",0]] x)", 0x0900},
+		{"[1]", 0x0A00},
+		{R"([["1","A","1","1","1",0]])", 0x0A00},
+		{R"([["1","A","1","1","1","1",0,0]])", 0x0A00},
+		{R"([["1","A","1","1","1","1",0],{}])", 0x0A00},
+		{R"([["1",5,"1","1","1","1",0]])", 0x2A00},
+		{R"([["1","A","1","1","1","1",-1]])", 0x2A00},
+		{R"([["1","A","1","1","1","1",3]])", 0x2A00},
+		{R"([["1","A","1","1","1","1","0"]])", 0x2A00},
+		// A bad last element fails the read as a bad first one does.
+		{R"([["1","A","1","1","1","1",0],["2","B","1","1","1","1",7]])", 0x2A00},
+	};
+	for (const auto &c : cases) {
+		SCOPED_TRACE(c.text ? c.text : "(no file)");
+		if (c.text)
+			root.write(kDir + "smart_info_list.cache", c.text);
+		else
+			root.remove(kDir + "smart_info_list.cache");
+		SmartInfoEntry *l = kSentinel;
+		EXPECT_EQ(SmartInfoCacheGet("sda", &l), -1);
+		EXPECT_ERR(c.code);
+		EXPECT_EQ(l, nullptr);
+		if (l != kSentinel)
+			VEXODiskSmartInfoFree(l);
+	}
+	// A NUL after the document is damage too.
+	root.write(kDir + "smart_info_list.cache", std::string(R"([["1","A","1","1","1","1",0]])") + '\0');
+	SmartInfoEntry *l = kSentinel;
+	EXPECT_EQ(SmartInfoCacheGet("sda", &l), -1);
+	EXPECT_ERR(0x0900);
+	EXPECT_EQ(l, nullptr);
+	// White space around the document is fine.
+	root.write(kDir + "smart_info_list.cache", " [[\"1\",\"A\",\"1\",\"1\",\"1\",\"1\",2]]\n");
+	ListGuard g;
+	ASSERT_EQ(SmartInfoCacheGet("sda", &g.l), 0);
+	EXPECT_EQ(g.l->status, 2u);
+
+	EXPECT_EQ(SmartInfoCacheUpdate("..", g.l), -1); // a name that would leave the disks folder
+	EXPECT_ERR(0x0D00);
+	EXPECT_EQ(SmartInfoCacheGet("../sda", &l), -1);
+	EXPECT_ERR(0x0D00);
+}
+
+TEST_F(SmartInfoCacheFile, WriterFailuresLeaveTheOldFile)
+{
+	ListGuard l;
+	l.l = makeList(2);
+	root.write(kDir + "smart_info_list.cache", "old");
+
+	// No directory for the disk: not even the lock can be taken.
+	EXPECT_EQ(SmartInfoCacheUpdate("sdz", l.l), -1);
+	EXPECT_ERR(0x0400);
+
+	root.mkdirs(kDir + "smart_info_list.cache.tmp");
+	EXPECT_EQ(SmartInfoCacheUpdate("sda", l.l), -1);
+	EXPECT_ERR(0x0B00);
+	EXPECT_EQ(root.read(kDir + "smart_info_list.cache"), "old");
+	root.remove(kDir + "smart_info_list.cache.tmp");
+
+	// The cache name taken by a non-empty directory: the rename fails and
+	// the temporary file goes away.
+	root.remove(kDir + "smart_info_list.cache");
+	root.write(kDir + "smart_info_list.cache/x", "");
+	EXPECT_EQ(SmartInfoCacheUpdate("sda", l.l), -1);
+	EXPECT_ERR(0x2800);
+	EXPECT_FALSE(root.exists(kDir + "smart_info_list.cache.tmp"));
+	root.remove(kDir + "smart_info_list.cache");
+
+	// The stamp cannot be written: the list is in place but the call fails,
+	// so the next read goes to the drive rather than trusting a stale stamp.
+	root.write(kDir + ".smart_info_list.timestamp/x", "");
+	EXPECT_EQ(SmartInfoCacheUpdate("sda", l.l), -1);
+	EXPECT_ERR(0x0B00);
+	root.remove(kDir + ".smart_info_list.timestamp");
+
+	// The lock is free again after every failure.
+	EXPECT_EQ(SmartInfoCacheUpdate("sda", l.l), 0);
+}
+
+TEST_F(SmartInfoCacheFile, WriterWaitsForTheLock)
+{
+	ListGuard l;
+	l.l = makeList(1);
+	int fd = ::open(root.host(kDir + ".smart_info_list.lock").c_str(), O_RDWR | O_CREAT, 0644);
+	ASSERT_GE(fd, 0);
+	ASSERT_EQ(::flock(fd, LOCK_EX), 0);
+	pid_t holder = ::fork();
+	if (holder == 0) {
+		::usleep(800000);
+		::_exit(0); // the lock goes with the last holder of the description
+	}
+	::close(fd);
+	struct timespec a {}, b {};
+	clock_gettime(CLOCK_MONOTONIC, &a);
+	EXPECT_EQ(SmartInfoCacheUpdate("sda", l.l), 0);
+	clock_gettime(CLOCK_MONOTONIC, &b);
+	EXPECT_GE((b.tv_sec - a.tv_sec) * 1000 + (b.tv_nsec - a.tv_nsec) / 1000000, 500);
+	int st = 0;
+	::waitpid(holder, &st, 0);
+}
+
+TEST_F(SmartInfoCacheFile, RacingWritersLeaveAWholeFile)
+{
+	// Two writers with lists of different lengths, a reader beside them.
+	auto writer = [&](int n, const char *tag) {
+		pid_t pid = ::fork();
+		if (pid == 0) {
+			SmartInfoEntry *l = makeList(n, tag);
+			int bad = 0;
+			for (int i = 0; i < 150; ++i)
+				bad += SmartInfoCacheUpdate("sda", l) != 0;
+			VEXODiskSmartInfoFree(l);
+			::_exit(bad ? 1 : 0);
+		}
+		return pid;
+	};
+	ListGuard first;
+	first.l = makeList(1, "Seed_");
+	ASSERT_EQ(SmartInfoCacheUpdate("sda", first.l), 0);
+	pid_t a = writer(30, "Long_"), b = writer(2, "Short_");
+	int reads = 0, torn = 0;
+	for (bool done = false; !done;) {
+		ListGuard g;
+		if (SmartInfoCacheGet("sda", &g.l) != 0) {
+			++torn;
+		} else {
+			int n = 0;
+			for (auto *e = g.l; e; e = e->next)
+				++n;
+			std::string tag = g.l->name;
+			tag = tag.substr(0, tag.find('_'));
+			if (!((tag == "Long" && n == 30) || (tag == "Short" && n == 2) || (tag == "Seed" && n == 1)))
+				++torn;
+		}
+		++reads;
+		int st = 0;
+		if (::waitpid(a, &st, WNOHANG) == a) {
+			done = true;
+			EXPECT_EQ(st, 0);
+			ASSERT_EQ(::waitpid(b, &st, 0), b);
+			EXPECT_EQ(st, 0);
+		}
+	}
+	EXPECT_GT(reads, 10);
+	EXPECT_EQ(torn, 0) << "of " << reads << " reads";
+	EXPECT_FALSE(root.exists(kDir + "smart_info_list.cache.tmp"));
+	ListGuard last;
+	ASSERT_EQ(SmartInfoCacheGet("sda", &last.l), 0);
+}
+
+// vexohw smart attrs / smart cache against a test root with a stand-in tool.
+class SmartAttrsCli : public ::testing::Test {
+protected:
+	void SetUp() override
+	{
+		root.diskDir("sda");
+		// sda in the first internal bay: the command family needs its container.
+		DiskLayout(root).sata("sda", 1);
+		DiskLayout(root).portMaps("4", "2", "1", "");
+		root.write("/usr/bin/smartctl",
+			   "#!/bin/sh\necho run >> '" + root.host("/runs") +
+				   "'\ncat <<'EOF'\n"
+				   "ID# ATTRIBUTE_NAME          FLAG     VALUE WORST THRESH TYPE      UPDATED  WHEN_FAILED RAW_VALUE\n"
+				   "  5 Reallocated_Sector_Ct   0x0033   001   001   036    Pre-fail  Always   FAILING_NOW 4095\n"
+				   "190 Airflow_Temperature_Cel 0x0022   055   042   045    Old_age   Always   In_the_past 45 (0 120 46 45)\n"
+				   "\nEOF\n",
+			   0755);
+	}
+	// Runs the CLI on the test root; the seam must not put the root in
+	// front of the CLI's own path.
+	vexo::exec::Result cli(std::vector<std::string> args)
+	{
+		ScopedEnv noRoot("VEXO_SYSROOT", nullptr);
+		args.insert(args.begin(), {buildDir() + "/bin/vexohw", "--sysroot", root.root()});
+		vexo::exec::Options o;
+		o.captureStderr = true;
+		o.timeoutMs = 60000;
+		return vexo::exec::run(args, o);
+	}
+	Sysroot root;
+};
+
+TEST_F(SmartAttrsCli, TableJsonAndCache)
+{
+	auto r = cli({"smart", "attrs", "sda"});
+	ASSERT_EQ(r.status(), 0) << r.err;
+	EXPECT_NE(r.out.find("ID#"), std::string::npos) << r.out;
+	EXPECT_NE(r.out.find("failing now"), std::string::npos) << r.out;
+	EXPECT_NE(r.out.find("failed in the past"), std::string::npos) << r.out;
+
+	r = cli({"--json", "smart", "attrs", "/dev/sda"});
+	ASSERT_EQ(r.status(), 0) << r.err;
+	EXPECT_NE(r.out.find("\"name\": \"Reallocated_Sector_Ct\""), std::string::npos) << r.out;
+	EXPECT_NE(r.out.find("\"raw\": \"45\""), std::string::npos) << r.out;
+	EXPECT_NE(r.out.find("\"status\": 2"), std::string::npos) << r.out;
+	EXPECT_EQ(root.read("/runs"), "run\n"); // the second came from the cache
+
+	r = cli({"--json", "smart", "cache", "sda"});
+	ASSERT_EQ(r.status(), 0) << r.err;
+	EXPECT_NE(r.out.find("\"fresh\": true"), std::string::npos) << r.out;
+	r = cli({"smart", "cache", "sda", "--refresh"});
+	ASSERT_EQ(r.status(), 0) << r.err;
+	EXPECT_NE(r.out.find("s old (fresh)"), std::string::npos) << r.out;
+	EXPECT_EQ(root.read("/runs"), "run\nrun\n");
+
+	root.remove("/run/vexostorage/disks/sda/smart_info_list.cache");
+	r = cli({"smart", "cache", "sda"});
+	EXPECT_EQ(r.status(), 1);
+	EXPECT_NE(r.err.find("no cached SMART attribute list for /dev/sda (error 0x0900)"), std::string::npos) << r.err;
+}
+
+// The raw value rule, the temperature attributes of the SMART data page and
+// the two dump readers against output captured from the real tools.
+namespace {
+
+void putSlot(unsigned char *page, int index, unsigned char id, std::initializer_list<unsigned char> raw)
+{
+	unsigned char *s = page + 2 + 12 * index;
+	s[0] = id;
+	s[3] = 100;
+	s[4] = 100;
+	int i = 0;
+	for (unsigned char b : raw)
+		s[5 + i++] = b;
+}
+
+// The capture with the byte at 200 (ninth byte of line c0) replaced.
+std::string withByte200(std::string dump, const char *hex)
+{
+	size_t at = dump.find(" c0     ");
+	size_t ninth = at + 8 + 8 * 3 + 1; // eight bytes and the extra gap
+	dump.replace(ninth, 2, hex);
+	return dump;
+}
+
+} // namespace
+
+// IDENTIFY and SMART text fields are stored with each pair of bytes swapped.
+TEST(ByteOrder, SwapTouchesExactlyTwoBytes)
+{
+	char model[10] = "EVOXAH5T!";
+	for (int i = 0; i < 8; i += 2)
+		VEXOSmartEndianSwap2(model + i);
+	EXPECT_STREQ(model, "VEXOHAT5!");
+	swap2(model + 1); // an odd address is fine
+	EXPECT_STREQ(model, "VXEOHAT5!");
+	VEXOSmartEndianSwap2(nullptr);
+	swap2(nullptr);
+	EXPECT_EQ(isbigendian(), __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__ ? 1 : 0);
+}
+
+TEST(RawValue, TemperatureIdsTakeTheFirstRawByteOthersAllSix)
+{
+	unsigned char slot[12] = {194, 0x22, 0x00, 100, 100, 0x24, 0x00, 0x14, 0x00, 0x28, 0x00, 0};
+	char out[32];
+	EXPECT_EQ(SmartAttribRawValueParse(out, slot), 36);
+	EXPECT_STREQ(out, "36");
+	slot[0] = 190;
+	EXPECT_EQ(SmartAttribRawValueParse(out, slot), 36);
+	slot[0] = 5;
+	EXPECT_EQ(SmartAttribRawValueParse(out, slot), 0x002800140024LL);
+	EXPECT_STREQ(out, "171800002596");
+	// All six bytes set: the largest 48-bit number, still positive.
+	unsigned char full[12] = {9, 0, 0, 100, 100, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xEE};
+	EXPECT_EQ(SmartAttribRawValueParse(out, full), 0xFFFFFFFFFFFFLL);
+	EXPECT_STREQ(out, "281474976710655");
+
+	LogCapture log;
+	EXPECT_EQ(SmartAttribRawValueParse(nullptr, slot), -1);
+	EXPECT_EQ(SmartAttribRawValueParse(out, nullptr), -1);
+	EXPECT_EQ(log.count(LOG_ERR, "Invalid input !"), 2);
+}
+
+TEST(RawValue, TemperatureAttributesOfThePage)
+{
+	unsigned char page[512] = {};
+	putSlot(page, 0, 1, {0, 0, 0, 0, 0, 0});
+	EXPECT_EQ(SmartTemperatureGet(page), -1);
+	EXPECT_EQ(SmartAirflowTempGet(page), -1);
+	putSlot(page, 29, 190, {31, 0, 20, 0, 40, 0}); // the last slot, ending at 362
+	EXPECT_EQ(SmartAirflowTempGet(page), 31);
+	EXPECT_EQ(SmartTemperatureGet(page), -1);
+	putSlot(page, 3, 194, {0x24, 0x00, 0x14, 0x00, 0x28, 0x00});
+	EXPECT_EQ(SmartTemperatureGet(page), 36);
+	// Past the 30 slots nothing counts.
+	page[362] = 194;
+	page[367] = 99;
+	putSlot(page, 3, 1, {});
+	EXPECT_EQ(SmartTemperatureGet(page), -1);
+	EXPECT_EQ(SmartTemperatureGet(nullptr), -1);
+}
+
+TEST(StoredSerial, LengthCheckBounds)
+{
+	EXPECT_EQ(VEXODiskSerialLengthCheck("12345"), 0);
+	EXPECT_EQ(VEXODiskSerialLengthCheck("123456"), 1);
+	EXPECT_EQ(VEXODiskSerialLengthCheck("123456789012345678901234"), 1);
+	EXPECT_EQ(VEXODiskSerialLengthCheck("1234567890123456789012345"), 0);
+	EXPECT_EQ(VEXODiskSerialLengthCheck(""), 0);
+	EXPECT_EQ(VEXODiskSerialLengthCheck(nullptr), 0);
+}
+
+TEST(SgRawDump, ByteTwoHundredOfTheRealOutput)
+{
+	std::string real = capture("sg_raw_sct_status.txt");
+	ASSERT_NE(real.find("Received 512 bytes of data:"), std::string::npos);
+	EXPECT_EQ(sctTemperatureFromDump(real), 38);
+	EXPECT_EQ(sctTemperatureFromDump(withByte200(real, "64")), 100);
+	EXPECT_EQ(sctTemperatureFromDump(withByte200(real, "65")), -1); // 101
+	EXPECT_EQ(sctTemperatureFromDump(withByte200(real, "ff")), -1);
+	EXPECT_EQ(sctTemperatureFromDump(withByte200(real, "00")), 0);
+
+	// Ends before the line of 0xc0, or within it before byte 200.
+	EXPECT_EQ(sctTemperatureFromDump(real.substr(0, real.find(" c0     "))), -1);
+	std::string cut = real.substr(0, real.find(" c0     ") + 8 + 8 * 3);
+	EXPECT_EQ(sctTemperatureFromDump(cut), -1);
+	EXPECT_EQ(sctTemperatureFromDump(""), -1);
+	EXPECT_EQ(sctTemperatureFromDump("SCSI Status: Good\n\nNo data received\n"), -1);
+}
+
+TEST(SgRawDump, LineShapes)
+{
+	// The ASCII column is not read as bytes, even when it looks like hex.
+	std::string line = " c0     00 00 00 00 00 00 00 00\n";
+	EXPECT_EQ(sctTemperatureFromDump(line), -1);
+	EXPECT_EQ(sctTemperatureFromDump(" c0     00 00 00 00 00 00 00 00                                  2a 2b\n"), -1);
+	// The first line that reaches 185 decides, whatever its offset.
+	EXPECT_EQ(sctTemperatureFromDump(" b0     00 00 00 00 00 00 00 00  1f 00\n"
+					 " d0     00 00 00 00 00 00 00 00  20 00\n"),
+		  0x20);
+	// Windows line ends and a stand-in without the leading space.
+	EXPECT_EQ(sctTemperatureFromDump("c0 00 00 00 00 00 00 00 00 21 00\r\n"), 0x21);
+	// A malformed byte ends the line's data.
+	EXPECT_EQ(sctTemperatureFromDump(" c0     00 00 00 00 00 00 00 00  2g 00\n"), -1);
+	EXPECT_EQ(sctTemperatureFromDump(" c0     00 00 00 00 00 00 00 00  123 00\n"), -1);
+}
+
+TEST(SatIdentifyDump, WordTwoHundredSixOfTheRealOutput)
+{
+	std::string yes = capture("sg_sat_identify_sct.txt"), no = capture("sg_sat_identify_no_sct.txt");
+	ASSERT_FALSE(yes.empty());
+	EXPECT_EQ(sctSupportFromIdentifyDump(yes), 1);
+	EXPECT_EQ(sctSupportFromIdentifyDump(no), 0);
+	// Without the heading nothing is read, even a whole dump.
+	EXPECT_EQ(sctSupportFromIdentifyDump(yes.substr(yes.find('\n') + 1)), -1);
+	// Ends before word 0xc8, or within its line before the seventh word.
+	EXPECT_EQ(sctSupportFromIdentifyDump(yes.substr(0, yes.find(" c8     "))), -1);
+	size_t c8 = yes.find(" c8     ");
+	EXPECT_EQ(sctSupportFromIdentifyDump(yes.substr(0, c8 + 8 + 6 * 5)), -1);
+	EXPECT_EQ(sctSupportFromIdentifyDump(yes.substr(0, c8 + 8 + 7 * 5)), 1);
+	// Lines before the heading are not the dump.
+	EXPECT_EQ(sctSupportFromIdentifyDump(" c8 0 0 0 0 0 0 0001\nResponse for IDENTIFY DEVICE ATA command:\n"), -1);
+}
+
+// Self-test log pages decoded: ring order, wrap-around across pages, the
+// durations, and the latest-result rule.
+// A descriptor of test number `n` with status nibble `s` at byte 0 / high nibble of byte 1.
+void put(std::vector<uint8_t> &p, size_t off, uint8_t n, uint8_t s)
+{
+	p[off] = n;
+	p[off + 1] = static_cast<uint8_t>(s << 4);
+	p[off + 2] = 1; // hours: not an all-zero descriptor
+}
+
+// A decoded log as "q<quick> e<extend> c<current> t<latest type> dq<quick
+// damaged before> de<extend damaged before> p<progress>".
+std::string summary(const SmartTestLog &l)
+{
+	return "q" + std::to_string(l.quickResult) + " e" + std::to_string(l.extendResult) + " c" +
+	       std::to_string(l.currentResult) + " t" + std::to_string(l.latestType) + " dq" +
+	       std::to_string(l.quickDamagedBefore) + " de" + std::to_string(l.extendDamagedBefore) + " p" + l.progress;
+}
+
+TEST(SelfTestDecode, SmartValuesDurationsAndProgress)
+{
+	struct Row {
+		uint8_t b363, b367, b373;
+		uint16_t word;
+		bool ok;
+		const char *extend, *progress;
+		unsigned current;
+	} rows[] = {
+		{0x00, 0x6B, 30, 0, false, "", "", 0},            // bit 4 clear: no self-test
+		{0x00, 0x7B, 0xFF, 0, true, " 255", "", 1},       // word 0 keeps 255
+		{0x00, 0x7B, 0xFF, 0xFFFF, true, " 255", "", 1},
+		{0xF3, 0x7B, 0xFF, 700, true, " 700", "70%", 5},   // 3 tenths to go
+		{0x40, 0x7B, 45, 0, true, "  45", "", 4},
+	};
+	for (const Row &r : rows) {
+		std::vector<uint8_t> v(512, 0);
+		v[363] = r.b363, v[367] = r.b367, v[372] = 2, v[373] = r.b373;
+		v[375] = r.word & 0xFF, v[376] = r.word >> 8;
+		SmartTestLog log{};
+		ASSERT_EQ(decodeSmartValues(std::span<const uint8_t, 512>(v.data(), 512), log), r.ok) << int(r.b367);
+		if (!r.ok)
+			continue;
+		EXPECT_STREQ(log.quickMinutes, "   2");
+		EXPECT_STREQ(log.extendMinutes, r.extend);
+		EXPECT_STREQ(log.progress, r.progress);
+		EXPECT_EQ(log.currentResult, r.current);
+	}
+}
+
+TEST(SelfTestDecode, StandardLogIndexZeroStartsAtSlotTwenty)
+{
+	std::vector<uint8_t> p(512, 0);
+	put(p, 2 + 20 * 24, 1, 5);  // newest: quick, damage
+	put(p, 2 + 19 * 24, 2, 0);  // extended, completed
+	put(p, 2 + 18 * 24, 1, 15); // in progress: skipped
+	put(p, 2 + 17 * 24, 1, 4);  // older quick damage
+	SmartTestLog log{};
+	decodeAtaStandardLog(std::span<const uint8_t, 512>(p.data(), 512), log);
+	EXPECT_EQ(summary(log), "q4 e1 c0 t1 dq1 de0 p");
+}
+
+TEST(SelfTestDecode, ExtendedLogWrapsAcrossPages)
+{
+	std::vector<uint8_t> p(2 * 512, 0);
+	p[2] = 2; // newest is entry 1 of page 0
+	auto at = [](size_t u) { return (u / 19) * 512 + 4 + (u % 19) * 26; };
+	put(p, at(1), 2, 7); // extended damage
+	put(p, at(0), 1, 0); // quick completed
+	put(p, at(37), 2, 0); // wraps to the last entry of page 1
+	put(p, at(36), 128, 3);
+	SmartTestLog log{};
+	log.latestType = 9;
+	decodeAtaExtendedLog(p, log);
+	EXPECT_EQ(summary(log), "q1 e4 c0 t2 dq0 de1 p"); // de1: the 128 entry after both were seen
+
+	SmartTestLog bad{};
+	p[2] = 39; // index past pages x 19: nothing read
+	decodeAtaExtendedLog(p, bad);
+	EXPECT_EQ(bad.quickResult, 0u);
+}
+
+TEST(SelfTestDecode, ScsiPageAndControlMode)
+{
+	std::vector<uint8_t> p(512, 0);
+	p[4 + 4] = 2 << 5 | 15; // running extended
+	p[24 + 4] = 1 << 5 | 0; // quick completed
+	p[44 + 4] = 1 << 5 | 6; // older quick damage
+	SmartTestLog log{};
+	decodeScsiSelfTestPage(p, log);
+	EXPECT_EQ(summary(log), "q1 e6 c5 t1 dq1 de0 p-1");
+
+	std::vector<uint8_t> m(512, 0);
+	m[3] = 8;
+	m[22] = 0x1C, m[23] = 0x20; // 7200 seconds
+	ASSERT_TRUE(decodeScsiControlMode(m, log));
+	EXPECT_STREQ(log.extendMinutes, "120");
+	EXPECT_STREQ(log.quickMinutes, "2");
+	m[3] = 0xFF;
+	EXPECT_FALSE(decodeScsiControlMode(std::span<const uint8_t>(m.data(), 260), log));
+}
+
+TEST(SelfTestDecode, NvmeLog)
+{
+	std::vector<uint8_t> p(564, 0);
+	for (size_t i = 0; i < 20; ++i)
+		p[4 + 28 * i] = 0x0F;
+	SmartTestLog empty{};
+	ASSERT_TRUE(decodeNvmeSelfTestLog(p, empty));
+	EXPECT_EQ(summary(empty), "q6 e6 c6 t0 dq0 de0 p");
+
+	p[0] = 2, p[1] = 40;
+	p[4] = 0x27;      // extended, failed segment
+	p[32] = 0x10;     // quick, completed
+	p[60] = 0x14;     // older quick: not the deciding one
+	SmartTestLog log{};
+	ASSERT_TRUE(decodeNvmeSelfTestLog(p, log));
+	EXPECT_EQ(summary(log), "q1 e4 c5 t2 dq0 de1 p40%");
+	p[0] = 7;
+	EXPECT_FALSE(decodeNvmeSelfTestLog(p, log));
+}
+
+TEST(SelfTestDecode, LatestResultAndWords)
+{
+	struct Row {
+		unsigned type, quick, extend, latest;
+	} rows[] = {{1, 4, 1, 7}, {1, 4, 4, 4}, {1, 2, 4, 2}, {2, 4, 3, 3}, {0, 4, 4, 6}};
+	for (const Row &r : rows) {
+		SmartTestLog log{};
+		log.latestType = r.type, log.quickResult = r.quick, log.extendResult = r.extend;
+		SmartTestLatestResultSet(&log);
+		EXPECT_EQ(log.latestResult, r.latest) << r.type << r.quick << r.extend;
+	}
+	unsigned res = 0;
+	EXPECT_EQ(SmartTestResultTransfer(8, &res), 1);
+	EXPECT_EQ(res, 4u);
+	EXPECT_EQ(SmartTestResultTransfer(9, &res), 0);
+	EXPECT_EQ(res, 0u);
+	char w[32];
+	ASSERT_EQ(SmartTestResultStringTransfer(7, w, sizeof(w)), 0);
+	EXPECT_STREQ(w, "extended_test_suggested");
+	EXPECT_EQ(SmartTestResultStringTransfer(8, w, sizeof(w)), -1);
+	EXPECT_EQ(SmartTestStatusStringTransfer(3, w, 4), -1); // "fail" and its NUL need 5
+}
+
+} // namespace
+
+namespace {
+
+TEST(SelfTestDocument, ShownEntriesAndAMissingResult)
+{
+	vexo::test::Sysroot root;
+	SmartTestResultLog *list = nullptr;
+	ASSERT_EQ(SmartTestResultLogGet(&list), 0); // no document: an empty list
+	EXPECT_FALSE(list);
+	const std::string a = R"(<test model="M" SN="S1" time="t1" path="/dev/sda" result="completed" show="1">quick</test>)",
+			  hidden = R"(<test model="M" SN="S2" time="t2" path="/dev/sdb" result="damage" show="0">extend</test>)";
+	root.write(SMART_TEST_RESULT_LOG_XML, "<log>" + a + hidden + "</log>");
+	ASSERT_EQ(SmartTestResultLogGet(&list), 0);
+	ASSERT_TRUE(list && !list->next);
+	EXPECT_STREQ(list->serial, "S1");
+	EXPECT_STREQ(list->result, "completed");
+	EXPECT_STREQ(list->text, "quick");
+	SmartTestResultLogFree(list);
+	root.write(SMART_TEST_RESULT_LOG_XML, "<log>" + a + R"(<test model="M" SN="S3" time="t" path="p" show="1"/></log>)");
+	list = nullptr;
+	EXPECT_EQ(SmartTestResultLogGet(&list), -1);
+	EXPECT_FALSE(list);
 }
 
 } // namespace

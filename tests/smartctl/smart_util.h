@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <vector>
 #include <vexohw/smart_info.h>
 
 #include "support/vexotest.h"
@@ -24,6 +25,21 @@ struct ListGuard {
 
 // Never dereferenced: a failing call must replace it with null.
 inline SmartInfoEntry *const kSentinel = reinterpret_cast<SmartInfoEntry *>(static_cast<uintptr_t>(0x10));
+
+// One row as "id name value worst threshold raw status".
+inline std::string row(const std::string &id, const std::string &name, const std::string &value, const std::string &worst,
+		const std::string &threshold, const std::string &raw, uint32_t status)
+{
+	return id + " " + name + " " + value + " " + worst + " " + threshold + " " + raw + " " + std::to_string(status);
+}
+
+inline std::vector<std::string> rows(const SmartInfoEntry *l)
+{
+	std::vector<std::string> out;
+	for (; l; l = l->next)
+		out.push_back(row(l->id, l->name ? l->name : "", l->value, l->worst, l->threshold, l->raw, l->status));
+	return out;
+}
 
 inline std::string capture(const std::string &name)
 {

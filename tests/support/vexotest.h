@@ -104,6 +104,15 @@ Ran runCaptured(const std::vector<std::string> &argv);
 // Starts a process whose name (comm) is `name` and that sleeps until killed.
 pid_t startNamedProcess(const std::string &name);
 
+// A core string list's items.
+inline std::vector<std::string> items(PVLIBSZLIST list)
+{
+	std::vector<std::string> out;
+	for (int i = 0; list && i < list->nItem; ++i)
+		out.emplace_back(VLIBCSzListGet(list, i));
+	return out;
+}
+
 // The source tree and build tree, from the environment ctest sets.
 std::string sourceDir();
 std::string buildDir();
@@ -112,6 +121,28 @@ std::string buildDir();
 std::string sharedDataDir();
 
 std::string hex(int code);
+
+// What a getter of the form fn(arg, buf, size) wrote into a buffer of
+// `size` bytes: the text on 0, else "rc=<rc>", with " touched" when it
+// wrote anything on failure, " unterminated" when the text has no end.
+template <class R, class S>
+std::string textOf(R (*fn)(const char *, char *, S), const char *arg, size_t size = 128)
+{
+	std::string buf(size, '\x7f');
+	R rc = fn(arg, buf.data(), static_cast<S>(size));
+	if (rc != 0)
+		return "rc=" + std::to_string(rc) + (buf == std::string(size, '\x7f') ? "" : " touched");
+	return buf.find('\0') == std::string::npos ? "unterminated" : buf.c_str();
+}
+// The same for any call that fills a buffer: fill(buf, size) gives its result.
+inline std::string textOf(const std::function<int(char *, int)> &fill, size_t size = 128)
+{
+	std::string buf(size, '\x7f');
+	int rc = fill(buf.data(), static_cast<int>(size));
+	if (rc != 0)
+		return "rc=" + std::to_string(rc) + (buf == std::string(size, '\x7f') ? "" : " touched");
+	return buf.find('\0') == std::string::npos ? "unterminated" : buf.c_str();
+}
 
 } // namespace vexo::test
 
