@@ -103,3 +103,16 @@ run power timers set standby 30
 run power timers
 echo "\$ cat /var/log/vcemd_sim.log   (what the daemon received)"
 cat "$root/var/log/vcemd_sim.log"
+# the disk overview: the box's event daemon counts errors of the disk in bay
+# 2 under its serial; the disk is pulled and put into empty bay 7, and its
+# element, with its counters, follows it
+echo "# the disk overview: a disk moved to another bay keeps its counters"
+build/bin/vexosim raise "$root" sdb unc 2
+build/bin/vexosim raise "$root" sdb icrc
+run counters sdb
+build/bin/vexosim pull "$root" 2
+build/bin/vexosim plug "$root" 7 WWZ4K3LM
+run counters sdg
+echo "\$ grep -A3 SN_WWZ4K3LM /var/log/disk_overview.xml"
+grep -A3 SN_WWZ4K3LM "$root/var/log/disk_overview.xml"
+echo

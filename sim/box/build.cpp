@@ -16,7 +16,7 @@ namespace vexosim {
 namespace {
 
 // On-board controllers of the simulated main board.
-const char *kBayAhci = "0000:00:17.0";
+const char *kBayAhci = kBayController;
 const char *kEsataAhci = "0000:00:18.0";
 const char *kSysAhci = "0000:00:12.0";
 
