@@ -53,16 +53,6 @@ bool syncFile(const std::string &host)
 	return ok;
 }
 
-void syncDir(const std::string &hostFile)
-{
-	std::string dir = hostFile.substr(0, hostFile.rfind('/'));
-	int fd = ::open(dir.empty() ? "/" : dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-	if (fd >= 0) {
-		::fsync(fd);
-		::close(fd);
-	}
-}
-
 // Keeps the damaged file as <doc>.1.xz, moving older generations up.
 void keepDamaged()
 {
@@ -100,7 +90,6 @@ xml::Doc readDoc(bool *missing)
 
 Lock::Lock(bool timed)
 {
-	sysroot::mkdir("/run/lock", 01777);
 	int fd = -1;
 	int taken = timed ? VLIBCFileLockTimeByFile(kLock, 1, kLockWaitSeconds, &fd) : VLIBCFileLockByFile(kLock, 1, &fd);
 	if (!taken) {
@@ -137,14 +126,14 @@ int saveWhole(xmlDoc *doc, const char *appliancePath)
 {
 	if (saveTmp(doc) != 0)
 		return -1;
-	std::string host = sysroot::path(appliancePath);
 	if (sysroot::rename(kTmp, appliancePath) != 0) {
 		sysroot::unlink(kTmp);
 		vlog(LOG_ERR, "%s:%d Failed to save %s", VEXO_AT, appliancePath);
 		VEXO_ERR(VEXO_ERR_WRITE);
 		return -1;
 	}
-	syncDir(host);
+	// The folder is not synced: a power cut may cost the last update,
+	// never the document, and every counter update would pay for it.
 	return 0;
 }
 
@@ -236,7 +225,6 @@ int DiskOverviewXmlParse(xmlDoc **docOut, xmlNode **rootOut, int locked)
 		VEXO_ERR(VEXO_ERR_WRITE);
 		return -1;
 	}
-	syncDir(vexo::sysroot::path(kDoc));
 	doc = readDoc(nullptr);
 	if (!doc) {
 		vlog(LOG_ERR, "%s:%d Failed to parse file %s again !!!", VEXO_AT, kDoc);

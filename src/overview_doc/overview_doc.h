@@ -42,8 +42,8 @@ private:
 	int fd_ = -1;
 };
 
-// Writes doc to `appliancePath` whole: the temporary file, fsync, rename,
-// fsync of the folder. 0, or -1 with the old file untouched.
+// Writes doc to `appliancePath` whole: the temporary file, fsync, rename.
+// 0, or -1 with the old file untouched.
 int saveWhole(xmlDoc *doc, const char *appliancePath);
 // Writes doc into the ".tmp" file (synced, not renamed). 0, or -1.
 int saveTmp(xmlDoc *doc);
