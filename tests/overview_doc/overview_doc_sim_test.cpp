@@ -1,12 +1,19 @@
 // The disk overview document against emulated drives: a disk keeps its
 // element across bays and boots, boot repairs old elements and tells which
 // bays changed, and damaged files are rebuilt and kept.
+#include <cstddef>
 #include <syslog.h>
 
 #include "frame/clock.h"
 #include "overview_doc/overview_fixture.h"
 
 using namespace vexo::test;
+
+static_assert(sizeof(DiskAttrCounters) == 32 && offsetof(DiskAttrCounters, resetFail) == 20 &&
+	      offsetof(DiskAttrCounters, deepsleep) == 28);
+static_assert(sizeof(DiskHealthHistoryEntry) == 32 && offsetof(DiskHealthHistoryEntry, unc) == 16 &&
+	      offsetof(DiskHealthHistoryEntry, remainLife) == 28);
+static_assert(sizeof(diskXMLAttrArray) == 10 * 256);
 
 namespace {
 
