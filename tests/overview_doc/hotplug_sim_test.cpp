@@ -59,8 +59,9 @@ TEST(VexosimHotPlug, ADiskMovesBaysWithItsCounters)
 	std::string doc = slurp(root + VEXO_DISK_OVERVIEW_XML);
 	size_t at = doc.find("<SN_WWZ4K3LM");
 	ASSERT_NE(at, std::string::npos) << doc;
-	EXPECT_NE(doc.find("<path>/dev/sdg</path>", at), std::string::npos);
-	EXPECT_NE(doc.find("<sata_internal_slot>7</sata_internal_slot>", at), std::string::npos);
+	std::string element = doc.substr(at, doc.find("</SN_WWZ4K3LM>", at) - at);
+	EXPECT_NE(element.find("<path>/dev/sdg</path>"), std::string::npos) << element;
+	EXPECT_NE(element.find("<sata_internal_slot>7</sata_internal_slot>"), std::string::npos) << element;
 	fs::remove_all(fs::path(root).parent_path());
 }
 
