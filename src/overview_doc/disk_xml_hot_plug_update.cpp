@@ -18,25 +18,15 @@ using namespace vexo::overview;
 
 namespace {
 
-// Every disk element whose path is `path`, in document order.
-std::vector<xmlNode *> elementsAt(xmlDoc *doc, const char *path)
+// Every disk element whose path (its first child) is `path`, in document
+// order.
+std::vector<xmlNode *> elementsAt(xmlNode *root, const char *path)
 {
 	std::vector<xmlNode *> out;
-	vexo::xml::XPathContext ctx(xmlXPathNewContext(doc));
-	if (!ctx) {
-		vlog(LOG_ERR, "%s:%d Error: Failed to create new XPath context", VEXO_AT);
-		return out;
-	}
-	ctx->error = [](void *, auto *) {};
-	vexo::xml::XPathObject o(xmlXPathEvalExpression(BAD_CAST "//path", ctx.get()));
-	if (!o) {
-		vlog(LOG_ERR, "%s:%d Error: Failed to evaluate xpath expression %s", VEXO_AT, "//path");
-		return out;
-	}
-	for (int i = 0; o->nodesetval && i < o->nodesetval->nodeNr; ++i) {
-		xmlNode *p = o->nodesetval->nodeTab[i];
-		if (p->parent && p->parent->type == XML_ELEMENT_NODE && firstElement(p->parent) == p && text(p) == path)
-			out.push_back(p->parent);
+	for (xmlNode *disk = firstElement(root); disk; disk = nextElement(disk)) {
+		xmlNode *p = firstElement(disk);
+		if (vexo::xml::named(p, "path") && text(p) == path)
+			out.push_back(disk);
 	}
 	return out;
 }
@@ -72,7 +62,7 @@ try {
 		if (DiskOverviewXmlParse(&raw, &root, 1) != 0)
 			return -1;
 		vexo::xml::Doc doc(raw);
-		std::vector<xmlNode *> here = elementsAt(doc.get(), path);
+		std::vector<xmlNode *> here = elementsAt(root, path);
 		if (!plugged) {
 			if (!here.empty()) {
 				xmlNode *disk = here.front();
