@@ -79,10 +79,10 @@ TEST(DiskStatusWord, CompatFormAndDisconnect)
 		EXPECT_EQ(word(CompatVEXODiskStatusSummaryCalculate, input(c.space, c.smart, "", "", c.remote)), c.want)
 			<< c.space << " " << c.smart << " " << c.remote;
 
-	// An incoming word that outranks the disconnect stays.
-	char cat[32] = "processing", st[32] = "smart";
+	// An incoming word at least as high as the disconnect stays.
+	char cat[32] = "disconnect", st[32] = "1";
 	EXPECT_EQ(VEXOCheckDiskRemoteControllerDisconnect(R"({"disconnect":0})", cat, sizeof(cat), st, sizeof(st)), 1);
-	EXPECT_STREQ(st, "smart");
+	EXPECT_STREQ(st, "1");
 	std::strcpy(cat, "space");
 	std::strcpy(st, "normal");
 	EXPECT_EQ(VEXOCheckDiskRemoteControllerDisconnect(R"({"disconnect":0})", cat, sizeof(cat), st, sizeof(st)), 1);

@@ -5,6 +5,8 @@
 #include <syslog.h>
 
 #include "frame/clock.h"
+#include <vexohw/disk_status.h>
+#include <vexohw/smart_info.h>
 #include "overview_doc/overview_fixture.h"
 
 using namespace vexo::test;
@@ -133,6 +135,65 @@ TEST_F(OverviewDoc, DamagedDocumentIsRebuiltAndKeptInFiveGenerations)
 	EXPECT_EQ(log.count(LOG_ERR, "DiskOverviewXml been damaged"), 6);
 	EXPECT_EQ(at("ZL2K4T7C", "path"), "/dev/sda");
 	EXPECT_TRUE(root.exists("/var/run/.vexo_disk_bootup_init_done"));
+}
+
+} // namespace
+
+namespace {
+
+// Current health from the drive's attributes and the document's counters,
+// and the history built from stored months and the current values.
+TEST_F(OverviewDoc, CurrentHealthAndHistory)
+{
+	disk(1, "ZL2K4T7C");
+	root.diskDir("sda");
+	root.write("/usr/bin/smartctl",
+		   "#!/bin/sh\ncat <<'EOF'\nID# ATTRIBUTE_NAME          FLAG     VALUE WORST THRESH TYPE      UPDATED  "
+		   "WHEN_FAILED RAW_VALUE\n"
+		   "  5 Reallocated_Sector_Ct   0x0033   100   100   010    Pre-fail  Always       -       2147483647\n"
+		   "197 Current_Pending_Sector  0x0012   100   100   000    Old_age   Always       -       4\n"
+		   "199 UDMA_CRC_Error_Count    0x003e   200   200   000    Old_age   Always       -       3\n"
+		   "231 SSD_Life_Left           0x0013   087   087   000    Old_age   Always       -       0\n\nEOF\n",
+		   0755);
+	ASSERT_EQ(VEXODiskAtaSmartInfoUpdate("/dev/sda"), 0);
+	root.write(VEXO_DISK_OVERVIEW_XML,
+		   "<overview><SN_ZL2K4T7C model=\"m\" uiserial=\"u\"><path>/dev/sda</path><unc>0</unc><icrc>1</icrc>"
+		   "<idnf>2</idnf><retry>4</retry><sata_internal_slot>1</sata_internal_slot>"
+		   "<history>2026/10,1,0,2,;2026/12,3,,,90;junk;2025/12,9,9,9,9</history></SN_ZL2K4T7C></overview>");
+	DiskHealthAttr a{};
+	ASSERT_EQ(VEXODiskCurHealthAttrGet("/dev/sda", &a), 0);
+	EXPECT_EQ(a.unc, 0x7FFFFFFF); // saturated, not wrapped
+	EXPECT_EQ(a.retry, 3 + 4 + 1);
+	EXPECT_EQ(a.idnf, 2);
+	EXPECT_EQ(a.remainLife, 87);
+	EXPECT_STREQ(a.lifeAttribute, "SSD_Life_Left");
+
+	struct tm tm {};
+	tm.tm_year = 2027 - 1900, tm.tm_mon = 0, tm.tm_mday = 15, tm.tm_hour = 12;
+	vexo::clock::setForTest(std::mktime(&tm), 0);
+	DiskHealthHistoryEntry diff[12], sum[12];
+	int rcDiff = VEXODiskHealthHistoryGet("/dev/sda", diff, 12, VEXO_DISK_HEALTH_DIFF);
+	int rcSum = VEXODiskHealthHistoryGet("/dev/sda", sum, 12, VEXO_DISK_HEALTH_CUMULATIVE);
+	int rcBad = VEXODiskHealthHistoryGet("/dev/sda", sum, 12, 2) + VEXODiskHealthHistoryGet("/dev/sda", sum, 11, 0);
+	vexo::clock::clearForTest();
+	ASSERT_EQ(rcDiff, 0);
+	ASSERT_EQ(rcSum, 0);
+	EXPECT_EQ(rcBad, -2);
+	// "valid:value" of unc, idnf, retry and life for October 2026 (slot 8) to January 2027.
+	auto row = [](const DiskHealthHistoryEntry &e) {
+		return std::to_string(e.uncValid) + ":" + std::to_string(e.unc) + " " + std::to_string(e.idnfValid) + ":" +
+		       std::to_string(e.idnf) + " " + std::to_string(e.retryValid) + ":" + std::to_string(e.retry) + " " +
+		       std::to_string(e.remainLifeValid) + ":" + std::to_string(e.remainLife);
+	};
+	EXPECT_EQ(row(sum[7]), "0:0 0:0 0:0 0:0");
+	EXPECT_EQ(row(sum[8]), "1:1 1:0 1:2 0:0");
+	EXPECT_EQ(row(sum[9]), "1:1 1:0 1:2 0:0");
+	EXPECT_EQ(row(sum[10]), "1:3 1:0 1:2 1:90");
+	EXPECT_EQ(row(sum[11]), "1:3 1:0 1:2 1:90");
+	EXPECT_EQ(row(diff[8]), "1:0 1:0 1:0 0:0");
+	EXPECT_EQ(row(diff[9]), "1:2 1:0 1:0 0:0");
+	EXPECT_EQ(row(diff[10]), "1:0 1:0 1:0 1:0");
+	EXPECT_EQ(row(diff[11]), "1:2147483644 1:2 1:6 1:-3");
 }
 
 } // namespace
