@@ -24,7 +24,8 @@ protected:
 		DiskLayout(root).sata("sda", 1);
 		node("sda", R"({"protocol":"ata","model":"VEXO HAT5300-8T","serial":"ZL2K4T7C","firmware":"SC60"})");
 		root.write("/sys/block/sda/device/model", "VEXO HAT5300-8T\n");
-		root.conf("/etc.defaults/vexoinfo.conf", {{"internalportcfg", "0xf"}, {"usbportcfg", "0xff0000"}});
+		root.conf("/etc.defaults/vexoinfo.conf", {{"internalportcfg", "0xf"}, {"usbportcfg", "0xff0000"},
+							  {"esataportcfg", "0x0"}, {"upnpmodelname", "VX1222"}});
 		root.diskDir("sda");
 		root.write("/etc.defaults/disk_adv_status.conf",
 			   "[100]\nsection=\"s0\"\nkey=\"k0\"\ndamageWeight=\"0\"\nmodifiable=\"0\"\n"
@@ -33,11 +34,11 @@ protected:
 			   "[103]\nsection=\"s3\"\nkey=\"k3\"\ndamageWeight=\"601\"\nmodifiable=\"0\"\n"
 			   "[104]\nsection=\"s4\"\nkey=\"k4\"\ndamageWeight=\"-5\"\nmodifiable=\"0\"\n");
 	}
-	std::string get(int *weight = nullptr, int *muted = nullptr)
+	std::string get(int *weight = nullptr, int *muted = nullptr, const char *path = "/dev/sda")
 	{
 		char status[32] = {}, code[32], section[32], key[32];
 		int w = -1, m = -1, mu = -1;
-		if (VEXODiskAdvStatusGet("/dev/sda", status, sizeof(status), &w, &m, &mu, code, sizeof(code), section,
+		if (VEXODiskAdvStatusGet(path, status, sizeof(status), &w, &m, &mu, code, sizeof(code), section,
 					 sizeof(section), key, sizeof(key)) != 0)
 			return "-1";
 		if (weight)
@@ -103,8 +104,7 @@ TEST_F(AdvStatus, NewestResultMuteCacheAndEvent)
 	EXPECT_EQ(std::string(status) + "/" + std::to_string(w), "failing/601");
 
 	// A standing mute overrides the weight, whatever the code.
-	root.write(SMART_ACTION_LOG, "<?xml version=\"1.0\"?>\n<log><smart path=\"/dev/sda\" model=\"m\" SN=\"ZL2K4T7C\" "
-				     "time=\"2026/01/01 00:00:00\" type=\"ADV\" testCode=\"7\" show=\"1\">1</smart></log>\n");
+	ASSERT_EQ(SmartInfoActionRecord("/dev/sda", 1, SMART_WARNING_ADV, nullptr), 0);
 	EXPECT_EQ(get(&weight, &muted), "normal");
 	EXPECT_EQ(weight + 10 * muted, 10);
 	ASSERT_EQ(VEXODiskAdvStatusCacheUpdate("sda", "103"), 0);
@@ -112,8 +112,10 @@ TEST_F(AdvStatus, NewestResultMuteCacheAndEvent)
 	EXPECT_EQ(std::string(status) + "/" + std::to_string(w), "normal/0");
 
 	// Not an ATA disk: no advanced test; a disk never cached has no answer.
-	node("sda", R"({"protocol":"nvme"})");
-	root.write("/sys/block/sda/device/model", "");
+	DiskLayout(root).nvme("nvme0n1", "0000:00:1d.0");
+	node("nvme0n1", R"({"protocol":"nvme","serial":"S4EWNX0R"})");
+	EXPECT_EQ(get(&weight, &muted, "/dev/nvme0n1"), "not_support");
+	EXPECT_EQ(weight + muted, 0);
 	EXPECT_EQ(VEXODiskAdvStatusCacheGet("/dev/sdb", status, sizeof(status), progress, sizeof(progress), &w), -1);
 }
 
