@@ -113,6 +113,7 @@ run counters sdb
 build/bin/vexosim pull "$root" 2
 build/bin/vexosim plug "$root" 7 WWZ4K3LM
 run counters sdg
+run status sdg
 echo "\$ grep -A3 SN_WWZ4K3LM /var/log/disk_overview.xml"
 grep -A3 SN_WWZ4K3LM "$root/var/log/disk_overview.xml"
 echo

@@ -62,6 +62,17 @@ TEST(VexosimHotPlug, ADiskMovesBaysWithItsCounters)
 	std::string element = doc.substr(at, doc.find("</SN_WWZ4K3LM>", at) - at);
 	EXPECT_NE(element.find("<path>/dev/sdg</path>"), std::string::npos) << element;
 	EXPECT_NE(element.find("<sata_internal_slot>7</sata_internal_slot>"), std::string::npos) << element;
+	// The CLI on the box: the counters followed the disk, and its status word.
+	auto cli = [&](std::vector<std::string> args) {
+		args.insert(args.begin(), {"run", root, "--", buildDir() + "/bin/vexohw", "--json"});
+		return sim(args);
+	};
+	r = cli({"counters", "sdg"});
+	EXPECT_EQ(r.status, 0) << r.err;
+	EXPECT_NE(r.out.find("\"unc\": 2"), std::string::npos) << r.out;
+	EXPECT_NE(cli({"counters", "sdb"}).status, 0); // the bay it left is empty
+	r = cli({"status", "sdg"});
+	EXPECT_NE(r.out.find("\"word\": \"normal\""), std::string::npos) << r.out << r.err;
 	fs::remove_all(fs::path(root).parent_path());
 }
 

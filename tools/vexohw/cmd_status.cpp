@@ -1,0 +1,52 @@
+// vexohw status: the one word the user interface shows for a disk, and the
+// keywords it was picked from. Cached values only: a sleeping disk is not
+// asked anything, not even its power mode is needed.
+#include <string>
+#include <vexohw/disk_enum.h>
+
+#include "cli.h"
+#include "status_word.h"
+
+using namespace vexo::cli;
+
+namespace {
+
+std::string devicePath(const std::string &arg) { return arg.rfind("/dev/", 0) == 0 ? arg : "/dev/" + arg; }
+
+int status(Context &ctx)
+{
+	std::vector<std::string> paths;
+	if (ctx.has("all") && ctx.args.empty()) {
+		DiskListNode *list = nullptr;
+		const int32_t every = 0xFF;
+		DiskEnumFilter all{&every};
+		if (DiskInfoEnum(&all, &list) != 0)
+			return fail("can't list the disks");
+		for (DiskListNode *c = list; c; c = c->next)
+			if (c->info)
+				paths.push_back(c->info->path);
+		DiskInfoEnumFree(list);
+	} else if (ctx.args.size() == 1 && !ctx.has("all")) {
+		paths.push_back(devicePath(ctx.args[0]));
+	} else {
+		return fail("usage: status DISK | --all");
+	}
+	Value rows = Value::list();
+	for (const std::string &p : paths) {
+		Value r = statusWord(p.c_str());
+		Value row = Value::object();
+		row.set("disk", p);
+		for (const auto &[k, v] : r.asObject())
+			row.set(k, v);
+		rows.push(row);
+	}
+	printTable(ctx, rows,
+		   {{"disk", "DISK"}, {"word", "STATUS"}, {"category", "FROM"}, {"space", "SPACE"}, {"health", "HEALTH"},
+		    {"processing", "PROCESSING"}, {"compatibility", "COMPATIBILITY"}});
+	return 0;
+}
+
+} // namespace
+
+VEXO_CLI_COMMAND("status", "DISK | --all", "the status word the user sees and the keywords it was picked from",
+		 status, {});
