@@ -117,3 +117,15 @@ run status sdg
 echo "\$ grep -A3 SN_WWZ4K3LM /var/log/disk_overview.xml"
 grep -A3 SN_WWZ4K3LM "$root/var/log/disk_overview.xml"
 echo
+# compat: each disk judged against the box's databases (host, adapter card,
+# expansion unit) for this system version; the sleeping sda is not asked.
+echo "# compat: compatibility verdicts from the box's databases"
+run compat --all
+echo
+# compatibility cache: the verdicts and firmware values of every awake disk
+# refreshed (sda sleeps and is left so), the overview's COMPAT column read
+# from that cache, and the notifications the refresh spooled for the mailer
+echo "# compatibility cache and notifications"
+run compat refresh
+run overview
+run notify list

@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <vector>
 
+#include <vexohw/compat_cache.h>
 #include <vexohw/disk.h>
 #include <vexohw/disk_enum.h>
 #include <vexohw/disk_port.h>
@@ -229,6 +230,13 @@ Value healthOf(const char *path)
 	return Value(word);
 }
 
+// The cached verdict only: no lookup, no word to the drive.
+Value compatOf(const char *path)
+{
+	char word[32] = {};
+	return VEXODiskCompatibilityCacheGet(path, word, sizeof(word)) == 0 && word[0] ? Value(word) : Value();
+}
+
 Value row(const DiskInfo &d, bool forTable, int used, int power)
 {
 	const bool asleep = power == VEXO_EXT_POWER_STANDBY;
@@ -265,6 +273,7 @@ Value row(const DiskInfo &d, bool forTable, int used, int power)
 	r.set("health", healthOf(d.path));
 	Value word = statusWord(d.path);
 	r.set("status", word.get("word") ? *word.get("word") : Value());
+	r.set("compat", compatOf(d.path));
 	if (forTable) {
 		r.set("smart_summary", smartCell);
 		return r;
@@ -283,6 +292,7 @@ Value row(const DiskInfo &d, bool forTable, int used, int power)
 	from.set("smart", x.smartFrom);
 	from.set("health", "cache");
 	from.set("status", "summary_of_cached_keywords");
+	from.set("compat", "cache");
 	from.set("power_mode", "check_power_mode");
 	r.set("sources", from);
 	return r;
@@ -428,6 +438,7 @@ int overview(Context &ctx)
 		    {"temperature", "TEMP"},
 		    {"smart_summary", "SMART"},
 		    {"health", "HEALTH"},
+		    {"compat", "COMPAT"},
 		    {"status", "STATUS"}},
 		   title.c_str());
 	std::printf("\nTEMP \"-\": not read, so as not to wake the disk (asleep, USB) or not told by it.\n");

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include <vexohw/compat_cache.h>
 #include <vexohw/disk_state.h>
 #include <vexohw/disk_status.h>
 #include <vexohw/smart_status.h>
@@ -27,6 +28,10 @@ inline Value statusWord(const char *path)
 	if (health == 0 || SmartOverviewStatusStringTransfer(health, in.health, sizeof(in.health)) != 0)
 		std::strcpy(in.health, "unknown");
 	std::strcpy(in.processing, "idle");
+	// The compatibility cache's verdict (it counts only on appliances that
+	// take the maker's drives alone); none before the first refresh.
+	bool compat = VEXODiskCompatibilityCacheGet(path, in.compatibility, sizeof(in.compatibility)) == 0 &&
+		      in.compatibility[0];
 	char category[32] = {}, status[32] = {};
 	Value r = Value::object();
 	bool ok = VEXODiskStatusSummaryCalculate(&in, category, sizeof(category), status, sizeof(status)) == 0;
@@ -35,7 +40,7 @@ inline Value statusWord(const char *path)
 	r.set("space", in.space);
 	r.set("health", in.health);
 	r.set("processing", in.processing);
-	r.set("compatibility", Value());
+	r.set("compatibility", compat ? Value(in.compatibility) : Value());
 	return r;
 }
 
