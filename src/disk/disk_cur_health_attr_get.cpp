@@ -70,12 +70,16 @@ try {
 			vlog(LOG_ERR, "%s:%d Can't get remaning life of device %s", VEXO_AT, path);
 		}
 	}
+	// A disk counts bad sectors when it reports any of their attributes.
+	bool badSectors = false;
 	for (const SmartInfoEntry *e = raw; e; e = e->next) {
 		if (!e->name)
 			continue;
 		for (const char *n : kUncNames)
-			if (std::strcmp(e->name, n) == 0)
+			if (std::strcmp(e->name, n) == 0) {
 				a.unc = saturatingAdd(a.unc, rawValue(e->raw));
+				badSectors = true;
+			}
 		if (std::strstr(e->name, "CRC"))
 			a.retry = saturatingAdd(a.retry, rawValue(e->raw));
 		for (const char *n : kLifeNames)
@@ -89,6 +93,8 @@ try {
 		a.unc = v > INT_MAX ? INT_MAX : static_cast<int32_t>(v);
 	if (VEXODiskDebugLifeGet(path, &v) == 1)
 		a.remainLife = v > INT_MAX ? INT_MAX : static_cast<int32_t>(v);
+	if (!badSectors)
+		a.unc = -1;
 	*attr = a;
 	return 0;
 }
