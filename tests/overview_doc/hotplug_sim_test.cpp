@@ -73,6 +73,9 @@ TEST(VexosimHotPlug, ADiskMovesBaysWithItsCounters)
 	EXPECT_NE(cli({"counters", "sdb"}).status, 0); // the bay it left is empty
 	r = cli({"status", "sdg"});
 	EXPECT_NE(r.out.find("\"word\": \"normal\""), std::string::npos) << r.out << r.err;
+	r = cli({"status", "--all"});
+	EXPECT_EQ(r.status, 0) << r.err;
+	EXPECT_NE(r.out.find("/dev/sdg"), std::string::npos) << r.out;
 	fs::remove_all(fs::path(root).parent_path());
 }
 

@@ -3,6 +3,8 @@
 // asked anything, not even its power mode is needed.
 #include <string>
 #include <vexohw/disk_enum.h>
+#include <vexohw/ext.h>
+#include <vexoplatform/vexocore.h>
 
 #include "cli.h"
 #include "status_word.h"
@@ -20,8 +22,9 @@ int status(Context &ctx)
 		DiskListNode *list = nullptr;
 		const int32_t every = 0xFF;
 		DiskEnumFilter all{&every};
-		if (DiskInfoEnum(&all, &list) != 0)
-			return fail("can't list the disks");
+		// A walk that reads no temperature: listing wakes no disk.
+		if (VEXOExtDiskInfoEnumFrom(&all, VEXO_EXT_DISK_SOURCE_QUIET_WALK, &list, nullptr) < 0)
+			return fail("can't list the disks (error 0x%04X)", VLIBCErrGet());
 		for (DiskListNode *c = list; c; c = c->next)
 			if (c->info)
 				paths.push_back(c->info->path);
