@@ -73,6 +73,7 @@ TEST(VexosimHotPlug, ADiskMovesBaysWithItsCounters)
 	EXPECT_NE(cli({"counters", "sdb"}).status, 0); // the bay it left is empty
 	r = cli({"status", "sdg"});
 	EXPECT_NE(r.out.find("\"word\": \"normal\""), std::string::npos) << r.out << r.err;
+	EXPECT_NE(cli({"status", "sdb"}).status, 0);
 	r = cli({"status", "--all"});
 	EXPECT_EQ(r.status, 0) << r.err;
 	EXPECT_NE(r.out.find("/dev/sdg"), std::string::npos) << r.out;

@@ -2,6 +2,7 @@
 // keywords it was picked from. Cached values only: a sleeping disk is not
 // asked anything, not even its power mode is needed.
 #include <string>
+#include <sys/stat.h>
 #include <vexohw/disk_enum.h>
 #include <vexohw/ext.h>
 #include <vexoplatform/vexocore.h>
@@ -30,7 +31,13 @@ int status(Context &ctx)
 				paths.push_back(c->info->path);
 		DiskInfoEnumFree(list);
 	} else if (ctx.args.size() == 1 && !ctx.has("all")) {
-		paths.push_back(devicePath(ctx.args[0]));
+		std::string path = devicePath(ctx.args[0]);
+		char host[4096];
+		struct stat st;
+		if (VEXOExtSysrootPath(("/sys/block/" + path.substr(5)).c_str(), host, sizeof(host)) != 0 ||
+		    ::stat(host, &st) != 0)
+			return fail("no disk %s", path.c_str());
+		paths.push_back(path);
 	} else {
 		return fail("usage: status DISK | --all");
 	}
