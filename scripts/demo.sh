@@ -110,6 +110,20 @@ echo "# error accounting: command timeouts on a disk"
 echo 0xc >"$root/sys/block/sdc/device/iotmo_cnt"
 run health sdc --refresh
 echo
+# the disk overview: the box's event daemon counts errors of the disk in bay
+# 2 under its serial; the disk is pulled and put into empty bay 7, and its
+# element, with its counters, follows it
+echo "# the disk overview: a disk moved to another bay keeps its counters"
+build/bin/vexosim raise "$root" sdb unc 2
+build/bin/vexosim raise "$root" sdb icrc
+run counters sdb
+build/bin/vexosim pull "$root" 2
+build/bin/vexosim plug "$root" 7 WWZ4K3LM
+run counters sdg
+run status sdg
+echo "\$ grep -A3 SN_WWZ4K3LM /var/log/disk_overview.xml"
+grep -A3 SN_WWZ4K3LM "$root/var/log/disk_overview.xml"
+echo
 # compat: each disk judged against the box's databases (host, adapter card,
 # expansion unit) for this system version; the sleeping sda is not asked.
 echo "# compat: compatibility verdicts from the box's databases"

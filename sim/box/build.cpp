@@ -17,7 +17,7 @@ namespace vexosim {
 namespace {
 
 // On-board controllers of the simulated main board.
-const char *kBayAhci = "0000:00:17.0";
+const char *kBayAhci = kBayController;
 const char *kEsataAhci = "0000:00:18.0";
 const char *kSysAhci = "0000:00:12.0";
 
@@ -47,7 +47,7 @@ public:
 			tree_.file("/dev/" + d.name, driveNode(d));
 			tree_.dir("/run/vexostorage/disks/" + d.name);
 		}
-		for (const char *d : {"/tmp", "/var/log", "/var/lib", "/var/run", "/run/vexostorage", "/run/vexosdk/lock"})
+		for (const char *d : {"/tmp", "/var/log", "/var/lib", "/var/run", "/run/vexostorage", "/run/vexosdk/lock", "/run/lock"})
 			tree_.dir(d);
 		tools();
 	}

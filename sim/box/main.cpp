@@ -11,6 +11,11 @@
 //   vexosim kit ROOT OUT [VERSION]  the database server's offer as an offline kit
 //   vexosim start DIR               start the box's platform daemon (vcemd)
 //   vexosim stop DIR                stop it; it also ends when DIR is removed
+//   vexosim pull DIR BAY            pull the disk out of internal bay BAY
+//   vexosim plug DIR BAY SERIAL     put a pulled disk into internal bay BAY
+//   vexosim raise DIR NAME COUNTER [N]  add N (1) to a counter of disk NAME:
+//                                   the kernel's (ioerr_cnt, iotmo_cnt) or
+//                                   the disk overview's (unc, icrc, ...)
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -24,7 +29,11 @@
 #include "build.h"
 #include "daemon.h"
 #include "description.h"
+#include "hotplug.h"
 #include "tree.h"
+
+#include <vexohw/disk_overview.h>
+#include <vexohw/smart_serial.h>
 
 namespace {
 
@@ -38,7 +47,10 @@ int usage()
 			     "       vexosim serve ROOT [--docroot DIR]\n"
 			     "       vexosim pack keygen|keys|pack|sign ...\n"
 			     "       vexosim kit ROOT OUT [VERSION]\n"
-			     "       vexosim start|stop DIR\n");
+			     "       vexosim start|stop DIR\n"
+			     "       vexosim pull DIR BAY\n"
+			     "       vexosim plug DIR BAY SERIAL\n"
+			     "       vexosim raise DIR NAME COUNTER [N]\n");
 	return 2;
 }
 
@@ -104,6 +116,86 @@ int runBeside(const char *program, char **argv)
 	return 127;
 }
 
+// A bay number from the command line, 0 when it is none.
+int bayArg(const char *s)
+{
+	char *end = nullptr;
+	long v = std::strtol(s, &end, 10);
+	return end != s && !*end && v >= 1 && v <= 26 ? static_cast<int>(v) : 0;
+}
+
+// Makes this process run the library on the box at root, with the box's
+// drives behind the device seam.
+void enterBox(const char *root)
+{
+	::setenv("VEXO_SYSROOT", root, 1);
+	const char *env = std::getenv(kDriveBackendEnv);
+	std::string backend = env && *env ? env : bundledDriveBackend();
+	if (!backend.empty())
+		::setenv("VEXO_DEVICE_BACKEND", backend.c_str(), 1);
+}
+
+// Pulls or plugs a disk of a running box, then tells the appliance's disk
+// overview, as its hot-plug handler would, through the library itself.
+int hotPlug(bool plug, char **argv, int argc)
+{
+	char root[PATH_MAX];
+	int bay = bayArg(argv[3]);
+	if (!bay) {
+		std::fprintf(stderr, "vexosim: %s: no such bay\n", argv[3]);
+		return 2;
+	}
+	if (!::realpath(argv[2], root)) {
+		std::fprintf(stderr, "vexosim: %s: %s\n", argv[2], std::strerror(errno));
+		return 2;
+	}
+	std::string serial = plug && argc > 4 ? argv[4] : "";
+	std::string path = plug ? vexosim::plugDisk(root, bay, serial) : vexosim::pullDisk(root, bay, &serial);
+	enterBox(root);
+	int rc = VEXODiskXmlHotPlugUpdate(plug ? 1 : 0, path.c_str());
+	std::printf("%s %s %s (bay %d)\n", serial.c_str(), plug ? "plugged into" : "pulled from", path.c_str(), bay);
+	if (rc != 0)
+		std::fprintf(stderr, "vexosim: the disk overview was not told about %s\n", path.c_str());
+	return rc == 0 ? 0 : 1;
+}
+
+// Raises a counter of a disk: the kernel's own (ioerr_cnt, iotmo_cnt) in
+// sysfs, or one the appliance's event daemon keeps in the disk overview
+// (unc, icrc, ...), through the library as the daemon does.
+int raiseCounter(char **argv, int argc)
+{
+	char root[PATH_MAX];
+	if (!::realpath(argv[2], root)) {
+		std::fprintf(stderr, "vexosim: %s: %s\n", argv[2], std::strerror(errno));
+		return 2;
+	}
+	std::string name = argv[3], counter = argv[4];
+	unsigned long long n = argc == 6 ? std::stoull(argv[5]) : 1;
+	if (counter.size() > 4 && counter.compare(counter.size() - 4, 4, "_cnt") == 0) {
+		unsigned long long v = vexosim::raiseCounter(root, name, counter, n);
+		std::printf("%s %s 0x%llx\n", name.c_str(), counter.c_str(), v);
+		return 0;
+	}
+	bool known = false;
+	for (const auto &row : diskXMLAttrArray)
+		known = known || (counter == row && counter != "path" && counter != "sata_internal_slot");
+	if (!known || n > 100000) {
+		std::fprintf(stderr, "vexosim: no such counter %s\n", counter.c_str());
+		return 2;
+	}
+	enterBox(root);
+	char fw[64] = {}, serial[128] = {};
+	std::string path = "/dev/" + name;
+	if (SmartFirmAndSerialRead(path.c_str(), fw, sizeof(fw), serial, sizeof(serial)) != 0) {
+		std::fprintf(stderr, "vexosim: %s does not answer\n", path.c_str());
+		return 1;
+	}
+	for (unsigned long long i = 0; i < n; ++i)
+		VEXODiskXmlAttrCtUpdate(counter.c_str(), serial);
+	std::printf("%s (%s) %s +%llu\n", name.c_str(), serial, counter.c_str(), n);
+	return 0;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -141,6 +233,10 @@ int main(int argc, char **argv)
 			}
 			return cmd == "start" ? vexosim::startDaemon(root) : vexosim::stopDaemon(root);
 		}
+		if ((cmd == "pull" && argc == 4) || (cmd == "plug" && argc == 5))
+			return hotPlug(cmd == "plug", argv, argc);
+		if (cmd == "raise" && (argc == 5 || argc == 6))
+			return raiseCounter(argv, argc);
 		if (cmd == "run" && argc >= 5 && std::strcmp(argv[3], "--") == 0)
 			return runIn(argv[2], argv + 4);
 	} catch (const vexosim::DescriptionError &e) {

@@ -121,6 +121,9 @@ void Sysfs::scsiDisk(const std::string &hostDir, int hostNo, int channel, int sg
 		for (const char *c : {"iorequest_cnt", "iodone_cnt", "ioerr_cnt", "iotmo_cnt"})
 			out_.file(sdev + "/" + c, "0x0\n");
 	}
+	// The kernel's error counters of the device, which tests raise.
+	out_.file(sdev + "/ioerr_cnt", "0x0\n");
+	out_.file(sdev + "/iotmo_cnt", "0x0\n");
 	if (sgNo >= 0) {
 		std::string sg = "sg" + std::to_string(sgNo);
 		out_.file(sdev + "/scsi_generic/" + sg + "/dev", "21:" + std::to_string(sgNo) + "\n");

@@ -24,6 +24,8 @@ public:
 };
 
 inline constexpr const char *kPciRoot = "/sys/devices/pci0000:00";
+// The AHCI controller of the internal bays.
+inline constexpr const char *kBayController = "0000:00:17.0";
 
 class Sysfs {
 public:

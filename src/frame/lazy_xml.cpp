@@ -93,5 +93,23 @@ int xmlSaveFormatFileEnc(const char *file, xmlDocPtr doc, const char *encoding, 
 	VEXO_LAZY_CALL(libxml2(), xmlSaveFormatFileEnc, -1, file, doc, encoding, format);
 }
 
+// The disk overview document's edits.
+void xmlXPathFreeContext(xmlXPathContextPtr ctx) { VEXO_LAZY_CALL(libxml2(), xmlXPathFreeContext, , ctx); }
+void xmlNodeSetContent(xmlNodePtr node, const xmlChar *content)
+{
+	VEXO_LAZY_CALL(libxml2(), xmlNodeSetContent, , node, content);
+}
+void xmlNodeAddContent(xmlNodePtr node, const xmlChar *content)
+{
+	VEXO_LAZY_CALL(libxml2(), xmlNodeAddContent, , node, content);
+}
+xmlNodePtr xmlAddChild(xmlNodePtr parent, xmlNodePtr cur) { VEXO_LAZY_CALL(libxml2(), xmlAddChild, nullptr, parent, cur); }
+xmlNodePtr xmlAddPrevSibling(xmlNodePtr cur, xmlNodePtr elem)
+{
+	VEXO_LAZY_CALL(libxml2(), xmlAddPrevSibling, nullptr, cur, elem);
+}
+void xmlUnlinkNode(xmlNodePtr cur) { VEXO_LAZY_CALL(libxml2(), xmlUnlinkNode, , cur); }
+void xmlFreeNode(xmlNodePtr cur) { VEXO_LAZY_CALL(libxml2(), xmlFreeNode, , cur); }
+
 } // extern "C"
 #pragma GCC visibility pop

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 #include <vexohw/disk.h>
+#include <vexohw/disk_adv.h>
 #include <vexohw/disk_health.h>
 #include <vexohw/frame.h>
 #include <vexohw/smart_serial.h>
@@ -97,14 +98,17 @@ bool nvmeCriticalWarning(const char *path, unsigned &bitmap) { return healthLogB
 
 bool nvmePercentageUsed(const char *path, unsigned &percent) { return healthLogByte(path, kPercentageUsedByte, percent); }
 
-int advWeight(const char *path, const PathDir *cache, std::string *advStatus)
+int advWeight(const char *path, const PathDir *, std::string *advStatus)
 {
-	if (advStatus) {
-		char text[64] = {};
-		if (VEXODiskGetStrValueCacheFile(path, "adv_status", text, sizeof(text)) == 0)
-			*advStatus = text;
-	}
-	return cachedWeight(path, "adv_damage_weight", cache);
+	// The advanced test family's own cache reader: a disk never tested
+	// has no cache and weighs nothing.
+	char status[64] = {}, progress[64] = {};
+	int weight = 0;
+	if (VEXODiskAdvStatusCacheGet(path, status, sizeof(status), progress, sizeof(progress), &weight) != 0)
+		return 0;
+	if (advStatus)
+		*advStatus = status;
+	return weight > 0 ? weight : 0;
 }
 
 int wddaWeight(const char *path, const PathDir *cache)

@@ -29,6 +29,7 @@
 
 #include "asleep.h"
 #include "cli.h"
+#include "status_word.h"
 
 using namespace vexo::cli;
 
@@ -270,6 +271,8 @@ Value row(const DiskInfo &d, bool forTable, int used, int power)
 	std::string smartCell = "asleep, not read";
 	r.set("smart", asleep ? Value() : smartOf(d, smartCell));
 	r.set("health", healthOf(d.path));
+	Value word = statusWord(d.path);
+	r.set("status", word.get("word") ? *word.get("word") : Value());
 	r.set("compat", compatOf(d.path));
 	if (forTable) {
 		r.set("smart_summary", smartCell);
@@ -288,6 +291,7 @@ Value row(const DiskInfo &d, bool forTable, int used, int power)
 	from.set("secure_erasing", "erase_marker");
 	from.set("smart", x.smartFrom);
 	from.set("health", "cache");
+	from.set("status", "summary_of_cached_keywords");
 	from.set("compat", "cache");
 	from.set("power_mode", "check_power_mode");
 	r.set("sources", from);
@@ -434,7 +438,8 @@ int overview(Context &ctx)
 		    {"temperature", "TEMP"},
 		    {"smart_summary", "SMART"},
 		    {"health", "HEALTH"},
-		    {"compat", "COMPAT"}},
+		    {"compat", "COMPAT"},
+		    {"status", "STATUS"}},
 		   title.c_str());
 	std::printf("\nTEMP \"-\": not read, so as not to wake the disk (asleep, USB) or not told by it.\n");
 	if (!asleep.empty())
