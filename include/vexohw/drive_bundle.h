@@ -1,0 +1,164 @@
+/*
+ * Drive firmware bundle: the upgrade state word, the per-drive plan file,
+ * the flag files and their locks, and the run that flashes a plan. Pure C.
+ *
+ * Files (appliance paths):
+ *   /var/run/drive-bundle/upgrade_state        the state word (key upgrade_state)
+ *   /var/run/drive-bundle/upgrade_state.lock   its lock
+ *   /var/run/drive-bundle/fw-upgrade-conf.lock lock of every plan file
+ *   /var/run/drive-bundle/current.conf         working copy of a plan during a run
+ *   /var/run/drive-bundle/fw-upgrade-on-shutdown  flag: upgrade at shutdown
+ *   /var/lib/drive-bundle/fw-upgrade/current.conf  link to the plan in force
+ *   /var/lib/drive-bundle/notification-source, launch-summary-source
+ *   /run/vexostorage/disks/<name>/firm_upgrading.pid
+ */
+#ifndef VEXOHW_DRIVE_BUNDLE_H
+#define VEXOHW_DRIVE_BUNDLE_H
+
+#include <stdint.h>
+#include <vexohw/disk.h>
+#include <vexohw/vexo_export.h>
+#include <vexoplatform/vexocore.h>
+
+VEXO_BEGIN_DECLS
+
+/* The state word. A missing file is VEXO_FW_UPGRADE_DO_NOTHING. */
+#define VEXO_FW_UPGRADE_DO_NOTHING 0     /* "do_nothing" */
+#define VEXO_FW_UPGRADE_GOING_TO_START 1 /* "going_to_start" */
+#define VEXO_FW_UPGRADE_UPGRADING_ALL 2  /* "upgrading_all" */
+#define VEXO_FW_UPGRADE_POST_HANDLE 3    /* "post_handle" */
+
+/* upgrade_status of one drive. */
+#define VEXO_FW_DRIVE_NOT_STARTED 0
+#define VEXO_FW_DRIVE_IN_PROGRESS 1
+#define VEXO_FW_DRIVE_SUCCESS 2
+#define VEXO_FW_DRIVE_FAILED (-1)        /* before or outside the flashing */
+#define VEXO_FW_DRIVE_VANISHED (-3)      /* the device went away */
+#define VEXO_FW_DRIVE_COMMAND_FAILED (-4) /* the command failed or the version is not the one wanted */
+
+#define VEXO_FW_UPGRADE_DIR "/var/lib/drive-bundle/firmware/"
+#define VEXO_FW_UPGRADE_CURRENT_LINK "/var/lib/drive-bundle/fw-upgrade/current.conf"
+#define VEXO_FW_UPGRADE_WORKING_CONF "/var/run/drive-bundle/current.conf"
+
+/* One drive of a plan: one section of the plan file, named by id. */
+typedef struct DB_FW_UPGRADE_CONFIG {
+	char id[64];
+	char drive_path[4096];
+	char firmware[64];
+	char available_firmware[64];
+	char available_firmware_binary[64];
+	char *ui_json; /* owned; freed with the list */
+	int32_t fw_build_number;
+	int32_t upgrade_status;
+	int32_t download_retry_cnt;
+	int32_t activate_retry_cnt;
+	int32_t pid; /* the child flashing it during a run; not stored */
+	struct DB_FW_UPGRADE_CONFIG *next;
+} DB_FW_UPGRADE_CONFIG;
+
+/* ---- State word ---------------------------------------------------------- */
+
+/* The state, or -1. lock non-zero: read under upgrade_state.lock (10 s). */
+VEXO_API int VEXODriveBundleFWUpgradeStateGet(int lock);
+/* Writes state 0..3 under the lock. 0 or -1. No transition check. */
+VEXO_API int VEXODriveBundleFWUpgradeStateSet(int state);
+/* on: state 1, else 0. 0 or -1. */
+VEXO_API int VEXODriveBundleFWUpgradeStateGoingToStartChange(int on);
+/* The shutdown flag and the state together; the flag is put back when
+   the state cannot follow. 0 or -1. */
+VEXO_API int VEXODriveBundleFWUpgradeOnShutdownSet(int on);
+/* 1 when the state is 0, 0 when not, -1 on failure. */
+VEXO_API int VEXODriveBundleFWUpgradeFinishCheck(void);
+/* 1 when the drive is being flashed (or a run is booked), 0, or -1. */
+VEXO_API int VEXODriveBundleFWUpgradeIsUpgrading(const char *diskPath);
+/* For the user interface: 1 upgrading, 2 new firmware, 3 firmware must be
+   updated, 4 system update needed first, 5 database update needed, else 0;
+   -1 on bad arguments. */
+VEXO_API int VEXODriveBundleFWUpgradeStatusGet(const DiskInfo *diskInfo);
+/* The firmware status word of a drive (1..4 as the compatibility database
+   gives it), 0 for none or a failing drive. useCache: the SMART overview
+   from the caches only. */
+VEXO_API int VEXODriveBundleFirmStatusGet(const char *disk, int useCache);
+
+/* ---- Plan files ---------------------------------------------------------- */
+
+/* The drives of a plan file into *list (NULL when none): the count, or -1.
+   A missing file has 0 drives. */
+VEXO_API int VEXODriveBundleFWUpgradeConfigGet(const char *path, DB_FW_UPGRADE_CONFIG **list);
+VEXO_API void VEXODriveBundleFWUpgradeConfigFree(DB_FW_UPGRADE_CONFIG *list);
+/* Writes config's section (config->id) into path, whole file replaced. 0 or -1. */
+VEXO_API int VEXODriveBundleFWUpgradeConfigSet(const char *path, const DB_FW_UPGRADE_CONFIG *config);
+/* One hash per drive (keys as in the plan file plus "id") into
+   hashes[0..max-1], from the plan the current link, notification-source or
+   launch-summary-source names. The count, or -1. Free each with
+   VLIBCSzHashFree. */
+VEXO_API int VEXODriveBundleFWUpgradeConfigInfoGetByCurrent(PVLIBSZHASH *hashes, int max);
+VEXO_API int VEXODriveBundleFWUpgradeConfigInfoGetByNotification(PVLIBSZHASH *hashes, int max);
+VEXO_API int VEXODriveBundleFWUpgradeConfigInfoGetByAutoLaunch(PVLIBSZHASH *hashes, int max);
+/* on: writes path into the flag file; off: deletes it (path must be NULL). 0 or -1. */
+VEXO_API int VEXODriveBundleFWUpgradeNotificationSet(int on, const char *path);
+VEXO_API int VEXODriveBundleFWUpgradeLaunchSummarySet(int on, const char *path);
+/* The device paths of the plan in force, appended to *list (allocated when
+   NULL; free with VLIBCSzListFree). The count, or -1. */
+VEXO_API int VEXODriveBundleFWUpgradeDrivesGet(PVLIBSZLIST *list);
+
+/* ---- Helpers -------------------------------------------------------------- */
+
+VEXO_API int VEXODriveBundleCheckDirExistOrCreate(const char *path);
+/* Creates (on) or removes the file: 1 changed, 0 already so, -1. */
+VEXO_API int DBFlagSet(const char *path, int on);
+/* Removes path when it is a symbolic link. 0 or -1. */
+VEXO_API int DBRemoveLinkIfExist(const char *path);
+/* Replaces the file's content with text (tmp and rename). 0 or -1. */
+VEXO_API int DBWriteToFile(const char *path, const char *text);
+/* on: writes text over the file's start without truncating; off: deletes
+   it. text is required exactly when on. 0 or -1. */
+VEXO_API int DBWriteOrDeleteFile(int on, const char *path, const char *text);
+/* The file's first size-1 bytes, trailing white space cut. Length or -1. */
+VEXO_API int DBReadFromFile(const char *path, char *out, int size);
+/* The target of a link, resolved. 0 or -1. */
+VEXO_API int DBRealityPathGet(const char *link, char *out, int size);
+/* config's keys into *hash (allocated when NULL); flag non-zero adds "id". 0 or -1. */
+VEXO_API int DBConfigObjToHash(const DB_FW_UPGRADE_CONFIG *config, PVLIBSZHASH *hash, int flag);
+/* From hash: a strdup'ed value (*out untouched when absent); a copy into
+   out; a decimal value. 1 copied, 0 absent, -1 failure. */
+VEXO_API int DBDupStrIfExist(PVLIBSZHASH hash, const char *key, char **out);
+VEXO_API int DBCopyStrIfExist(PVLIBSZHASH hash, const char *key, char *out, int size);
+VEXO_API int DBCopyIntIfExist(PVLIBSZHASH hash, const char *key, int32_t *out);
+
+/* /etc/vexoinfo.conf, else /etc.defaults/vexoinfo.conf copied into the
+   former. 0 or -1. */
+VEXO_API int SBSettingValueGet(const char *key, char *out, int size);
+/* drive_firmware_download_timeout as text, default "60". 0 or -1. */
+VEXO_API int DBGetFWDownloadTimeout(char *out, int size);
+/* drive_cmd_timeout (default 30), drive_firmware_download_all_timeout (default 100). 0 or -1. */
+VEXO_API int DBGetDriveCmdTimeout(int *seconds);
+VEXO_API int DBGetFWDownloadAllTimeout(int *seconds);
+
+/* ---- The run --------------------------------------------------------------- */
+
+/* Flashes one drive with the binary firmwareFile of the firmware folder:
+   download (up to four attempts) then activate, within timeout seconds in
+   all (the setting drive_firmware_update_timeout overrides it). The
+   attempt numbers of the last tries go to the two outputs. 0 or -1. */
+VEXO_API int VEXODriveBundleFWUpgrade(const char *drive, const char *firmwareFile, int timeout,
+				      int *downloadRetries, int *activateRetries);
+/* 1 when the binary and its .FW_INFO exist and its MD5 matches; 0 when
+   not (both files are then removed); -1 on bad arguments. */
+VEXO_API int VEXODriveBundleFWUpgradeFirmwareBinaryValidate(const char *firmwareFile);
+/* Runs a whole plan, every drive at once in a child of its own: state
+   going_to_start -> upgrading_all -> do_nothing (post_handle at early boot).
+   Per-drive outcomes go to the plan's sections and to
+   /var/lib/drive-bundle/fw-upgrade/result.log. 0 when the machinery worked. */
+VEXO_API int DBFWUpgradeByConfig(const char *configPath, int atEarlyBootup, int updateStatus);
+/* mode "update-status", "not-update-status" or "at-early-bootup", on the
+   plan the current link names. 0 or -1. */
+VEXO_API int DBFWUpgradeByConfigAndPrepareSummary(const char *mode);
+/* Runs the bundle tool on the plan in force. 0 or -1. */
+VEXO_API int VEXODriveBundleFWUpgradeByConfig(void);
+/* Logs one line per drive of the plan. 0 or -1. */
+VEXO_API int VEXODriveBundleFWupgradeLogUpgradeResults(const char *configPath);
+
+VEXO_END_DECLS
+
+#endif
