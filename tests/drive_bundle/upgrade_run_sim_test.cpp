@@ -111,8 +111,9 @@ TEST_F(UpgradeRun, EachDriveItsOutcome)
 		EXPECT_EQ(r[w.id].upgrade_status, w.status);
 		EXPECT_EQ(r[w.id].download_retry_cnt, w.downloadRetries);
 		EXPECT_EQ(r[w.id].activate_retry_cnt, w.activateRetries);
-		if (w.firmware)
+		if (w.firmware) {
 			EXPECT_EQ(firmwareOf(w.id + 3), w.firmware);
+		}
 	}
 	// Refused binaries never reach the drive; the tampered one is gone.
 	EXPECT_EQ(countOf("sdd", "cdb=85"), 0);
