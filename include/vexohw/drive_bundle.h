@@ -159,6 +159,24 @@ VEXO_API int VEXODriveBundleFWUpgradeByConfig(void);
 /* Logs one line per drive of the plan. 0 or -1. */
 VEXO_API int VEXODriveBundleFWupgradeLogUpgradeResults(const char *configPath);
 
+/* ---- Firmware from the server ---------------------------------------------- */
+
+/* The firmware server's answer (general, for a model and build number, or
+   the latest for a model) appended to *buffer as VEXODiskMiscCurlToBuffer
+   does; the caller frees *buffer. 0 or -1 (0x1100: no network, not logged). */
+VEXO_API int VEXODriveBundleOnlineFirmwareInfoGet(char **buffer, int *size);
+VEXO_API int VEXODriveBundleOnlineFirmwareInfoGetByModel(const char *model, int version, char **buffer, int *size);
+VEXO_API int VEXODriveBundleOnlineFirmwareInfoGetLastestByModel(const char *model, char **buffer, int *size);
+/* Fetches the archive the server names for model (latest non-zero: the
+   latest, else build `version`) into targetPath after a space check.
+   0 or -1 with the error set (0x9A00 bad answer, 0x2900 no space, 0x1100). */
+VEXO_API int VEXODriveBundleFWSADownload(const char *model, int latest, int version, const char *targetPath);
+/* Verifies and unpacks a firmware archive, then moves each binary and its
+   .FW_INFO into the firmware folder. 0 or -1. */
+VEXO_API int VEXODriveBundleFWSAExtract(const char *archive);
+/* 0 when the firmware server answers, -1 when not. */
+VEXO_API int VEXOOnlineFWCheck(void);
+
 VEXO_END_DECLS
 
 #endif
