@@ -19,11 +19,6 @@ constexpr const char *kPlan = "/var/lib/drive-bundle/fw-upgrade/plan.conf";
 constexpr const char *kFwDir = "/var/lib/drive-bundle/firmware/";
 
 struct UpgradeRun : ToolsSim {
-	void SetUp() override
-	{
-		ToolsSim::SetUp();
-		root.symlink(buildDir() + "/bin/vexosim-tools", "/usr/bin/sg_raw");
-	}
 	// A drive, its cache folder and a binary made for it.
 	void drive(const std::string &name, const std::string &protocol, const std::string &extra = "")
 	{

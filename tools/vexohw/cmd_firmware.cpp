@@ -1,5 +1,6 @@
 // vexohw firmware ...: the upgrade state and the plan in force, making a
 // plan from the binaries on the box, and running it with progress per drive.
+#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -253,6 +254,35 @@ int firmwareRun(Context &ctx)
 	return ok && !failed ? 0 : 1;
 }
 
+int firmwareDownload(Context &ctx)
+{
+	if (ctx.args.size() != 1)
+		return fail("usage: firmware download MODEL");
+	const std::string &model = ctx.args[0];
+	std::string file;
+	for (char c : model)
+		file += std::isalnum(static_cast<unsigned char>(c)) || c == '-' || c == '.' ? c : '_';
+	const std::string target = "/var/lib/drive-bundle/fw-tmp/" + file + ".sa";
+	if (VEXODriveBundleCheckDirExistOrCreate("/var/lib/drive-bundle/fw-tmp/") != 0)
+		return fail("firmware download: cannot make the download folder");
+	if (VEXODriveBundleFWSADownload(model.c_str(), 1, 0, target.c_str()) != 0)
+		return fail("firmware download: no firmware for %s from the server (error 0x%04X)", model.c_str(),
+			    VLIBCErrGet());
+	if (VEXODriveBundleFWSAExtract(target.c_str()) != 0)
+		return fail("firmware download: the archive of %s was refused (error 0x%04X)", model.c_str(), VLIBCErrGet());
+	Value r = Value::object();
+	r.set("model", model);
+	r.set("archive", target);
+	auto offered = binaries();
+	auto b = offered.find(model);
+	r.set("binary", b == offered.end() ? Value() : Value(b->second.file));
+	r.set("firmware", b == offered.end() ? Value() : Value(b->second.version));
+	printRecord(ctx, r);
+	return 0;
+}
+
+VEXO_CLI_COMMAND("firmware download", "MODEL", "fetch the latest firmware of a model from the firmware server and store it",
+		 firmwareDownload, {});
 VEXO_CLI_COMMAND("firmware status", "", "upgrade state, the plan in force and each drive's result", firmwareStatus, {});
 VEXO_CLI_COMMAND("firmware plan", "[DISK...]", "plan the drives whose model has a newer binary on the box, and book the run",
 		 firmwarePlan, {});
