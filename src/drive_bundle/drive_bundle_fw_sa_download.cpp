@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <sys/stat.h>
+#include <vector>
 #include <vexohw/drive_bundle.h>
 #include <vexohw/misc.h>
 
@@ -213,20 +214,25 @@ try {
 		vlog(LOG_ERR, "%s:%d Failed to extract %s", VEXO_AT, archive);
 		return -1;
 	}
-	// Each binary moves with its info file; the binary goes last, so a
-	// reader that finds it finds its checksum too.
-	PVLIBSZLIST names = nullptr;
-	int n = VLIBCFileEnumDir(kExtractDir, &names);
-	ListOwner own{names};
+	// Each binary moves with its info file, wherever the archive keeps them;
+	// the binary goes last, so a reader that finds it finds its checksum too.
 	int moved = 0;
-	for (int i = 0; i < n; ++i) {
-		std::string name = VLIBCSzListGet(names, i);
-		const std::string suffix = ".FW_INFO";
+	const std::string top = vexo::sysroot::path(kExtractDir);
+	const std::string suffix = ".FW_INFO";
+	std::vector<std::pair<std::string, std::string>> found; // folder, binary
+	for (auto it = std::filesystem::recursive_directory_iterator(top, ec);
+	     !ec && it != std::filesystem::recursive_directory_iterator(); it.increment(ec)) {
+		if (!it->is_regular_file(ec) || it->is_symlink(ec))
+			continue;
+		std::string name = it->path().filename().string();
 		if (name.size() <= suffix.size() || name.compare(name.size() - suffix.size(), suffix.size(), suffix) != 0)
 			continue;
-		std::string bin = name.substr(0, name.size() - suffix.size());
-		if (!moveInto(kExtractDir + name, VEXO_FW_UPGRADE_DIR + name) ||
-		    !moveInto(kExtractDir + bin, VEXO_FW_UPGRADE_DIR + bin)) {
+		found.emplace_back(vexo::sysroot::strip(it->path().parent_path().string()) + "/",
+				   name.substr(0, name.size() - suffix.size()));
+	}
+	for (const auto &[dir, bin] : found) {
+		if (!moveInto(dir + bin + suffix, VEXO_FW_UPGRADE_DIR + bin + suffix) ||
+		    !moveInto(dir + bin, VEXO_FW_UPGRADE_DIR + bin)) {
 			vlog(LOG_ERR, "%s:%d Failed to store %s", VEXO_AT, bin.c_str());
 			VEXO_ERR(VEXO_ERR_WRITE);
 			return -1;

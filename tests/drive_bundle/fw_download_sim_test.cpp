@@ -1,0 +1,62 @@
+// Firmware from the box's local firmware server: the offer per model, the
+// archive fetched and its binary stored, and the refusals before a transfer.
+#include <gtest/gtest.h>
+#include <syslog.h>
+#include <vexohw/drive_bundle.h>
+#include <vexohw/misc.h>
+
+#include "misc/serve.h"
+#include "support/vexotest.h"
+
+using namespace vexo::test;
+
+namespace {
+
+TEST(FirmwareDownload, OfferArchiveAndBinary)
+{
+	Sysroot root;
+	root.conf("/etc.defaults/vexoinfo.conf", {{"unique", "vexo_x86_vx1222"}, {"group_id", "g1"}, {"serial", "S1"}});
+	ASSERT_EQ(runProgram({buildDir() + "/bin/vexosim", "pack", "keys", root.root()}), 0);
+	root.write("/tmp/kit/firmware/M1-V2.bin", std::string(3000, 'f'));
+	root.write("/tmp/kit/firmware/M1-V2.bin.FW_INFO", "md5sum=\"x\"\nmodel=\"M 1\"\n");
+	ASSERT_EQ(runProgram({buildDir() + "/bin/vexosim", "pack", "pack", "7", root.host("/run/vexosim/archive-keys/7.key"),
+			      root.host("/srv/vexosim/fw/m1.sa"), root.host("/tmp/kit")}),
+		  0);
+	const std::string size = std::to_string(root.read("/srv/vexosim/fw/m1.sa").size());
+	Serve serve(root);
+	ASSERT_GT(serve.port(), 0);
+	serve.put("/ssd/v1/getUpdate/M 1.json",
+		  "[{\"size_in_bytes\":" + size + ",\"file\":\"" + std::string(VEXO_FIRMWARE_SERVER_DEFAULT) + "/fw/m1.sa\"}]");
+	serve.put("/ssd/v1/getUpdate/M2.json", "[]");
+	serve.put("/ssd/v1/getUpdate/M3.json", "[{\"size_in_bytes\":999999999999999,\"file\":\"x\"}]");
+	serve.put("/ssd/v1/getUpdate/M4.json", "{\"file\":1}");
+	serve.put("/ssd/v1/getUpdate/index.json", "[]");
+	LogCapture log;
+	EXPECT_EQ(VEXOOnlineFWCheck(), 0);
+	root.mkdirs("/var/lib/drive-bundle/fw-tmp");
+	ASSERT_EQ(VEXODriveBundleFWSADownload("M 1", 1, 0, "/var/lib/drive-bundle/fw-tmp/m1.sa"), 0) << log.dump();
+	ASSERT_EQ(VEXODriveBundleFWSAExtract("/var/lib/drive-bundle/fw-tmp/m1.sa"), 0) << log.dump();
+	EXPECT_EQ(root.read("/var/lib/drive-bundle/firmware/M1-V2.bin"), std::string(3000, 'f'));
+	EXPECT_TRUE(root.exists("/var/lib/drive-bundle/firmware/M1-V2.bin.FW_INFO"));
+	// Refused before any transfer: nothing lands at the target.
+	const struct {
+		const char *model;
+		int error;
+	} refused[] = {{"M2", 0x9A00}, {"M3", 0x2900}, {"M4", 0x9A00}, {"M5", 0x9A00}};
+	for (const auto &r : refused) {
+		SCOPED_TRACE(r.model);
+		EXPECT_EQ(VEXODriveBundleFWSADownload(r.model, 1, 0, "/var/lib/drive-bundle/fw-tmp/x.sa"), -1);
+		EXPECT_ERR(r.error);
+		EXPECT_FALSE(root.exists("/var/lib/drive-bundle/fw-tmp/x.sa"));
+	}
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to get firmware info, due to array is empty"));
+	// A tampered archive stores nothing.
+	std::string sa = root.read("/var/lib/drive-bundle/fw-tmp/m1.sa");
+	sa[sa.size() / 2] ^= 1;
+	root.write("/var/lib/drive-bundle/fw-tmp/bad.sa", sa);
+	root.remove("/var/lib/drive-bundle/firmware/M1-V2.bin");
+	EXPECT_EQ(VEXODriveBundleFWSAExtract("/var/lib/drive-bundle/fw-tmp/bad.sa"), -1);
+	EXPECT_FALSE(root.exists("/var/lib/drive-bundle/firmware/M1-V2.bin"));
+}
+
+} // namespace
