@@ -376,8 +376,8 @@ try {
 		*list = nullptr;
 		return 0;
 	}
-	ListOwner sections;
-	int ret = VLIBCFileEnumSection(path, &sections.l);
+	ListOwner sections{VLIBCSzListAlloc(16)};
+	int ret = sections.l ? VLIBCFileEnumSection(path, &sections.l) : -1;
 	if (ret < 0) {
 		vlog(LOG_ERR, "%s:%d Failed to enum section of list %s, ret=%d", VEXO_AT, path, ret);
 		return -1;

@@ -138,7 +138,7 @@ try {
 
 VEXO_API int VEXODriveBundleFWUpgradeOnShutdownSet(int on)
 try {
-	int changed = DBFlagSet(kShutdownFlag, on);
+	int changed = runDirReady() ? DBFlagSet(kShutdownFlag, on) : -1;
 	if (changed < 0) {
 		vlog(LOG_ERR, "%s:%d Failed to set %s to %d", VEXO_AT, kShutdownFlag, on ? 1 : 0);
 		return -1;

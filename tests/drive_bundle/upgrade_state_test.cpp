@@ -77,7 +77,7 @@ TEST(UpgradeState, ShutdownFlagFollowsTheState)
 {
 	Sysroot root;
 	LogCapture log;
-	ASSERT_EQ(VEXODriveBundleFWUpgradeOnShutdownSet(1), 0);
+	ASSERT_EQ(VEXODriveBundleFWUpgradeOnShutdownSet(1), 0) << log.dump();
 	ASSERT_EQ(VEXODriveBundleFWUpgradeOnShutdownSet(1), 0);
 	EXPECT_TRUE(root.exists(kFlag));
 	EXPECT_EQ(VEXODriveBundleFWUpgradeStateGet(1), 1);
@@ -130,7 +130,8 @@ TEST(UpgradePlan, SectionsFromManyWritersAllSurvive)
 		EXPECT_EQ(status, 0);
 	}
 	DB_FW_UPGRADE_CONFIG *list = nullptr;
-	ASSERT_EQ(VEXODriveBundleFWUpgradeConfigGet(plan.c_str(), &list), 8);
+	LogCapture log;
+	ASSERT_EQ(VEXODriveBundleFWUpgradeConfigGet(plan.c_str(), &list), 8) << log.dump();
 	int n = 0;
 	for (DB_FW_UPGRADE_CONFIG *c = list; c; c = c->next, ++n) {
 		EXPECT_EQ(c->upgrade_status, 2) << c->id;
@@ -174,7 +175,7 @@ TEST(UpgradePlan, SourcesLinkAndDrives)
 	EXPECT_EQ(root.read("/var/lib/drive-bundle/notification-source"), planB);
 
 	PVLIBSZHASH h[4] = {};
-	ASSERT_EQ(VEXODriveBundleFWUpgradeConfigInfoGetByNotification(h, 4), 2);
+	ASSERT_EQ(VEXODriveBundleFWUpgradeConfigInfoGetByNotification(h, 4), 2) << log.dump();
 	EXPECT_STREQ(VLIBCSzHashGetValue(h[1], "id"), "S2");
 	EXPECT_STREQ(VLIBCSzHashGetValue(h[1], "upgrade_status"), "-4");
 	for (PVLIBSZHASH x : h)

@@ -115,8 +115,8 @@ struct Binary {
 std::map<std::string, Binary> binaries()
 {
 	std::map<std::string, Binary> out;
-	PVLIBSZLIST names = nullptr;
-	if (VLIBCFileEnumDir(VEXO_FW_UPGRADE_DIR, &names) > 0)
+	PVLIBSZLIST names = VLIBCSzListAlloc(16);
+	if (names && VLIBCFileEnumDir(VEXO_FW_UPGRADE_DIR, &names) > 0)
 		for (int i = 0; i < names->nItem; ++i) {
 			std::string n = VLIBCSzListGet(names, i);
 			const std::string suffix = ".FW_INFO";
