@@ -174,6 +174,10 @@ VEXO_API int VEXODriveBundleFWSADownload(const char *model, int latest, int vers
 /* Verifies and unpacks a firmware archive, then moves each binary and its
    .FW_INFO into the firmware folder. 0 or -1. */
 VEXO_API int VEXODriveBundleFWSAExtract(const char *archive);
+/* Stores the firmware of an offline kit (kitDir/firmware/firmware.json: an
+   object, or a list of objects, with "model" and "file", the archive beside
+   it) for the models present in the box. 0, or -1 when any failed. */
+VEXO_API int VEXODriveBundleUpdateFirmwaresFromOfflineKit(const char *kitDir);
 /* 0 when the firmware server answers, -1 when not. */
 VEXO_API int VEXOOnlineFWCheck(void);
 

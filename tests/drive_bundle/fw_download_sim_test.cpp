@@ -50,6 +50,15 @@ TEST(FirmwareDownload, OfferArchiveAndBinary)
 		EXPECT_FALSE(root.exists("/var/lib/drive-bundle/fw-tmp/x.sa"));
 	}
 	EXPECT_TRUE(log.has(LOG_ERR, "Failed to get firmware info, due to array is empty"));
+	// The same archive from an offline kit, for the model of a present disk only.
+	root.remove("/var/lib/drive-bundle/firmware/M1-V2.bin");
+	root.write("/tmp/okit/m1.sa", root.read("/srv/vexosim/fw/m1.sa"));
+	root.write("/tmp/okit/firmware/firmware.json", R"([{"model":"M 9","file":"none.sa"},{"model":"M 1","file":"m1.sa"}])");
+	EXPECT_EQ(VEXODriveBundleUpdateFirmwaresFromOfflineKit("/tmp/okit"), -1); // no disk at all
+	root.diskDir("sda");
+	root.write("/run/vexostorage/disks/sda/model", "M 1");
+	ASSERT_EQ(VEXODriveBundleUpdateFirmwaresFromOfflineKit("/tmp/okit"), 0) << log.dump();
+	EXPECT_EQ(root.read("/var/lib/drive-bundle/firmware/M1-V2.bin"), std::string(3000, 'f'));
 	// A tampered archive stores nothing.
 	std::string sa = root.read("/var/lib/drive-bundle/fw-tmp/m1.sa");
 	sa[sa.size() / 2] ^= 1;
