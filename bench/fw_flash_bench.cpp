@@ -52,7 +52,7 @@ struct Box {
 		::setenv("VEXO_DEVICE_BACKEND", (buildDir() + "/sim/drive/libvexosim_drive.so").c_str(), 1);
 		::setenv("VEXO_LOG", (root + "/log").c_str(), 1);
 		const std::string tools = buildDir() + "/bin/vexosim-tools";
-		for (const char *p : {"/usr/bin/hdparm", "/usr/sbin/nvme"}) {
+		for (const char *p : {"/usr/bin/hdparm", "/usr/sbin/nvme", "/usr/bin/md5sum"}) {
 			fs::create_directories(root + fs::path(p).parent_path().string());
 			fs::create_symlink(tools, root + p);
 		}

@@ -16,10 +16,11 @@ TEST(FirmwareDownload, OfferArchiveAndBinary)
 {
 	Sysroot root;
 	root.conf("/etc.defaults/vexoinfo.conf", {{"unique", "vexo_x86_vx1222"}, {"group_id", "g1"}, {"serial", "S1"}});
-	ASSERT_EQ(runProgram({buildDir() + "/bin/vexosim", "pack", "keys", root.root()}), 0);
+	ASSERT_EQ(runProgram({buildDir() + "/bin/vexo-archive", "keys", root.root()}), 0);
+	root.mkdirs("/srv/vexosim/fw");
 	root.write("/tmp/kit/firmware/M1-V2.bin", std::string(3000, 'f'));
 	root.write("/tmp/kit/firmware/M1-V2.bin.FW_INFO", "md5sum=\"x\"\nmodel=\"M 1\"\n");
-	ASSERT_EQ(runProgram({buildDir() + "/bin/vexosim", "pack", "pack", "7", root.host("/run/vexosim/archive-keys/7.key"),
+	ASSERT_EQ(runProgram({buildDir() + "/bin/vexo-archive", "pack", "7", root.host("/run/vexosim/archive-keys/7.key"),
 			      root.host("/srv/vexosim/fw/m1.sa"), root.host("/tmp/kit")}),
 		  0);
 	const std::string size = std::to_string(root.read("/srv/vexosim/fw/m1.sa").size());

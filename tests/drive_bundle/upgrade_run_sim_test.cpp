@@ -19,11 +19,17 @@ constexpr const char *kPlan = "/var/lib/drive-bundle/fw-upgrade/plan.conf";
 constexpr const char *kFwDir = "/var/lib/drive-bundle/firmware/";
 
 struct UpgradeRun : ToolsSim {
+	void SetUp() override
+	{
+		ToolsSim::SetUp();
+		root.symlink(buildDir() + "/bin/vexosim-tools", "/usr/bin/md5sum");
+	}
 	// A drive, its cache folder and a binary made for it.
 	void drive(const std::string &name, const std::string &protocol, const std::string &extra = "")
 	{
 		node(name, R"({"protocol":")" + protocol + R"(","model":"M-)" + name + R"(","firmware":"OLD1")" + extra + "}");
 		root.diskDir(name);
+		root.write("/run/vexostorage/disks/" + name + "/serial", "SN-" + name);
 		root.write("/sys/block/" + name + "/device/model", "M-" + name + "\n");
 	}
 	void binary(const std::string &file, const std::string &model, const std::string &rev, bool tamper = false)
@@ -92,6 +98,7 @@ TEST_F(UpgradeRun, EachDriveItsOutcome)
 	      {"sde", "e.bin"}, {"sdf", "w.bin"}, {"sdz", "a.bin"}});
 	ASSERT_EQ(DBFWUpgradeByConfig(kPlan, 0, 1), 0) << log.dump();
 	auto r = results();
+	ASSERT_EQ(r["SN-sda"].upgrade_status, 2) << log.dump();
 	const struct {
 		const char *id;
 		int status, downloadRetries, activateRetries;
