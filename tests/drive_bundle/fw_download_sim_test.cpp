@@ -16,6 +16,7 @@ TEST(FirmwareDownload, OfferArchiveAndBinary)
 {
 	Sysroot root;
 	root.conf("/etc.defaults/vexoinfo.conf", {{"unique", "vexo_x86_vx1222"}, {"group_id", "g1"}, {"serial", "S1"}});
+	root.conf("/etc.defaults/VERSION", {{"base", "72806"}, {"nano", "3"}});
 	ASSERT_EQ(runProgram({buildDir() + "/bin/vexo-archive", "keys", root.root()}), 0);
 	root.mkdirs("/srv/vexosim/fw");
 	root.write("/tmp/kit/firmware/M1-V2.bin", std::string(3000, 'f'));
