@@ -111,6 +111,9 @@ echo
 echo "# drive firmware: from the firmware server into two drives"
 fw="$root/tmp/fwkit/firmware"
 mkdir -p "$fw" "$root/srv/vexosim/fw"
+# the identity the firmware server is asked with
+grep -q '^serial=' "$root/etc.defaults/vexoinfo.conf" ||
+	printf 'group_id="demo"\nserial="1930PDN012345"\n' >>"$root/etc.defaults/vexoinfo.conf"
 printf 'model=ST8000VN004-3CP101\nfirmware=SC61\n' >"$fw/ST8000-SC61.bin"
 truncate -s 4096 "$fw/ST8000-SC61.bin"
 printf 'md5sum="%s"\nmodel="ST8000VN004-3CP101"\nfirmware="SC61"\nbuild_number="61"\n' \

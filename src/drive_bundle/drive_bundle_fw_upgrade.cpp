@@ -20,6 +20,7 @@
 #include <vexohw/smart_serial.h>
 #include <vexohw/smartctl.h>
 
+#include "disk/disk_model_whole.h"
 #include "drive_bundle/drive_bundle_private.h"
 #include "frame/clock.h"
 #include "frame/err.h"
@@ -211,7 +212,10 @@ bool modelFits(const DB_FW_UPGRADE_CONFIG &c)
 	if (VEXOLnxDiskGetModel(c.drive_path, model, sizeof(model)) != 0)
 		return false;
 	VLIBCStrTrimSpace(model);
-	return std::strcmp(model, want) == 0;
+	// The kernel may show only the first 16 bytes of the model.
+	std::string whole;
+	vexo::disk::wholeModel(devName(c.drive_path).c_str(), model, whole);
+	return whole == want;
 }
 
 void failBeforeStart(DB_FW_UPGRADE_CONFIG &c)

@@ -153,8 +153,9 @@ int firmwarePlan(Context &ctx)
 	Value rows = Value::list();
 	int planned = 0;
 	for (const auto &d : disks) {
-		char model[128] = "", firm[64] = "", serial[64] = "";
-		if (VEXOLnxDiskGetModel(d.c_str(), model, sizeof(model)) != 0)
+		char shortModel[128] = "", model[128] = "", firm[64] = "", serial[64] = "";
+		if (VEXOLnxDiskGetModel(d.c_str(), shortModel, sizeof(shortModel)) != 0 ||
+		    VEXOExtDiskWholeModelGet(d.c_str(), shortModel, model, sizeof(model), nullptr) != 0)
 			continue;
 		auto b = offered.find(model);
 		if (b == offered.end())
