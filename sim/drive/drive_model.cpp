@@ -756,11 +756,13 @@ const char *firmwareActivate(json_object *node, const std::string &hexImage, con
 			forModel = line.substr(6);
 		at = nl == std::string::npos ? text.size() : nl + 1;
 	}
-	if (rev.empty() || rev.size() > 8)
-		return "firmware image without a revision";
 	if (!forModel.empty() && forModel != model)
 		return "firmware image of another model";
-	json_object_object_add(node, "firmware", json_object_new_string(rev.c_str()));
+	if (rev.size() > 8)
+		return "firmware image with a revision longer than 8 characters";
+	// An image that names no revision is taken and changes nothing.
+	if (!rev.empty())
+		json_object_object_add(node, "firmware", json_object_new_string(rev.c_str()));
 	return nullptr;
 }
 

@@ -121,7 +121,8 @@ std::string toHex(const uint8_t *p, std::size_t n);
 // {"hang": true} it never ends, {"fail": true} every piece is refused,
 // {"reject": true} activation is refused. An image names what it is in
 // "key=value" lines at its start ("model=...", "firmware=..."); activation
-// refuses one for another model and makes its revision the running one.
+// refuses one for another model and makes its revision, when it names
+// one, the running one.
 // firmwarePiece: a reason to refuse the piece, or null (after any delay).
 const char *firmwarePiece(json_object *node, bool first);
 // Activates hex image: the refusal, or null with node "firmware" changed.
