@@ -212,6 +212,7 @@ TEST(UpgradeState, IsUpgradingJudgesTheFlasherByItsCommandLine)
 	EXPECT_EQ(VEXODriveBundleFWUpgradeIsUpgrading("/dev/sda"), 0); // another program
 	pid_t flasher = ::fork();
 	if (flasher == 0) {
+		::setpgid(0, 0);
 		::execl("/bin/sh", "sh", "-c", "sleep 30; :", "/usr/vexo/bin/vexo_drive_bundle", "--upgrade-firmware",
 			"--start-by-config-and-prepare-summary", "update-status", static_cast<char *>(nullptr));
 		::_exit(127);
@@ -220,7 +221,7 @@ TEST(UpgradeState, IsUpgradingJudgesTheFlasherByItsCommandLine)
 	for (int i = 0; i < 100 && VEXODriveBundleFWUpgradeIsUpgrading("/dev/sda") != 1; ++i)
 		::usleep(10000);
 	EXPECT_EQ(VEXODriveBundleFWUpgradeIsUpgrading("/dev/sda"), 1);
-	::kill(flasher, SIGKILL);
+	::kill(-flasher, SIGKILL); // the shell and its sleep
 	::waitpid(flasher, nullptr, 0);
 	EXPECT_EQ(VEXODriveBundleFWUpgradeIsUpgrading("/dev/sda"), 0); // dead
 	EXPECT_EQ(VEXODriveBundleFWUpgradeFinishCheck(), 0);
