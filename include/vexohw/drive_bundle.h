@@ -156,6 +156,11 @@ VEXO_API int DBFWUpgradeByConfig(const char *configPath, int atEarlyBootup, int 
 VEXO_API int DBFWUpgradeByConfigAndPrepareSummary(const char *mode);
 /* Runs the bundle tool on the plan in force. 0 or -1. */
 VEXO_API int VEXODriveBundleFWUpgradeByConfig(void);
+/* Writes a plan into path: a section (status 0) for each of the device
+   paths in drives whose model has a binary in the firmware folder (its
+   .FW_INFO names "model", "firmware" and "build_number") of another revision
+   than the drive's. A sleeping drive is not woken. The count, or -1. */
+VEXO_API int VEXODriveBundleFWUpgradeConfigGenToFile(const char *path, PVLIBSZLIST drives);
 /* Logs one line per drive of the plan. 0 or -1. */
 VEXO_API int VEXODriveBundleFWupgradeLogUpgradeResults(const char *configPath);
 

@@ -39,7 +39,7 @@ struct UpgradeRun : ToolsSim {
 		root.write(kFwDir + file, image);
 		std::string sum;
 		runProgram({"md5sum", root.host(kFwDir + file)}, &sum);
-		root.write(kFwDir + file + ".FW_INFO", "md5sum=\"" + sum.substr(0, 32) + "\"\nmodel=\"" + model + "\"\n");
+		root.write(kFwDir + file + ".FW_INFO", "md5sum=\"" + sum.substr(0, 32) + "\"\nmodel=\"" + model + "\"\nfirmware=\"" + rev + "\"\n");
 		if (tamper)
 			root.write(kFwDir + file, image.substr(0, 1023) + "x");
 	}
@@ -153,6 +153,28 @@ TEST_F(UpgradeRun, HangingFlasherIsKilledAtTheBudget)
 	EXPECT_EQ(r["SN-nvme0n1"].upgrade_status, 2);
 	EXPECT_EQ(firmwareOf("nvme0n1"), "NEW2");
 	EXPECT_EQ(root.read("/var/lib/drive-bundle/notification-source"), kPlan);
+}
+
+TEST_F(UpgradeRun, PlanFromTheBinariesOnTheBox)
+{
+	drive("sda", "ata");
+	drive("sdb", "ata");
+	drive("sdc", "nvme");
+	binary("a.bin", "M-sda", "NEW2");
+	binary("b.bin", "M-sdb", "OLD1"); // what the drive runs already
+	PVLIBSZLIST drives = VLIBCSzListAlloc(4);
+	for (const char *d : {"/dev/sda", "/dev/sdb", "/dev/sdc"})
+		VLIBCSzListPush(&drives, d);
+	EXPECT_EQ(VEXODriveBundleFWUpgradeConfigGenToFile(kPlan, drives), 1);
+	VLIBCSzListFree(drives);
+	auto r = results();
+	ASSERT_EQ(r.size(), 1u);
+	const DB_FW_UPGRADE_CONFIG &c = r.begin()->second; // named by the serial the drive reports
+	EXPECT_STREQ(c.drive_path, "/dev/sda");
+	EXPECT_STREQ(c.firmware, "OLD1");
+	EXPECT_STREQ(c.available_firmware, "NEW2");
+	EXPECT_STREQ(c.available_firmware_binary, "a.bin");
+	EXPECT_EQ(c.upgrade_status, 0);
 }
 
 TEST_F(UpgradeRun, TwoRunsAtOnceOneRuns)

@@ -136,53 +136,25 @@ std::map<std::string, Binary> binaries()
 
 int firmwarePlan(Context &ctx)
 {
-	std::vector<std::string> disks;
+	PVLIBSZLIST disks = VLIBCSzListAlloc(16);
+	if (!disks)
+		return fail("firmware plan: out of memory");
 	for (const auto &a : ctx.args)
-		disks.push_back(devicePath(a));
-	if (disks.empty()) {
+		VLIBCSzListPush(&disks, devicePath(a).c_str());
+	if (ctx.args.empty()) {
 		PVLIBSZLIST names = VLIBCSzListAlloc(16);
 		if (names && VLIBCFileEnumDir("/run/vexostorage/disks", &names) > 0)
 			for (int i = 0; i < names->nItem; ++i)
-				disks.push_back(std::string("/dev/") + VLIBCSzListGet(names, i));
+				VLIBCSzListPush(&disks, (std::string("/dev/") + VLIBCSzListGet(names, i)).c_str());
 		VLIBCSzListFree(names);
 	}
-	auto offered = binaries();
 	char stamp[32];
 	std::snprintf(stamp, sizeof(stamp), "plan-%lld.conf", static_cast<long long>(std::time(nullptr)));
 	const std::string plan = std::string(kPlanDir) + stamp;
-	Value rows = Value::list();
-	int planned = 0;
-	for (const auto &d : disks) {
-		char shortModel[128] = "", model[128] = "", firm[64] = "", serial[64] = "";
-		if (VEXOLnxDiskGetModel(d.c_str(), shortModel, sizeof(shortModel)) != 0 ||
-		    VEXOExtDiskWholeModelGet(d.c_str(), shortModel, model, sizeof(model), nullptr) != 0)
-			continue;
-		auto b = offered.find(model);
-		if (b == offered.end())
-			continue;
-		// The revision from the cache; the drive is asked only when awake.
-		if (VEXODiskGetStrValueCacheFile(d.c_str(), "firm", firm, sizeof(firm)) != 0 &&
-		    VEXOExtDiskPowerModeGet(d.c_str()) != VEXO_EXT_POWER_STANDBY)
-			SmartFirmAndSerialRead(d.c_str(), firm, sizeof(firm), serial, sizeof(serial));
-		if (b->second.version == firm)
-			continue;
-		if (!serial[0])
-			VEXODiskGetStrValueCacheFile(d.c_str(), "serial", serial, sizeof(serial));
-		DB_FW_UPGRADE_CONFIG c{};
-		std::snprintf(c.id, sizeof(c.id), "%s", serial[0] ? serial : d.c_str() + 5);
-		std::snprintf(c.drive_path, sizeof(c.drive_path), "%s", d.c_str());
-		std::snprintf(c.firmware, sizeof(c.firmware), "%s", firm);
-		std::snprintf(c.available_firmware, sizeof(c.available_firmware), "%s", b->second.version.c_str());
-		std::snprintf(c.available_firmware_binary, sizeof(c.available_firmware_binary), "%s",
-			      b->second.file.c_str());
-		std::string ui = std::string("{\"model\":\"") + model + "\"}";
-		c.ui_json = ui.data();
-		c.fw_build_number = b->second.build;
-		if (VEXODriveBundleFWUpgradeConfigSet(plan.c_str(), &c) != 0)
-			return fail("firmware plan: cannot write %s (error 0x%04X)", plan.c_str(), VLIBCErrGet());
-		rows.push(driveRow(c));
-		++planned;
-	}
+	int planned = VEXODriveBundleFWUpgradeConfigGenToFile(plan.c_str(), disks);
+	VLIBCSzListFree(disks);
+	if (planned < 0)
+		return fail("firmware plan: cannot write %s (error 0x%04X)", plan.c_str(), VLIBCErrGet());
 	if (planned) {
 		// The link names the new plan, and the run is booked.
 		char host[PATH_MAX];
@@ -194,6 +166,9 @@ int firmwarePlan(Context &ctx)
 		if (VEXODriveBundleFWUpgradeStateGoingToStartChange(1) != 0)
 			return fail("firmware plan: cannot book the run (error 0x%04X)", VLIBCErrGet());
 	}
+	Value rows = Value::list();
+	for (const auto &c : planOf(plan.c_str()))
+		rows.push(driveRow(c));
 	printTable(ctx, rows, {{"disk", "DISK"}, {"firmware_before", "FROM"}, {"firmware_wanted", "TO"}, {"binary", "BINARY"}});
 	if (!ctx.json)
 		std::printf("\n%d drive(s) planned%s\n", planned, planned ? ", run with: vexohw firmware run" : "");
