@@ -45,6 +45,22 @@ const char *statusWord(int s)
 	}
 }
 
+// A JSON event on one line: the renderer's layout without its line breaks
+// (a break inside a text is escaped, so every raw one is layout).
+std::string oneLine(const Value &v)
+{
+	std::string in = v.json(), out;
+	for (std::size_t i = 0; i < in.size(); ++i) {
+		if (in[i] != '\n') {
+			out += in[i];
+			continue;
+		}
+		while (i + 1 < in.size() && in[i + 1] == ' ')
+			++i;
+	}
+	return out;
+}
+
 Value driveRow(const DB_FW_UPGRADE_CONFIG &c)
 {
 	Value r = Value::object();
@@ -198,7 +214,7 @@ int firmwareRun(Context &ctx)
 			if (ctx.json) {
 				Value e = driveRow(c);
 				e.set("event", "drive");
-				std::printf("%s\n", e.json().c_str());
+				std::printf("%s\n", oneLine(e).c_str());
 			} else {
 				std::printf("%-14s %-10s -> %-10s %s\n", c.drive_path, c.firmware, c.available_firmware,
 					    statusWord(c.upgrade_status));
@@ -223,7 +239,7 @@ int firmwareRun(Context &ctx)
 		e.set("ok", ok);
 		e.set("drives", static_cast<int>(final.size()));
 		e.set("failed", failed);
-		std::printf("%s\n", e.json().c_str());
+		std::printf("%s\n", oneLine(e).c_str());
 	} else {
 		std::printf("\n%zu drive(s), %d failed%s\n", final.size(), failed, ok ? "" : "; the run itself failed");
 	}
