@@ -37,7 +37,7 @@ TEST(FirmwareCli, PlanRunStatus)
 	// One event a line; the last one says how the run ended.
 	std::string last = run.out.substr(0, run.out.size() - 1);
 	last = last.substr(last.rfind('\n') + 1);
-	EXPECT_NE(run.out.find("\"result\": \"in progress\""), std::string::npos) << run.out;
+	EXPECT_NE(run.out.find("\"event\": \"drive\""), std::string::npos) << run.out;
 	JsonDoc done(last);
 	EXPECT_EQ(text(done.obj, "event"), "done");
 	EXPECT_EQ(text(done.obj, "failed"), "0");
