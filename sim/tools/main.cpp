@@ -40,6 +40,7 @@ constexpr Tool kTools[] = {
 	{"md5sum", vexosim::tools::md5sum},
 	{"vexo_smart_test", vexosim::tools::vexoSmartTest},
 	{"vexo_vcemd_connector", vexosim::tools::vcemdConnector},
+	{"vexo_drive_bundle", vexosim::tools::vexoDriveBundle},
 };
 
 const char *base(const char *p)
@@ -124,6 +125,6 @@ int main(int argc, char **argv)
 	}
 	std::fprintf(stderr, "usage: vexosim-tools TOOL [ARG...]\n       TOOL: vexostorage, dhm_tool, smartctl, "
 			     "hdparm, nvme, sg_raw, sg_sat_identify, sg_logs,\n"
-			     "             vexowebapi, md5sum, vexo_smart_test, vexo_vcemd_connector\n");
+			     "             vexowebapi, md5sum, vexo_smart_test, vexo_vcemd_connector, vexo_drive_bundle\n");
 	return 2;
 }

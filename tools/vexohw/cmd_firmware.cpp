@@ -201,8 +201,10 @@ int firmwareRun(Context &ctx)
 	pid_t run = ::fork();
 	if (run < 0)
 		return fail("firmware run: cannot fork: %s", std::strerror(errno));
+	// The appliance's firmware tool runs it, so that the drives' flashers
+	// are the processes the library recognises as upgrading.
 	if (run == 0)
-		std::_Exit(DBFWUpgradeByConfigAndPrepareSummary("update-status") == 0 ? 0 : 1);
+		std::_Exit(VEXODriveBundleFWUpgradeByConfig() == 0 ? 0 : 1);
 	// Progress: each drive's status as the working copy shows it.
 	std::map<std::string, int> seen;
 	auto report = [&](const std::vector<DB_FW_UPGRADE_CONFIG> &drives) {
