@@ -58,7 +58,7 @@ try {
 	}
 	char text[32];
 	if (SBSettingValueGet("drive_firmware_download_timeout", text, sizeof(text)) == 0) {
-		vlog(LOG_ERR, "%s:%d detected drive_firmware_download_timeout, do use %s as timeout", VEXO_AT, text);
+		vlog(LOG_INFO, "%s:%d detected drive_firmware_download_timeout, do use %s as timeout", VEXO_AT, text);
 		if (std::snprintf(out, static_cast<std::size_t>(size), "%s", text) >= size) {
 			VEXO_ERR(VEXO_ERR_BAD_PARAM);
 			return -1;
