@@ -104,6 +104,19 @@ run power timers
 echo "\$ cat /var/log/vcemd_sim.log   (what the daemon received)"
 cat "$root/var/log/vcemd_sim.log"
 echo
+# compat: each disk judged against the box's databases (host, adapter card,
+# expansion unit) for this system version; the sleeping sda is not asked.
+echo "# compat: compatibility verdicts from the box's databases"
+run compat --all
+echo
+# compatibility cache: the verdicts and firmware values of every awake disk
+# refreshed (sda sleeps and is left so), the overview's COMPAT column read
+# from that cache, and the notifications the refresh spooled for the mailer
+echo "# compatibility cache and notifications"
+run compat refresh
+run overview
+run notify list
+echo
 # drive firmware: the firmware server offers a signed archive for the model of
 # sda and sdb; it is fetched and stored, a plan is made, and the run flashes
 # both drives at once with Debian's hdparm, which the drives answer with

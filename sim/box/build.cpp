@@ -1,4 +1,5 @@
 #include "build.h"
+#include "compat_files.h"
 
 #include "sysfs.h"
 
@@ -106,6 +107,7 @@ private:
 		tree_.file("/etc.defaults/vexoinfo.conf", quoted(info));
 		tree_.file("/etc/vexoinfo.conf", "");
 		tree_.file("/etc.defaults/VERSION", quoted(box_.version));
+		compatFiles(box_, tree_);
 		std::string ports = "[pci]\n";
 		for (const auto &s : box_.slots)
 			ports += "pci" + std::to_string(s.slot) + "=\"" + s.pciId + "\"\n";

@@ -9,6 +9,8 @@
 //   serve.port    the port it listens on (written once it listens)
 //   net.conf      the library's redirect file: the update servers' default
 //                 hosts mapped to this server, and ca.pem as the CA bundle
+//   serve.log     one line per request received: its path (tests count
+//                 how often a server was asked)
 //   serve.ctl     read at every request, to misbehave on purpose; lines of
 //                 "PREFIX ACTION [ARG]", the first whose PREFIX starts the
 //                 request path (or is "*") applies:
@@ -30,6 +32,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <mutex>
 #include <sstream>
 #include <string>
 #include <sys/stat.h>
@@ -154,7 +157,12 @@ int main(int argc, char **argv)
 		httplib::SSLServer svr((state + "/server.pem").c_str(), (state + "/server.key").c_str());
 		if (!svr.is_valid())
 			throw std::runtime_error("cannot load the server certificate");
+		std::mutex logMutex;
 		svr.Get(".*", [&](const httplib::Request &req, httplib::Response &res) {
+			{
+				std::lock_guard<std::mutex> hold(logMutex);
+				std::ofstream(state + "/serve.log", std::ios::app) << req.path << "\n";
+			}
 			Action act = actionFor(ctl, req.path);
 			if (act.kind == "stall")
 				std::this_thread::sleep_for(std::chrono::seconds(act.seconds));

@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <vector>
 
+#include <vexohw/compat_cache.h>
 #include <vexohw/disk.h>
 #include <vexohw/disk_enum.h>
 #include <vexohw/disk_port.h>
@@ -228,6 +229,13 @@ Value healthOf(const char *path)
 	return Value(word);
 }
 
+// The cached verdict only: no lookup, no word to the drive.
+Value compatOf(const char *path)
+{
+	char word[32] = {};
+	return VEXODiskCompatibilityCacheGet(path, word, sizeof(word)) == 0 && word[0] ? Value(word) : Value();
+}
+
 Value row(const DiskInfo &d, bool forTable, int used, int power)
 {
 	const bool asleep = power == VEXO_EXT_POWER_STANDBY;
@@ -262,6 +270,7 @@ Value row(const DiskInfo &d, bool forTable, int used, int power)
 	std::string smartCell = "asleep, not read";
 	r.set("smart", asleep ? Value() : smartOf(d, smartCell));
 	r.set("health", healthOf(d.path));
+	r.set("compat", compatOf(d.path));
 	if (forTable) {
 		r.set("smart_summary", smartCell);
 		return r;
@@ -279,6 +288,7 @@ Value row(const DiskInfo &d, bool forTable, int used, int power)
 	from.set("secure_erasing", "erase_marker");
 	from.set("smart", x.smartFrom);
 	from.set("health", "cache");
+	from.set("compat", "cache");
 	from.set("power_mode", "check_power_mode");
 	r.set("sources", from);
 	return r;
@@ -423,7 +433,8 @@ int overview(Context &ctx)
 		    {"power_mode", "POWER"},
 		    {"temperature", "TEMP"},
 		    {"smart_summary", "SMART"},
-		    {"health", "HEALTH"}},
+		    {"health", "HEALTH"},
+		    {"compat", "COMPAT"}},
 		   title.c_str());
 	std::printf("\nTEMP \"-\": not read, so as not to wake the disk (asleep, USB) or not told by it.\n");
 	if (!asleep.empty())
