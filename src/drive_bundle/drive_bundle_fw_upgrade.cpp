@@ -13,7 +13,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
+#include <vexohw/compat_cache.h>
 #include <vexohw/drive_bundle.h>
+#include <vexohw/fw_status.h>
 #include <vexohw/disk_probe.h>
 #include <vexohw/frame.h>
 #include <vexohw/misc.h>
@@ -137,6 +139,8 @@ void appendResult(const DB_FW_UPGRADE_CONFIG &c, const char *model)
 struct RunOptions {
 	int atEarlyBootup;
 	int updateStatus;
+	const char *nextVersion;   // pending system update, or null
+	const char *nextPromotion; // pending promotion, or null
 };
 
 // One drive's child: the flashing, the read-back, the section and the
@@ -180,9 +184,19 @@ int flashOne(DB_FW_UPGRADE_CONFIG &c, const RunOptions &o)
 		result = VEXO_FW_DRIVE_COMMAND_FAILED;
 	}
 	if (o.updateStatus && firmware[0]) {
-		// The revision the drive now reports, for every reader of the cache.
-		if (VEXODiskUpdateStrValueCacheFile(name.c_str(), "firm", firmware) != 0) {
+		// The drive answered, matching or not: its firmware values and
+		// verdict must follow the revision it now reports.
+		bool fresh = true;
+		if (VEXOSBDriveFirmInfoCacheUpdImp(c.drive_path, 1, o.nextVersion, o.nextPromotion) != 0) {
 			vlog(LOG_ERR, "%s:%d Failed to update firmware status of %s in disk cache", VEXO_AT, c.drive_path);
+			fresh = false;
+		}
+		if (VEXODiskCompatibilityCacheUpdateAndChecker(c.drive_path) != 0) {
+			vlog(LOG_ERR, "%s:%d Failed to update drive compatibility of %s in disk cache", VEXO_AT,
+			     c.drive_path);
+			fresh = false;
+		}
+		if (!fresh) {
 			vlog(LOG_ERR, "%s:%d Failed to check upgrade success on %s", VEXO_AT, c.drive_path);
 			result = VEXO_FW_DRIVE_FAILED;
 		}
@@ -372,19 +386,21 @@ try {
 		vlog(LOG_ERR, "%s:%d Failed to get firmware upgrade config[%s]", VEXO_AT, VEXO_FW_UPGRADE_WORKING_CONF);
 		ret = -1;
 	} else if (count > 0) {
-		const RunOptions opts{atEarlyBootup, updateStatus};
+		// The pending versions are asked once here rather than by every child.
+		int hasUpdate = 0, hasPromotion = 0;
+		char update[32] = "", promotion[32] = "";
+		if (updateStatus && VEXOFirmStatusVOSUpgradeCacheGet(&hasUpdate, update, sizeof(update), &hasPromotion,
+								     promotion, sizeof(promotion)) != 0) {
+			vlog(LOG_WARNING, "%s:%d Fail to get VOS version", VEXO_AT);
+			hasUpdate = hasPromotion = 0;
+		}
+		const RunOptions opts{atEarlyBootup, updateStatus, hasUpdate ? update : nullptr,
+				      hasPromotion ? promotion : nullptr};
 		const int budget = updateTimeout(kDefaultTimeout) + kGraceSeconds;
 		for (DB_FW_UPGRADE_CONFIG *c = list; c; c = c->next) {
 			c->pid = -1;
 			if (c->upgrade_status != VEXO_FW_DRIVE_NOT_STARTED) {
 				vlog(LOG_ERR, "%s:%d Firmware upgrade status[%d] was unexpected", VEXO_AT, c->upgrade_status);
-				continue;
-			}
-			if (VEXODriveBundleFWUpgradeFirmwareBinaryValidate(c->available_firmware_binary) != 1 ||
-			    !modelFits(*c)) {
-				vlog(LOG_ERR, "%s:%d Failed to upgrade firmware of %s because the firmware[%s] check failed",
-				     VEXO_AT, c->drive_path, c->available_firmware_binary);
-				failBeforeStart(*c);
 				continue;
 			}
 			if (!pathExists(c->drive_path)) {
@@ -402,6 +418,16 @@ try {
 				continue;
 			}
 			if (pid == 0) {
+				// The binary is checked here, before the drive is touched: the
+				// checksums of all drives then take the time of one.
+				if (VEXODriveBundleFWUpgradeFirmwareBinaryValidate(c->available_firmware_binary) != 1 ||
+				    !modelFits(*c)) {
+					vlog(LOG_ERR,
+					     "%s:%d Failed to upgrade firmware of %s because the firmware[%s] check failed",
+					     VEXO_AT, c->drive_path, c->available_firmware_binary);
+					failBeforeStart(*c);
+					std::_Exit(0);
+				}
 				if (flashOne(*c, opts) != 0)
 					vlog(LOG_ERR, "%s:%d Failed upgrade firmware of %s", VEXO_AT, c->drive_path);
 				std::_Exit(0);

@@ -7,6 +7,7 @@
 #include <unistd.h>
 #include <vexohw/drive_bundle.h>
 #include <vexohw/frame.h>
+#include <vexohw/fw_status.h>
 #include <vexohw/smart_status.h>
 
 #include "disk/disk_name.h"
@@ -17,17 +18,6 @@
 using namespace vexo::bundle;
 
 namespace {
-
-// The firmware status words of the compatibility database, by value.
-constexpr const char *kFirmWords[] = {nullptr, "new_firm_available", "update_vos", "update_firm", "update_db"};
-
-int firmStatusOfWord(const char *word)
-{
-	for (int i = 1; i < 5; ++i)
-		if (word && std::strcmp(word, kFirmWords[i]) == 0)
-			return i;
-	return 0;
-}
 
 // Whether /proc/<pid>/cmdline holds the bundle tool with the run's two
 // options, in that order. A recycled pid names another program.
@@ -153,7 +143,7 @@ try {
 		VEXO_ERR(VEXO_ERR_NOENT);
 		return 0;
 	}
-	return firmStatusOfWord(word.c_str());
+	return VEXOSBFirmStatusStringTransfer(word.c_str());
 } VEXO_C_CATCH(0)
 
 VEXO_API int VEXODriveBundleFWUpgradeStatusGet(const DiskInfo *diskInfo)

@@ -6,10 +6,14 @@
 #include <csignal>
 #include <sys/wait.h>
 #include <syslog.h>
+#include <vexohw/compat_cache.h>
 #include <vexohw/drive_bundle.h>
+#include <vexohw/fw_status.h>
 #include <vexohw/smart_serial.h>
 
+#include "frame/clock.h"
 #include "sim/tools_sim.h"
+#include "support/disk_layout.h"
 
 namespace vexo::test {
 namespace {
@@ -122,7 +126,8 @@ TEST_F(UpgradeRun, EachDriveItsOutcome)
 	EXPECT_EQ(countOf("sde", "cdb=85"), 0);
 	EXPECT_FALSE(root.exists(std::string(kFwDir) + "d.bin"));
 	EXPECT_FALSE(root.exists(std::string(kFwDir) + "d.bin.FW_INFO"));
-	EXPECT_EQ(root.read("/run/vexostorage/disks/sda/firm"), "NEW2");
+	// Another maker's drive: its firmware values are not the bundle's to write.
+	EXPECT_FALSE(root.exists("/run/vexostorage/disks/sda/firm"));
 	EXPECT_FALSE(root.exists("/run/vexostorage/disks/sda/firm_upgrading.pid"));
 	EXPECT_FALSE(root.exists(VEXO_FW_UPGRADE_WORKING_CONF));
 	EXPECT_EQ(VEXODriveBundleFWUpgradeStateGet(1), 0);
@@ -234,6 +239,62 @@ TEST_F(UpgradeRun, KilledHalfWayThenRebooted)
 	auto working = results(VEXO_FW_UPGRADE_WORKING_CONF);
 	EXPECT_EQ(working["SN-sda"].upgrade_status, 2);
 	EXPECT_EQ(working["SN-sdb"].upgrade_status, 1);
+}
+
+// A drive the database holds broken at SC60 with SC61 published: after a
+// run that refreshes the caches, its firmware values and its verdict follow
+// the revision it now reports.
+TEST_F(UpgradeRun, UpdateStatusRefreshesFirmwareValuesAndVerdict)
+{
+	LogCapture log;
+	DiskLayout(root).portMaps("0xff0000", "0x0", "0xff", "",
+				  {{"upnpmodelname", "VX1222"}, {"support_disk_compatibility", "yes"}});
+	root.conf("/etc.defaults/VERSION", {{"base", "72806"}, {"nano", "3"}});
+	DiskLayout(root).sata("sda", 1);
+	root.write("/sys/block/sda/device/vendor", "ATA     \n");
+	root.write("/sys/block/sda/device/model", "VEXO HAT5300-8T\n");
+	root.write("/sys/block/sda/device/state", "running\n");
+	root.write("/sys/block/sda/queue/rotational", "1\n");
+	root.diskDir("sda");
+	root.write("/run/vexostorage/disks/sda/serial", "ZL2K4T7C");
+	node("sda", kAtaNode);
+	root.write("/var/lib/diskaction/diskaction.xml", "<?xml version=\"1.0\"?>\n<diskaction>\n"
+			   "<disk model=\"VEXO HAT5300-8T\" vendor=\"Vexology\" action=\"0\"/>\n</diskaction>\n");
+	root.mkdirs("/run/lock");
+	root.write("/var/lib/disk-compatibility/host_rule.db",
+		   R"({"rules":[{"property":{"positive":{},"negative":{}},"actions":{"notification":false}}]})");
+	root.write("/var/lib/disk-compatibility/vx1222_host_v7.db", R"({"disk_compatbility_info":{"VEXO HAT5300-8T":{
+ "SC60":{"vos_ver":[],"compatibility_interval":[{"compatibility":"not_support"}],"fw_buildnumber":100,"firm_bin":"sc60.bin"},
+ "SC61":{"vos_ver":[],"compatibility_interval":[{"compatibility":"support"}],"fw_buildnumber":110,"firm_bin":"sc61.bin"}}}})");
+	// The server's list is fresh: no visit during the test.
+	vexo::clock::setForTest(1764000000, 50000LL * 1000);
+	root.write("/run/vexostorage/.disk_firm_server_visiting_time", "50000");
+	root.write("/run/vexostorage/disk_firm_server_info", R"([{"model":"VEXO HAT5300-8T","fw_buildnumber":110}])");
+	binary("sc61.bin", "VEXO HAT5300-8T", "SC61");
+
+	ASSERT_EQ(VEXOSBDriveFirmInfoCacheUpdImp("/dev/sda", 1, nullptr, nullptr), 0) << log.dump();
+	ASSERT_EQ(VEXODiskCompatibilityCacheUpdateAndChecker("/dev/sda"), 0) << log.dump();
+	char verdict[32] = "";
+	ASSERT_EQ(VEXODiskCompatibilityCacheGet("/dev/sda", verdict, sizeof(verdict)), 0);
+	EXPECT_STREQ(verdict, "fw_upgrade_required");
+	EXPECT_EQ(root.read("/run/vexostorage/disks/sda/firm_status_from_db"), "update_firm");
+
+	DB_FW_UPGRADE_CONFIG c{};
+	std::snprintf(c.id, sizeof(c.id), "ZL2K4T7C");
+	std::snprintf(c.drive_path, sizeof(c.drive_path), "/dev/sda");
+	std::snprintf(c.firmware, sizeof(c.firmware), "SC60");
+	std::snprintf(c.available_firmware, sizeof(c.available_firmware), "SC61");
+	std::snprintf(c.available_firmware_binary, sizeof(c.available_firmware_binary), "sc61.bin");
+	ASSERT_EQ(VEXODriveBundleFWUpgradeConfigSet(kPlan, &c), 0);
+	ASSERT_EQ(VEXODriveBundleFWUpgradeStateSet(1), 0);
+	ASSERT_EQ(DBFWUpgradeByConfig(kPlan, 0, 1), 0) << log.dump();
+	vexo::clock::clearForTest();
+
+	EXPECT_EQ(results()["ZL2K4T7C"].upgrade_status, 2) << log.dump();
+	EXPECT_EQ(root.read("/run/vexostorage/disks/sda/firm"), "SC61");
+	EXPECT_EQ(root.read("/run/vexostorage/disks/sda/firm_status_from_db"), "do_nothing");
+	ASSERT_EQ(VEXODiskCompatibilityCacheGet("/dev/sda", verdict, sizeof(verdict)), 0);
+	EXPECT_STREQ(verdict, "support");
 }
 
 } // namespace
