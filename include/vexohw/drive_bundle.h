@@ -161,6 +161,14 @@ VEXO_API int VEXODriveBundleFWUpgradeByConfig(void);
    .FW_INFO names "model", "firmware" and "build_number") of another revision
    than the drive's. A sleeping drive is not woken. The count, or -1. */
 VEXO_API int VEXODriveBundleFWUpgradeConfigGenToFile(const char *path, PVLIBSZLIST drives);
+/* As above for every drive of the maker whose cached firmware status
+   ("new_firm_available" or "update_firm") suggests a revision
+   (sug_firm_upd_ver) that a binary in the firmware folder holds. The count,
+   or -1. */
+VEXO_API int VEXODriveBundleFWUpgradeConfigGenToFileByDB(const char *path);
+/* Appends the device paths of the present drives of the maker to *list
+   (allocated by the caller). The count, or -1. */
+VEXO_API int VEXODriveBundleDiskEnum(PVLIBSZLIST *list);
 /* Logs one line per drive of the plan. 0 or -1. */
 VEXO_API int VEXODriveBundleFWupgradeLogUpgradeResults(const char *configPath);
 
