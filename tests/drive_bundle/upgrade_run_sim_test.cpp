@@ -258,6 +258,9 @@ TEST_F(UpgradeRun, UpdateStatusRefreshesFirmwareValuesAndVerdict)
 	root.diskDir("sda");
 	root.write("/run/vexostorage/disks/sda/serial", "ZL2K4T7C");
 	node("sda", kAtaNode);
+	drive("sdb", "ata");
+	DiskLayout(root).sata("sdb", 2);
+	root.write("/sys/block/sdb/device/vendor", "ATA     \n");
 	root.write("/var/lib/diskaction/diskaction.xml", "<?xml version=\"1.0\"?>\n<diskaction>\n"
 			   "<disk model=\"VEXO HAT5300-8T\" vendor=\"Vexology\" action=\"0\"/>\n</diskaction>\n");
 	root.mkdirs("/run/lock");
@@ -279,13 +282,15 @@ TEST_F(UpgradeRun, UpdateStatusRefreshesFirmwareValuesAndVerdict)
 	EXPECT_STREQ(verdict, "fw_upgrade_required");
 	EXPECT_EQ(root.read("/run/vexostorage/disks/sda/firm_status_from_db"), "update_firm");
 
-	DB_FW_UPGRADE_CONFIG c{};
-	std::snprintf(c.id, sizeof(c.id), "ZL2K4T7C");
-	std::snprintf(c.drive_path, sizeof(c.drive_path), "/dev/sda");
-	std::snprintf(c.firmware, sizeof(c.firmware), "SC60");
-	std::snprintf(c.available_firmware, sizeof(c.available_firmware), "SC61");
-	std::snprintf(c.available_firmware_binary, sizeof(c.available_firmware_binary), "sc61.bin");
-	ASSERT_EQ(VEXODriveBundleFWUpgradeConfigSet(kPlan, &c), 0);
+	// The plan from what the database suggests; sdb, another maker's, has none.
+	PVLIBSZLIST drives = VLIBCSzListAlloc(4);
+	EXPECT_EQ(VEXODriveBundleDiskEnum(&drives), 1);
+	EXPECT_STREQ(VLIBCSzListGet(drives, 0), "/dev/sda");
+	VLIBCSzListFree(drives);
+	ASSERT_EQ(VEXODriveBundleFWUpgradeConfigGenToFileByDB(kPlan), 1) << log.dump();
+	auto planned = results()["ZL2K4T7C"];
+	EXPECT_STREQ(planned.available_firmware, "SC61");
+	EXPECT_STREQ(planned.available_firmware_binary, "sc61.bin");
 	ASSERT_EQ(VEXODriveBundleFWUpgradeStateSet(1), 0);
 	ASSERT_EQ(DBFWUpgradeByConfig(kPlan, 0, 1), 0) << log.dump();
 	vexo::clock::clearForTest();
@@ -295,6 +300,7 @@ TEST_F(UpgradeRun, UpdateStatusRefreshesFirmwareValuesAndVerdict)
 	EXPECT_EQ(root.read("/run/vexostorage/disks/sda/firm_status_from_db"), "do_nothing");
 	ASSERT_EQ(VEXODiskCompatibilityCacheGet("/dev/sda", verdict, sizeof(verdict)), 0);
 	EXPECT_STREQ(verdict, "support");
+	EXPECT_EQ(VEXODriveBundleFWUpgradeConfigGenToFileByDB("/var/lib/drive-bundle/again.conf"), 0);
 }
 
 } // namespace
