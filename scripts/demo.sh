@@ -71,7 +71,7 @@ build/bin/vexohw --sysroot "$top/examples/sample-sysroot" cache show
 echo "# the box's update servers and a signed firmware archive"
 build/bin/vexosim pack keys "$root"
 mkdir -p "$root/srv/vexosim/getSSDsInfo" "$root/srv/vexosim/ssd/v1/getUpdate" "$root/tmp/kit/firmware"
-echo '{}' >"$root/srv/vexosim/getSSDsInfo/v7"
+rm -rf "$root/srv/vexosim/getSSDsInfo/v7" # vexosim serve publishes the box's database offer there
 echo '[]' >"$root/srv/vexosim/ssd/v1/getUpdate/index.json"
 rm -f "$root/run/vexosim/serve.port"
 build/bin/vexosim serve "$root" 2>/dev/null &
@@ -140,3 +140,12 @@ run firmware run
 run firmware status
 echo "\$ hdparm -I /dev/sda | grep Firmware"
 build/bin/vexosim run "$root" -- /usr/bin/hdparm -I /dev/sda | grep -i firmware
+echo
+# drive databases: what the box has and what its update server offers, an
+# update (one progress line per database), and the verdict that the newer
+# compatibility database changed
+echo "# drive databases updated from the box's server"
+run db status
+run db update
+run db status --local
+run compat --all

@@ -8,6 +8,7 @@
 //                                   and every program runs on the interposer
 //   vexosim serve ROOT ...          the box's HTTPS update servers (vexosim-serve)
 //   vexosim pack ...                make signed archives and keys (vexo-archive)
+//   vexosim kit ROOT OUT [VERSION]  the database server's offer as an offline kit
 //   vexosim start DIR               start the box's platform daemon (vcemd)
 //   vexosim stop DIR                stop it; it also ends when DIR is removed
 #include <cerrno>
@@ -36,6 +37,7 @@ int usage()
 			     "       vexosim run DIR -- COMMAND [ARG...]\n"
 			     "       vexosim serve ROOT [--docroot DIR]\n"
 			     "       vexosim pack keygen|keys|pack|sign ...\n"
+			     "       vexosim kit ROOT OUT [VERSION]\n"
 			     "       vexosim start|stop DIR\n");
 	return 2;
 }
@@ -123,6 +125,11 @@ int main(int argc, char **argv)
 			std::printf("%s: %s with %zu devices in %s\n", argv[2], box.model.c_str(), box.devices.size(),
 				    argv[3]);
 			return 0;
+		}
+		if (cmd == "kit" && (argc == 4 || argc == 5)) {
+			static char flag[] = "--kit";
+			argv[1] = flag; // vexosim-serve --kit ROOT OUT [VERSION]
+			return runBeside("vexosim-serve", argv);
 		}
 		if (cmd == "serve" || cmd == "pack")
 			return runBeside(cmd == "serve" ? "vexosim-serve" : "vexo-archive", argv + 1);

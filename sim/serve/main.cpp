@@ -18,6 +18,14 @@
 //                   stall SECONDS  wait, then answer as usual
 //                   cut            announce the whole length, send half, close
 //                   garbage        200 with bytes that are no document
+//                 any other ACTION serves as usual (a line that shields a
+//                 longer prefix from a later, shorter one)
+//
+// At start it publishes the database server's offer for the appliance
+// (publish.h) under DIR/getSSDsInfo/v7, unless one stands there.
+//
+//   vexosim-serve --kit ROOT OUT [VERSION]   packs that offer as an offline
+//                                            kit (`vexosim kit ROOT OUT`)
 //
 // Files come from DIR (default ROOT/srv/vexosim): the request path names a
 // file; a path naming a directory gives <model>.json when the query has a
@@ -40,6 +48,7 @@
 #include <unistd.h>
 
 #include "cert.h"
+#include "publish.h"
 #include "frame/net.h"
 
 namespace {
@@ -143,6 +152,16 @@ int usage()
 
 int main(int argc, char **argv)
 {
+	if (argc >= 4 && argc <= 5 && std::strcmp(argv[1], "--kit") == 0) {
+		try {
+			std::string self = argv[0], dir = self.substr(0, self.rfind('/') + 1);
+			return vexosim::serve::buildKit(argv[2], argv[3], argc == 5 ? std::atoi(argv[4]) : 1,
+							dir + "vexo-archive");
+		} catch (const std::exception &e) {
+			std::fprintf(stderr, "vexosim kit: %s\n", e.what());
+			return 1;
+		}
+	}
 	if (argc != 2 && !(argc == 4 && std::strcmp(argv[2], "--docroot") == 0))
 		return usage();
 	try {
@@ -153,6 +172,13 @@ int main(int argc, char **argv)
 		mkdirs(docroot);
 		vexosim::serve::ensureCertificates(state);
 		std::string ctl = state + "/serve.ctl";
+		try {
+			std::string changed = vexosim::serve::publishDatabases(root, docroot);
+			if (!changed.empty())
+				std::fprintf(stderr, "vexosim-serve: newer compatibility database: %s\n", changed.c_str());
+		} catch (const std::exception &e) {
+			std::fprintf(stderr, "vexosim-serve: no database offer: %s\n", e.what());
+		}
 
 		httplib::SSLServer svr((state + "/server.pem").c_str(), (state + "/server.key").c_str());
 		if (!svr.is_valid())

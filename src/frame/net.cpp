@@ -112,6 +112,9 @@ Outcome transfer(const Request &req, const Sink &sink)
 	if (rc == CURLE_OK && req.insecure)
 		set([&] { return curl_easy_setopt(c, CURLOPT_SSL_VERIFYPEER, 0L); },
 		    [&] { return curl_easy_setopt(c, CURLOPT_SSL_VERIFYHOST, 0L); });
+	if (rc == CURLE_OK && req.stallTimeoutS > 0)
+		set([&] { return curl_easy_setopt(c, CURLOPT_LOW_SPEED_LIMIT, 1L); },
+		    [&] { return curl_easy_setopt(c, CURLOPT_LOW_SPEED_TIME, req.stallTimeoutS); });
 	if (rc == CURLE_OK && !r.ca.empty())
 		set([&] { return curl_easy_setopt(c, CURLOPT_CAINFO, r.ca.c_str()); });
 	if (rc != CURLE_OK) {

@@ -36,6 +36,7 @@ struct Request {
 	long connectTimeoutS = 10;
 	bool followRedirects = true;
 	bool insecure = false; // peer and host verification off
+	long stallTimeoutS = 0; // > 0: give up when no byte came for this long
 };
 
 // Where a transfer stopped: building the header list, setting the common
