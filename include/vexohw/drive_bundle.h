@@ -193,6 +193,12 @@ VEXO_API int VEXODriveBundleFWSAExtract(const char *archive);
 VEXO_API int VEXODriveBundleUpdateFirmwaresFromOfflineKit(const char *kitDir);
 /* 0 when the firmware server answers, -1 when not. */
 VEXO_API int VEXOOnlineFWCheck(void);
+/* 0 when the drive database server answers its update query, -1 when not
+   (core error 0x1100 when it cannot be reached). */
+VEXO_API int VEXOOnlineDBCheck(void);
+/* 1 both servers answer; 0 every failure was the network's (core error
+   0x1100); -1 otherwise. */
+VEXO_API int VEXOOnlineDBAndFWCheck(void);
 
 VEXO_END_DECLS
 

@@ -10,6 +10,7 @@
 #include <string>
 #include <sys/stat.h>
 #include <vector>
+#include <vexohw/dbupdate.h>
 #include <vexohw/drive_bundle.h>
 #include <vexohw/misc.h>
 
@@ -259,6 +260,44 @@ try {
 		return -1;
 	}
 	return 0;
+} VEXO_C_CATCH(-1)
+
+VEXO_API int VEXOOnlineDBCheck(void)
+try {
+	char url[4096] = "";
+	if (VEXODiskUpdateServerUrlGet(url, sizeof(url)) != 0) {
+		vlog(LOG_ERR, "%s:%d Fail to get server url", VEXO_AT);
+		return -1;
+	}
+	VLIBCErrClear();
+	char *buffer = nullptr;
+	int size = 0;
+	int ret = VEXODiskMiscCurlToBuffer(url, &buffer, &size, 0);
+	std::free(buffer);
+	if (ret != 0) {
+		vlog(LOG_ERR, "%s:%d Fail to connect to target url %s", VEXO_AT, url);
+		return -1;
+	}
+	return 0;
+} VEXO_C_CATCH(-1)
+
+VEXO_API int VEXOOnlineDBAndFWCheck(void)
+try {
+	const int db = VEXOOnlineDBCheck();
+	const bool dbNet = db != 0 && VLIBCErrGet() == VEXO_ERR_NET;
+	const int fw = VEXOOnlineFWCheck();
+	const bool fwNet = fw != 0 && VLIBCErrGet() == VEXO_ERR_NET;
+	if (db == 0 && fw == 0)
+		return 1;
+	// A server out of reach is no fault of the box: the caller says "offline".
+	if ((db == 0 || dbNet) && (fw == 0 || fwNet)) {
+		vlog(LOG_ERR, "%s:%d No nework due to DB=%d, FW=%d", VEXO_AT, db, fw);
+		VEXO_ERR(VEXO_ERR_NET);
+		return 0;
+	}
+	vlog(LOG_ERR, "%s:%d Failed to check drive database and firmware server is online. DB=%d, FW=%d", VEXO_AT, db,
+	     fw);
+	return -1;
 } VEXO_C_CATCH(-1)
 
 } // extern "C"

@@ -15,7 +15,7 @@ namespace {
 TEST(FirmwareDownload, OfferArchiveAndBinary)
 {
 	Sysroot root;
-	root.conf("/etc.defaults/vexoinfo.conf", {{"unique", "vexo_x86_vx1222"}, {"group_id", "g1"}, {"serial", "S1"}});
+	root.conf("/etc.defaults/vexoinfo.conf", {{"unique", "vexo_x86_vx1222"}, {"group_id", "g1"}, {"serial", "S1"}, {"upnpmodelname", "VX1222"}});
 	root.conf("/etc.defaults/VERSION", {{"base", "72806"}, {"nano", "3"}});
 	ASSERT_EQ(runProgram({buildDir() + "/bin/vexo-archive", "keys", root.root()}), 0);
 	root.mkdirs("/srv/vexosim/fw");
@@ -68,6 +68,24 @@ TEST(FirmwareDownload, OfferArchiveAndBinary)
 	root.remove("/var/lib/drive-bundle/firmware/M1-V2.bin");
 	EXPECT_EQ(VEXODriveBundleFWSAExtract("/var/lib/drive-bundle/fw-tmp/bad.sa"), -1);
 	EXPECT_FALSE(root.exists("/var/lib/drive-bundle/firmware/M1-V2.bin"));
+	// Both servers: answering, even with a 404 (1), a cut transfer (-1), or
+	// out of reach, which is only "offline" (0, core error 0x1100).
+	const struct {
+		const char *ctl;
+		int want;
+	} online[] = {{"", 1}, {"/ssd/ 404\n", 1}, {"/getSSDsInfo/v7 cut\n", -1}, {"* cut\n", -1}};
+	for (const auto &o : online) {
+		SCOPED_TRACE(o.ctl);
+		serve.misbehave(o.ctl);
+		EXPECT_EQ(VEXOOnlineDBAndFWCheck(), o.want) << log.dump();
+	}
+	serve.misbehave("");
+	root.conf("/etc.defaults/vexoinfo.conf", {{"unique", "vexo_x86_vx1222"}, {"group_id", "g1"}, {"serial", "S1"},
+						  {"upnpmodelname", "VX1222"},
+						  {"firmware_server_url_base", "https://fw.vexo.invalid"},
+						  {"vexodisk_server_url", "https://db.vexo.invalid/getSSDsInfo/v7"}});
+	EXPECT_EQ(VEXOOnlineDBAndFWCheck(), 0) << log.dump();
+	EXPECT_ERR(0x1100);
 }
 
 } // namespace
