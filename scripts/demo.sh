@@ -137,6 +137,30 @@ run compat refresh
 run overview
 run notify list
 echo
+# drive firmware: the firmware server offers a signed archive for the model of
+# sda and sdb; it is fetched and stored, a plan is made, and the run flashes
+# both drives at once with Debian's hdparm, which the drives answer with
+# their new revision.
+echo "# drive firmware: from the firmware server into two drives"
+fw="$root/tmp/fwkit/firmware"
+mkdir -p "$fw" "$root/srv/vexosim/fw"
+# the identity the firmware server is asked with
+grep -q '^serial=' "$root/etc.defaults/vexoinfo.conf" ||
+	printf 'group_id="demo"\nserial="1930PDN012345"\n' >>"$root/etc.defaults/vexoinfo.conf"
+printf 'model=ST8000VN004-3CP101\nfirmware=SC61\n' >"$fw/ST8000-SC61.bin"
+truncate -s 4096 "$fw/ST8000-SC61.bin"
+printf 'md5sum="%s"\nmodel="ST8000VN004-3CP101"\nfirmware="SC61"\nbuild_number="61"\n' \
+	"$(md5sum <"$fw/ST8000-SC61.bin" | cut -c1-32)" >"$fw/ST8000-SC61.bin.FW_INFO"
+build/bin/vexosim pack pack 7 "$root/run/vexosim/archive-keys/7.key" "$root/srv/vexosim/fw/st8000.sa" "$fw"
+printf '[{"size_in_bytes":%s,"file":"https://fwupdate.vexo.example/fw/st8000.sa"}]\n' \
+	"$(stat -c %s "$root/srv/vexosim/fw/st8000.sa")" >"$root/srv/vexosim/ssd/v1/getUpdate/ST8000VN004-3CP101.json"
+run firmware download ST8000VN004-3CP101
+run firmware plan sda sdb
+run firmware run
+run firmware status
+echo "\$ hdparm -I /dev/sda | grep Firmware"
+build/bin/vexosim run "$root" -- /usr/bin/hdparm -I /dev/sda | grep -i firmware
+echo
 # drive databases: what the box has and what its update server offers, an
 # update (one progress line per database), and the verdict that the newer
 # compatibility database changed

@@ -70,7 +70,7 @@ private:
 		tree_.program(std::string("/usr/vexo/libexec/") + tools::kInterposer, interposer);
 		for (const char *p : {"/usr/vexo/sbin/vexostorage", "/usr/vexo/sbin/dhm_tool", "/usr/vexo/bin/vexowebapi",
 				      "/usr/bin/md5sum", "/usr/vexo/bin/vexo_smart_test",
-				      "/usr/vexo/bin/vexo_vcemd_connector"})
+				      "/usr/vexo/bin/vexo_vcemd_connector", "/usr/vexo/bin/vexo_drive_bundle"})
 			tree_.link(p, program);
 		for (const auto &t : tools::kRealTools)
 			if (::access(t.program, X_OK) == 0)

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <ctime>
+#include <unistd.h>
 
 namespace vexosim::drive {
 
@@ -684,10 +685,14 @@ Outcome Drive::downloadMicrocode(const Taskfile &tf, const std::vector<uint8_t> 
 	if (mode == 0x0F) {
 		if (!fw || !jnum(fw, "bytes", 0))
 			return aborted("DOWNLOAD MICROCODE activation without an image");
+		if (const char *why = firmwareActivate(node_, jstr(fw, "image", ""), str("model", "VEXO HD4000")))
+			return aborted(why);
 		json_object_object_add(fw, "activated", json_object_new_boolean(true));
 		changed_ = true;
 		return Outcome{};
 	}
+	if (const char *why = firmwarePiece(node_, offset == 0))
+		return aborted(why);
 	if (mode != 0x03 && mode != 0x07 && mode != 0x0E)
 		return aborted("unsupported DOWNLOAD MICROCODE mode");
 	if (blocks == 0 || in.size() != static_cast<size_t>(blocks) * 512)
@@ -709,7 +714,56 @@ Outcome Drive::downloadMicrocode(const Taskfile &tf, const std::vector<uint8_t> 
 	json_object_object_add(next, "activated", json_object_new_boolean(mode == 0x07 || mode == 0x03));
 	json_object_object_add(node_, "firmware_download", next);
 	changed_ = true;
+	// Modes 3 and 7 activate what they received at once.
+	if (mode == 0x07 || mode == 0x03)
+		if (const char *why = firmwareActivate(node_, image, str("model", "VEXO HD4000")))
+			return aborted(why);
 	return Outcome{};
+}
+
+const char *firmwarePiece(json_object *node, bool first)
+{
+	json_object *f = nullptr;
+	if (!json_object_object_get_ex(node, "firmware_update", &f) || !f)
+		return nullptr;
+	if (jbool(f, "fail"))
+		return "firmware_update: the drive refuses the image";
+	if (first && jbool(f, "hang"))
+		for (;;)
+			::pause(); // until the host gives up and kills the program
+	if (int64_t s = jnum(f, "seconds", 0); first && s > 0)
+		::usleep(static_cast<useconds_t>(s * 1000000));
+	if (int64_t ms = jnum(f, "milliseconds", 0); first && ms > 0)
+		::usleep(static_cast<useconds_t>(ms * 1000));
+	return nullptr;
+}
+
+const char *firmwareActivate(json_object *node, const std::string &hexImage, const std::string &model)
+{
+	json_object *f = nullptr;
+	if (json_object_object_get_ex(node, "firmware_update", &f) && f && jbool(f, "reject"))
+		return "firmware_update: the drive rejects the image";
+	std::vector<uint8_t> head = fromHex(hexImage.substr(0, 1024).c_str());
+	std::string text(head.begin(), head.end());
+	text = text.substr(0, text.find('\0'));
+	std::string rev, forModel;
+	for (std::size_t at = 0; at < text.size();) {
+		std::size_t nl = text.find('\n', at);
+		std::string line = text.substr(at, nl == std::string::npos ? std::string::npos : nl - at);
+		if (line.rfind("firmware=", 0) == 0)
+			rev = line.substr(9);
+		else if (line.rfind("model=", 0) == 0)
+			forModel = line.substr(6);
+		at = nl == std::string::npos ? text.size() : nl + 1;
+	}
+	if (!forModel.empty() && forModel != model)
+		return "firmware image of another model";
+	if (rev.size() > 8)
+		return "firmware image with a revision longer than 8 characters";
+	// An image that names no revision is taken and changes nothing.
+	if (!rev.empty())
+		json_object_object_add(node, "firmware", json_object_new_string(rev.c_str()));
+	return nullptr;
 }
 
 // Self-test execution status (SMART data byte 363): the status code in the

@@ -116,4 +116,16 @@ void sealPage(uint8_t *page, bool bad = false);
 std::vector<uint8_t> fromHex(const char *hex);
 std::string toHex(const uint8_t *p, std::size_t n);
 
+// Firmware updates as the node's "firmware_update" object tells the drive
+// to take them: {"seconds": N} the first piece of an image takes N seconds,
+// {"hang": true} it never ends, {"fail": true} every piece is refused,
+// {"reject": true} activation is refused. An image names what it is in
+// "key=value" lines at its start ("model=...", "firmware=..."); activation
+// refuses one for another model and makes its revision, when it names
+// one, the running one.
+// firmwarePiece: a reason to refuse the piece, or null (after any delay).
+const char *firmwarePiece(json_object *node, bool first);
+// Activates hex image: the refusal, or null with node "firmware" changed.
+const char *firmwareActivate(json_object *node, const std::string &hexImage, const std::string &model);
+
 } // namespace vexosim::drive

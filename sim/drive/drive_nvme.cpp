@@ -474,6 +474,8 @@ Outcome firmwareDownload(Drive &d, const nvme_admin_cmd &c)
 		return status(kInvalidField, "transfer above the controller's limit");
 	if (c.cdw12 || c.cdw13 || c.cdw14 || c.cdw15)
 		return status(kInvalidField, "reserved dwords set");
+	if (const char *why = firmwarePiece(d.node(), offset == 0))
+		return status(kInvalidFirmwareImage, why);
 	json_object *fw = member(nvmeKeys(d), "firmware_download");
 	std::string image = offset ? text(fw, "image", "") : "";
 	if (offset * 2 != image.size())
@@ -505,6 +507,10 @@ Outcome firmwareCommit(Drive &d, const nvme_admin_cmd &c)
 	json_object *fw = member(nvmeKeys(d), "firmware_download");
 	if (action != 2 && num(fw, "bytes", 0) == 0)
 		return status(kInvalidFirmwareImage, "no firmware image downloaded");
+	// Actions 1 and 3 make the image the running firmware.
+	if (action == 1 || action == 3)
+		if (const char *why = firmwareActivate(d.node(), text(fw, "image", ""), text(d.node(), "model", "VEXO NM410 400GB")))
+			return status(kInvalidFirmwareImage, why);
 	if (!fw) {
 		fw = json_object_new_object();
 		json_object_object_add(nvmeKeysForWrite(d), "firmware_download", fw);

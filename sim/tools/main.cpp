@@ -40,6 +40,7 @@ constexpr Tool kTools[] = {
 	{"md5sum", vexosim::tools::md5sum},
 	{"vexo_smart_test", vexosim::tools::vexoSmartTest},
 	{"vexo_vcemd_connector", vexosim::tools::vcemdConnector},
+	{"vexo_drive_bundle", vexosim::tools::vexoDriveBundle},
 };
 
 const char *base(const char *p)
@@ -77,6 +78,26 @@ int realTool(const vexosim::tools::RealTool &t, char **argv)
 		preload += std::string(":") + old;
 	::setenv("LD_PRELOAD", preload.c_str(), 1);
 	argv[0] = const_cast<char *>(t.program);
+	// The distribution's hdparm downloads firmware but has no way to
+	// activate it: "hdparm --fwactivate DEV" becomes the DOWNLOAD
+	// MICROCODE activation (mode 0x0F, no data) through sg_raw.
+	static char *activate[] = {const_cast<char *>("/usr/bin/sg_raw"), nullptr, const_cast<char *>("85"),
+				   const_cast<char *>("06"), const_cast<char *>("00"), const_cast<char *>("00"),
+				   const_cast<char *>("0f"), const_cast<char *>("00"), const_cast<char *>("00"),
+				   const_cast<char *>("00"), const_cast<char *>("00"), const_cast<char *>("00"),
+				   const_cast<char *>("00"), const_cast<char *>("00"), const_cast<char *>("00"),
+				   const_cast<char *>("40"), const_cast<char *>("92"), const_cast<char *>("00"),
+				   nullptr};
+	if (std::strcmp(t.name, "hdparm") == 0 && argv[1] && std::strcmp(argv[1], "--fwactivate") == 0) {
+		if (!argv[2] || argv[3]) {
+			std::fprintf(stderr, "usage: hdparm --fwactivate DEVICE\n");
+			return 2;
+		}
+		activate[1] = argv[2];
+		::execv(activate[0], activate);
+		std::fprintf(stderr, "%s: cannot run %s: %s\n", t.name, activate[0], std::strerror(errno));
+		return 127;
+	}
 	::execv(t.program, argv);
 	std::fprintf(stderr, "%s: cannot run %s: %s\n", t.name, t.program, std::strerror(errno));
 	return 127;
@@ -104,6 +125,6 @@ int main(int argc, char **argv)
 	}
 	std::fprintf(stderr, "usage: vexosim-tools TOOL [ARG...]\n       TOOL: vexostorage, dhm_tool, smartctl, "
 			     "hdparm, nvme, sg_raw, sg_sat_identify, sg_logs,\n"
-			     "             vexowebapi, md5sum, vexo_smart_test, vexo_vcemd_connector\n");
+			     "             vexowebapi, md5sum, vexo_smart_test, vexo_vcemd_connector, vexo_drive_bundle\n");
 	return 2;
 }

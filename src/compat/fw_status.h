@@ -26,13 +26,4 @@ Copy refreshServerCopy();
 // not an array, -1 when it has no entry for the model or there is no copy.
 int serverBuildOf(const std::string &model);
 
-// The firmware server's general answer (its list of published builds).
-// 0, or -1 with the core error set; 0x1100 means the server cannot be
-// reached and is not logged.
-int onlineFirmwareInfoGet(std::string &out);
-
-// 1 when the firmware binary `name` is stored with an info file whose
-// md5sum matches it, else 0. Reads only.
-int firmwareBinaryValid(const char *name);
-
 } // namespace vexo::fwstatus

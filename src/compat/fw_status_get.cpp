@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 #include <vexohw/fw_status.h>
+#include <vexohw/drive_bundle.h>
 #include <vexohw/misc.h>
 #include <vexohw/smart_serial.h>
 
@@ -137,7 +138,7 @@ int decideForDisk(const char *disk, const char *dbPath, int useGivenVersions, co
 				if (copy == Copy::Present && serverBuild >= c.build)
 					c.available = 1;
 				else
-					c.available = e.hasFirmBin && firmwareBinaryValid(e.firmBin.c_str()) == 1;
+					c.available = e.hasFirmBin && VEXODriveBundleFWUpgradeFirmwareBinaryValidate(e.firmBin.c_str()) == 1;
 				if (candidateBetter(c, best))
 					best = c;
 			}

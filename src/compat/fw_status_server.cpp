@@ -3,12 +3,14 @@
 // a changed wall clock neither hurries nor delays it), shared by every
 // process through /run and replaced by rename, so readers take no lock.
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <json-c/json.h>
 #include <memory>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vexohw/drive_bundle.h>
 #include <vexohw/misc.h>
 #include <vexoplatform/bootseq.h>
 #include <vexoplatform/vexocore.h>
@@ -25,7 +27,6 @@
 namespace vexo::fwstatus {
 namespace {
 
-constexpr const char *kInfoConf = "/etc.defaults/vexoinfo.conf";
 
 long long nowSeconds() { return static_cast<long long>(vexo::clock::monotonic().tv_sec); }
 
@@ -71,8 +72,12 @@ bool visit()
 	if (!due()) // another process has just been there
 		return true;
 	VLIBCErrClear();
-	std::string answer;
-	if (onlineFirmwareInfoGet(answer) != 0) {
+	char *buffer = nullptr;
+	int size = 0;
+	const int rc = VEXODriveBundleOnlineFirmwareInfoGet(&buffer, &size);
+	std::unique_ptr<char, decltype(&std::free)> own(buffer, &std::free);
+	std::string answer(rc == 0 && buffer ? buffer : "");
+	if (rc != 0) {
 		if (VLIBCErrGet() != VEXO_ERR_NET) {
 			vlog(LOG_ERR, "%s:%d Failed to get online firmware info", VEXO_AT);
 			return false;
@@ -159,56 +164,6 @@ int serverBuildOf(const std::string &model)
 			return json_object_get_int(b);
 	}
 	return -1;
-}
-
-// The firmware bundle's general query: the base address from the
-// appliance's information, and the appliance's identity, URL-encoded.
-int onlineFirmwareInfoGet(std::string &out)
-{
-	char base[512] = {};
-	if (VLIBCFileGetKeyValue(kInfoConf, "firmware_server_url_base", base, sizeof base, 0) <= 0)
-		std::snprintf(base, sizeof base, "%s", VEXO_FIRMWARE_SERVER_DEFAULT);
-	char unique[256] = {}, uniqueEnc[768] = {}, group[256] = {}, version[128] = {}, serial[256] = {};
-	VLIBCFileGetKeyValue(kInfoConf, "unique", unique, sizeof unique, 0);
-	if (VEXODiskMiscUrlEncode(unique, uniqueEnc, sizeof uniqueEnc) != 0 ||
-	    VEXOVOSEncodedGroupIDGet(group, sizeof group) != 0 || VEXOVOSEncodedVOSVerGet(version, sizeof version) != 0 ||
-	    VEXOVOSEncodedDSSNGet(serial, sizeof serial) != 0) {
-		vlog(LOG_ERR, "%s:%d Failed to assemble url: %s %s %s", VEXO_AT, base, uniqueEnc, version);
-		VEXO_ERR(VEXO_ERR_NOT_FOUND);
-		return -1;
-	}
-	std::string url = std::string(base) + "/ssd/v1/getUpdate?unique=" + uniqueEnc + "&group_id=" + group +
-			  "&ds_version=" + version + "&sn=" + serial;
-	char ignore[16] = {};
-	VLIBCFileGetKeyValue(kInfoConf, "firmware_download_ignore_verification", ignore, sizeof ignore, 0);
-	char *buffer = nullptr;
-	int size = 0;
-	VLIBCErrClear();
-	int rc = VEXODiskMiscCurlToBuffer(url.c_str(), &buffer, &size, std::strcmp(ignore, "yes") == 0);
-	std::unique_ptr<char, decltype(&std::free)> own(buffer, &std::free);
-	if (rc != 0) {
-		if (VLIBCErrGet() != VEXO_ERR_NET) {
-			vlog(LOG_ERR, "%s:%d Failed to send %s", VEXO_AT, url.c_str());
-			VEXO_ERR(VEXO_ERR_INTERNAL);
-		}
-		return -1;
-	}
-	out.assign(buffer ? buffer : "");
-	return 0;
-}
-
-int firmwareBinaryValid(const char *name)
-{
-	if (!name || !*name || std::strchr(name, '/'))
-		return 0;
-	const std::string path = std::string("/var/lib/drive-bundle/firmware/") + name;
-	const std::string infoPath = path + ".FW_INFO";
-	if (!VLIBCFileExist(path.c_str()) || !VLIBCFileExist(infoPath.c_str()))
-		return 0;
-	char md5[64] = {};
-	if (VLIBCFileGetKeyValue(infoPath.c_str(), "md5sum", md5, sizeof md5, 0) <= 0)
-		return 0;
-	return VEXOHWCTLMiscFileMD5sumMatch(path.c_str(), md5) == 1 ? 1 : 0;
 }
 
 } // namespace vexo::fwstatus

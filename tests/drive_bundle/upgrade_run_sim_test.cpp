@@ -1,0 +1,307 @@
+// A plan flashed into emulated drives by the distribution's hdparm and nvme
+// on the interposer: outcomes per drive, the budget, two runs at once and a
+// run killed half way.
+#include <chrono>
+#include <map>
+#include <csignal>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <vexohw/compat_cache.h>
+#include <vexohw/drive_bundle.h>
+#include <vexohw/fw_status.h>
+#include <vexohw/smart_serial.h>
+
+#include "frame/clock.h"
+#include "sim/tools_sim.h"
+#include "support/disk_layout.h"
+
+namespace vexo::test {
+namespace {
+
+const bool kEmulator = installDriveEmulator();
+constexpr const char *kPlan = "/var/lib/drive-bundle/fw-upgrade/plan.conf";
+constexpr const char *kFwDir = "/var/lib/drive-bundle/firmware/";
+
+struct UpgradeRun : ToolsSim {
+	void SetUp() override
+	{
+		ToolsSim::SetUp();
+		root.symlink(buildDir() + "/bin/vexosim-tools", "/usr/bin/md5sum");
+	}
+	// A drive, its cache folder and a binary made for it.
+	void drive(const std::string &name, const std::string &protocol, const std::string &extra = "")
+	{
+		node(name, R"({"protocol":")" + protocol + R"(","model":"M-)" + name + R"(","firmware":"OLD1")" + extra + "}");
+		root.diskDir(name);
+		root.write("/run/vexostorage/disks/" + name + "/serial", "SN-" + name);
+		root.write("/sys/block/" + name + "/device/model", "M-" + name + "\n");
+	}
+	void binary(const std::string &file, const std::string &model, const std::string &rev, bool tamper = false)
+	{
+		std::string image = "model=" + model + "\nfirmware=" + rev + "\n";
+		image.resize(1024, '\0');
+		root.write(kFwDir + file, image);
+		std::string sum;
+		runProgram({"md5sum", root.host(kFwDir + file)}, &sum);
+		root.write(kFwDir + file + ".FW_INFO", "md5sum=\"" + sum.substr(0, 32) + "\"\nmodel=\"" + model + "\"\nfirmware=\"" + rev + "\"\n");
+		if (tamper)
+			root.write(kFwDir + file, image.substr(0, 1023) + "x");
+	}
+	void plan(const std::vector<std::pair<std::string, std::string>> &drives) // name, binary
+	{
+		for (const auto &[name, file] : drives) {
+			DB_FW_UPGRADE_CONFIG c{};
+			std::snprintf(c.id, sizeof(c.id), "SN-%s", name.c_str());
+			std::snprintf(c.drive_path, sizeof(c.drive_path), "/dev/%s", name.c_str());
+			std::snprintf(c.firmware, sizeof(c.firmware), "OLD1");
+			std::snprintf(c.available_firmware, sizeof(c.available_firmware), "NEW2");
+			std::snprintf(c.available_firmware_binary, sizeof(c.available_firmware_binary), "%s", file.c_str());
+			ASSERT_EQ(VEXODriveBundleFWUpgradeConfigSet(kPlan, &c), 0);
+		}
+		ASSERT_EQ(VEXODriveBundleFWUpgradeStateSet(1), 0);
+	}
+	std::map<std::string, DB_FW_UPGRADE_CONFIG> results(const char *path = kPlan)
+	{
+		std::map<std::string, DB_FW_UPGRADE_CONFIG> out;
+		DB_FW_UPGRADE_CONFIG *list = nullptr;
+		EXPECT_GE(VEXODriveBundleFWUpgradeConfigGet(path, &list), 0);
+		for (auto *c = list; c; c = c->next) {
+			out[c->id] = *c;
+			out[c->id].ui_json = nullptr;
+			out[c->id].next = nullptr;
+		}
+		VEXODriveBundleFWUpgradeConfigFree(list);
+		return out;
+	}
+	std::string firmwareOf(const std::string &name)
+	{
+		char fw[16] = "", sn[32] = "";
+		SmartFirmAndSerialRead(("/dev/" + name).c_str(), fw, sizeof(fw), sn, sizeof(sn));
+		return fw;
+	}
+};
+
+TEST_F(UpgradeRun, EachDriveItsOutcome)
+{
+	LogCapture log;
+	drive("sda", "ata");
+	drive("nvme0n1", "nvme");
+	drive("sdb", "ata", R"(,"firmware_update":{"fail":true})");
+	drive("sdc", "ata", R"(,"firmware_update":{"reject":true})");
+	drive("sdd", "ata");
+	drive("sde", "ata");
+	binary("a.bin", "M-sda", "NEW2");
+	binary("n.bin", "M-nvme0n1", "NEW2");
+	binary("b.bin", "M-sdb", "NEW2");
+	binary("c.bin", "M-sdc", "NEW2");
+	binary("d.bin", "M-sdd", "NEW2", true);
+	binary("e.bin", "M-sda", "NEW2"); // for another model
+	binary("w.bin", "M-sdf", "BAD9"); // the drive would report another version
+	drive("sdf", "ata");
+	plan({{"sda", "a.bin"}, {"nvme0n1", "n.bin"}, {"sdb", "b.bin"}, {"sdc", "c.bin"}, {"sdd", "d.bin"},
+	      {"sde", "e.bin"}, {"sdf", "w.bin"}, {"sdz", "a.bin"}});
+	ASSERT_EQ(DBFWUpgradeByConfig(kPlan, 0, 1), 0) << log.dump();
+	auto r = results();
+	ASSERT_EQ(r["SN-sda"].upgrade_status, 2) << log.dump();
+	const struct {
+		const char *id;
+		int status, downloadRetries, activateRetries;
+		const char *firmware;
+	} want[] = {
+		{"SN-sda", 2, 0, 0, "NEW2"},  {"SN-nvme0n1", 2, 0, 0, "NEW2"}, {"SN-sdb", -4, 3, 0, "OLD1"},
+		{"SN-sdc", -4, 0, 3, "OLD1"}, {"SN-sdd", -1, 0, 0, "OLD1"},    {"SN-sde", -1, 0, 0, "OLD1"},
+		{"SN-sdf", -4, 0, 0, "BAD9"}, {"SN-sdz", -1, 0, 0, nullptr},
+	};
+	for (const auto &w : want) {
+		SCOPED_TRACE(w.id);
+		EXPECT_EQ(r[w.id].upgrade_status, w.status);
+		EXPECT_EQ(r[w.id].download_retry_cnt, w.downloadRetries);
+		EXPECT_EQ(r[w.id].activate_retry_cnt, w.activateRetries);
+		if (w.firmware) {
+			EXPECT_EQ(firmwareOf(w.id + 3), w.firmware);
+		}
+	}
+	// Refused binaries never reach the drive; the tampered one is gone.
+	EXPECT_EQ(countOf("sdd", "cdb=85"), 0);
+	EXPECT_EQ(countOf("sde", "cdb=85"), 0);
+	EXPECT_FALSE(root.exists(std::string(kFwDir) + "d.bin"));
+	EXPECT_FALSE(root.exists(std::string(kFwDir) + "d.bin.FW_INFO"));
+	// Another maker's drive: its firmware values are not the bundle's to write.
+	EXPECT_FALSE(root.exists("/run/vexostorage/disks/sda/firm"));
+	EXPECT_FALSE(root.exists("/run/vexostorage/disks/sda/firm_upgrading.pid"));
+	EXPECT_FALSE(root.exists(VEXO_FW_UPGRADE_WORKING_CONF));
+	EXPECT_EQ(VEXODriveBundleFWUpgradeStateGet(1), 0);
+	EXPECT_EQ(lines(root.read("/var/lib/drive-bundle/fw-upgrade/result.log")).size(), 8u);
+	// An empty plan ends at once in the next state.
+	root.write("/var/lib/drive-bundle/empty.conf", "");
+	ASSERT_EQ(VEXODriveBundleFWUpgradeStateSet(1), 0);
+	EXPECT_EQ(DBFWUpgradeByConfig("/var/lib/drive-bundle/empty.conf", 1, 0), 0);
+	EXPECT_EQ(VEXODriveBundleFWUpgradeStateGet(1), 3);
+}
+
+TEST_F(UpgradeRun, HangingFlasherIsKilledAtTheBudget)
+{
+	root.conf("/etc.defaults/vexoinfo.conf", {{"drive_firmware_update_timeout", "3"}});
+	drive("sda", "ata", R"(,"firmware_update":{"hang":true})");
+	drive("nvme0n1", "nvme", R"(,"firmware_update":{"seconds":1})");
+	binary("a.bin", "M-sda", "NEW2");
+	binary("n.bin", "M-nvme0n1", "NEW2");
+	plan({{"sda", "a.bin"}, {"nvme0n1", "n.bin"}});
+	auto t0 = std::chrono::steady_clock::now();
+	ASSERT_EQ(DBFWUpgradeByConfigAndPrepareSummary("not-update-status"), -1); // no current link yet
+	root.symlink("plan.conf", VEXO_FW_UPGRADE_CURRENT_LINK);
+	ASSERT_EQ(DBFWUpgradeByConfigAndPrepareSummary("not-update-status"), 0);
+	double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+	EXPECT_LT(took, 8.0);
+	auto r = results();
+	EXPECT_EQ(r["SN-sda"].upgrade_status, -4);
+	EXPECT_EQ(r["SN-nvme0n1"].upgrade_status, 2);
+	EXPECT_EQ(firmwareOf("nvme0n1"), "NEW2");
+	EXPECT_EQ(root.read("/var/lib/drive-bundle/notification-source"), kPlan);
+}
+
+TEST_F(UpgradeRun, PlanFromTheBinariesOnTheBox)
+{
+	drive("sda", "ata");
+	drive("sdb", "ata");
+	drive("sdc", "nvme");
+	binary("a.bin", "M-sda", "NEW2");
+	binary("b.bin", "M-sdb", "OLD1"); // what the drive runs already
+	PVLIBSZLIST drives = VLIBCSzListAlloc(4);
+	for (const char *d : {"/dev/sda", "/dev/sdb", "/dev/sdc"})
+		VLIBCSzListPush(&drives, d);
+	EXPECT_EQ(VEXODriveBundleFWUpgradeConfigGenToFile(kPlan, drives), 1);
+	VLIBCSzListFree(drives);
+	auto r = results();
+	ASSERT_EQ(r.size(), 1u);
+	const DB_FW_UPGRADE_CONFIG &c = r.begin()->second; // named by the serial the drive reports
+	EXPECT_STREQ(c.drive_path, "/dev/sda");
+	EXPECT_STREQ(c.firmware, "OLD1");
+	EXPECT_STREQ(c.available_firmware, "NEW2");
+	EXPECT_STREQ(c.available_firmware_binary, "a.bin");
+	EXPECT_EQ(c.upgrade_status, 0);
+}
+
+TEST_F(UpgradeRun, TwoRunsAtOnceOneRuns)
+{
+	drive("sda", "ata", R"(,"firmware_update":{"seconds":1})");
+	binary("a.bin", "M-sda", "NEW2");
+	plan({{"sda", "a.bin"}});
+	pid_t kids[2];
+	for (pid_t &k : kids)
+		if ((k = ::fork()) == 0)
+			::_exit(DBFWUpgradeByConfig(kPlan, 0, 0) == 0 ? 0 : 1);
+	int ran = 0;
+	for (pid_t k : kids) {
+		int st = 0;
+		::waitpid(k, &st, 0);
+		ran += WIFEXITED(st) && WEXITSTATUS(st) == 0;
+	}
+	EXPECT_EQ(ran, 1);
+	EXPECT_EQ(results()["SN-sda"].upgrade_status, 2);
+	EXPECT_EQ(lines(root.read("/var/lib/drive-bundle/fw-upgrade/result.log")).size(), 1u);
+}
+
+TEST_F(UpgradeRun, KilledHalfWayThenRebooted)
+{
+	drive("sda", "ata");
+	drive("sdb", "ata", R"(,"firmware_update":{"seconds":3})");
+	binary("a.bin", "M-sda", "NEW2");
+	binary("b.bin", "M-sdb", "NEW2");
+	plan({{"sda", "a.bin"}, {"sdb", "b.bin"}});
+	pid_t run = ::fork();
+	if (run == 0) {
+		::setpgid(0, 0);
+		::_exit(DBFWUpgradeByConfig(kPlan, 0, 0) == 0 ? 0 : 1);
+	}
+	::setpgid(run, run);
+	const std::string resultLog = "/var/lib/drive-bundle/fw-upgrade/result.log";
+	for (int i = 0; i < 300 && !root.exists(resultLog); ++i)
+		::usleep(50000);
+	::usleep(300000);
+	::kill(-run, SIGKILL); // the whole run, tools included, as a power cut would
+	::waitpid(run, nullptr, 0);
+	// A new process: the state says a run was under way, the drives are not
+	// held by a dead flasher, a new run is refused, and the result log tells
+	// which drive took its firmware.
+	int st = inChild([] {
+		if (VEXODriveBundleFWUpgradeStateGet(1) != 2 || VEXODriveBundleFWUpgradeIsUpgrading("/dev/sdb") != 0)
+			return 1;
+		return DBFWUpgradeByConfig(kPlan, 0, 0) == -1 ? 0 : 2;
+	});
+	EXPECT_EQ(st, 0);
+	auto log = lines(root.read(resultLog));
+	ASSERT_EQ(log.size(), 1u);
+	EXPECT_NE(log[0].find("SN-sda\t/dev/sda"), std::string::npos);
+	EXPECT_EQ(log[0].substr(log[0].size() - 2), "\t2");
+	EXPECT_EQ(firmwareOf("sda"), "NEW2");
+	EXPECT_EQ(results()["SN-sda"].upgrade_status, 0); // results reach the plan only at the end
+	auto working = results(VEXO_FW_UPGRADE_WORKING_CONF);
+	EXPECT_EQ(working["SN-sda"].upgrade_status, 2);
+	EXPECT_EQ(working["SN-sdb"].upgrade_status, 1);
+}
+
+// A drive the database holds broken at SC60 with SC61 published: after a
+// run that refreshes the caches, its firmware values and its verdict follow
+// the revision it now reports.
+TEST_F(UpgradeRun, UpdateStatusRefreshesFirmwareValuesAndVerdict)
+{
+	LogCapture log;
+	DiskLayout(root).portMaps("0xff0000", "0x0", "0xff", "",
+				  {{"upnpmodelname", "VX1222"}, {"support_disk_compatibility", "yes"}});
+	root.conf("/etc.defaults/VERSION", {{"base", "72806"}, {"nano", "3"}});
+	DiskLayout(root).sata("sda", 1);
+	root.write("/sys/block/sda/device/vendor", "ATA     \n");
+	root.write("/sys/block/sda/device/model", "VEXO HAT5300-8T\n");
+	root.write("/sys/block/sda/device/state", "running\n");
+	root.write("/sys/block/sda/queue/rotational", "1\n");
+	root.diskDir("sda");
+	root.write("/run/vexostorage/disks/sda/serial", "ZL2K4T7C");
+	node("sda", kAtaNode);
+	drive("sdb", "ata");
+	DiskLayout(root).sata("sdb", 2);
+	root.write("/sys/block/sdb/device/vendor", "ATA     \n");
+	root.write("/var/lib/diskaction/diskaction.xml", "<?xml version=\"1.0\"?>\n<diskaction>\n"
+			   "<disk model=\"VEXO HAT5300-8T\" vendor=\"Vexology\" action=\"0\"/>\n</diskaction>\n");
+	root.mkdirs("/run/lock");
+	root.write("/var/lib/disk-compatibility/host_rule.db",
+		   R"({"rules":[{"property":{"positive":{},"negative":{}},"actions":{"notification":false}}]})");
+	root.write("/var/lib/disk-compatibility/vx1222_host_v7.db", R"({"disk_compatbility_info":{"VEXO HAT5300-8T":{
+ "SC60":{"vos_ver":[],"compatibility_interval":[{"compatibility":"not_support"}],"fw_buildnumber":100,"firm_bin":"sc60.bin"},
+ "SC61":{"vos_ver":[],"compatibility_interval":[{"compatibility":"support"}],"fw_buildnumber":110,"firm_bin":"sc61.bin"}}}})");
+	// The server's list is fresh: no visit during the test.
+	vexo::clock::setForTest(1764000000, 50000LL * 1000);
+	root.write("/run/vexostorage/.disk_firm_server_visiting_time", "50000");
+	root.write("/run/vexostorage/disk_firm_server_info", R"([{"model":"VEXO HAT5300-8T","fw_buildnumber":110}])");
+	binary("sc61.bin", "VEXO HAT5300-8T", "SC61");
+
+	ASSERT_EQ(VEXOSBDriveFirmInfoCacheUpdImp("/dev/sda", 1, nullptr, nullptr), 0) << log.dump();
+	ASSERT_EQ(VEXODiskCompatibilityCacheUpdateAndChecker("/dev/sda"), 0) << log.dump();
+	char verdict[32] = "";
+	ASSERT_EQ(VEXODiskCompatibilityCacheGet("/dev/sda", verdict, sizeof(verdict)), 0);
+	EXPECT_STREQ(verdict, "fw_upgrade_required");
+	EXPECT_EQ(root.read("/run/vexostorage/disks/sda/firm_status_from_db"), "update_firm");
+
+	// The plan from what the database suggests; sdb, another maker's, has none.
+	PVLIBSZLIST drives = VLIBCSzListAlloc(4);
+	EXPECT_EQ(VEXODriveBundleDiskEnum(&drives), 1);
+	EXPECT_STREQ(VLIBCSzListGet(drives, 0), "/dev/sda");
+	VLIBCSzListFree(drives);
+	ASSERT_EQ(VEXODriveBundleFWUpgradeConfigGenToFileByDB(kPlan), 1) << log.dump();
+	auto planned = results()["ZL2K4T7C"];
+	EXPECT_STREQ(planned.available_firmware, "SC61");
+	EXPECT_STREQ(planned.available_firmware_binary, "sc61.bin");
+	ASSERT_EQ(VEXODriveBundleFWUpgradeStateSet(1), 0);
+	ASSERT_EQ(DBFWUpgradeByConfig(kPlan, 0, 1), 0) << log.dump();
+	vexo::clock::clearForTest();
+
+	EXPECT_EQ(results()["ZL2K4T7C"].upgrade_status, 2) << log.dump();
+	EXPECT_EQ(root.read("/run/vexostorage/disks/sda/firm"), "SC61");
+	EXPECT_EQ(root.read("/run/vexostorage/disks/sda/firm_status_from_db"), "do_nothing");
+	ASSERT_EQ(VEXODiskCompatibilityCacheGet("/dev/sda", verdict, sizeof(verdict)), 0);
+	EXPECT_STREQ(verdict, "support");
+	EXPECT_EQ(VEXODriveBundleFWUpgradeConfigGenToFileByDB("/var/lib/drive-bundle/again.conf"), 0);
+}
+
+} // namespace
+} // namespace vexo::test
