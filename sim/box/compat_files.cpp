@@ -61,12 +61,12 @@ constexpr const char *kHostRules = R"({"rules":[
  {"property":{"positive":{"compatibility":"support"},"negative":{}},
   "actions":{"ui_compatibility":"support","notification":false,"alert":false}},
  {"property":{"positive":{"compatibility":"fw_upgrade_required"},"negative":{}},
-  "actions":{"ui_compatibility":"fw_upgrade_required","selectable":false,"can_select_after_fwupgrade":true}},
+  "actions":{"ui_compatibility":"fw_upgrade_required","notification":true,"selectable":false,"can_select_after_fwupgrade":true}},
  {"property":{"positive":{"compatibility":"not_support"},"negative":{}},
-  "actions":{"ui_compatibility":"not_support","selectable":false,"hide_remain_life":true,
+  "actions":{"ui_compatibility":"not_support","notification":true,"selectable":false,"hide_remain_life":true,
    "show_lifetime_chart":false,"send_health_report":false}},
  {"property":{"positive":{},"negative":{}},
-  "actions":{"ui_compatibility":"not_in_support","notify_unc":false}}]})";
+  "actions":{"ui_compatibility":"not_in_support","notification":false,"notify_unc":false}}]})";
 
 constexpr const char *kUnitRules = R"({"rules":[
  {"property":{"positive":{"compatibility":"for_eunit"},"negative":{}},
@@ -74,9 +74,9 @@ constexpr const char *kUnitRules = R"({"rules":[
  {"property":{"positive":{"compatibility":"support"},"negative":{}},
   "actions":{"ui_compatibility":"support","notification":false,"alert":false}},
  {"property":{"positive":{"compatibility":"not_support"},"negative":{"host_compatibility":"support"}},
-  "actions":{"ui_compatibility":"not_support","selectable":false}},
+  "actions":{"ui_compatibility":"not_support","notification":true,"selectable":false}},
  {"property":{"positive":{},"negative":{}},
-  "actions":{"ui_compatibility":"not_in_support"}}]})";
+  "actions":{"ui_compatibility":"not_in_support","notification":false}}]})";
 
 } // namespace
 

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <vexohw/compat.h>
+#include <vexohw/compat_cache.h>
 #include <vexohw/disk.h>
 #include <vexohw/disk_port.h>
 #include <vexohw/disk_probe.h>
@@ -19,10 +20,6 @@
 #include "frame/jsonc.h"
 #include "frame/jsoncpp.h"
 #include "frame/sysroot.h"
-
-// The cache refresh that writes "compatibility_action" lives with the
-// per-disk verdict cache; without it a missing action cannot be regenerated.
-extern "C" __attribute__((weak)) int VEXODiskCompatibilityCacheUpdateAndChecker(const char *disk);
 
 namespace {
 
@@ -342,7 +339,7 @@ try {
 		if (attempt > 3)
 			return -1;
 		vlog(LOG_ERR, "%s:%d File %s does not exist, regen %d time", VEXO_AT, path.c_str(), attempt);
-		if (VEXODiskCompatibilityCacheUpdateAndChecker && VEXODiskCompatibilityCacheUpdateAndChecker(disk) == 0) {
+		if (VEXODiskCompatibilityCacheUpdateAndChecker(disk) == 0) {
 			vlog(LOG_ERR, "%s:%d File %s regen success", VEXO_AT, path.c_str());
 			break;
 		}

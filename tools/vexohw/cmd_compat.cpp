@@ -153,7 +153,7 @@ int compat(Context &ctx)
 			    r.get("power_mode") ? " (asleep: the cached verdict, nothing read)" : "");
 		std::printf("  database: %s\n", r.get("database")->text().c_str());
 		std::printf("  shown as: %s%s\n", a->get("ui_compatibility")->text().c_str(),
-			    a->get("cached")->text() == "true" ? "" : " (defaults: no actions cached yet)");
+			    a->get("cached")->json() == "true" ? "" : " (defaults: no actions cached yet)");
 		for (const Value &w : a->get("words")->asList())
 			std::printf("  - %s\n", w.text().c_str());
 		std::printf("  firmware: %s; %s\n", r.get("firmware_status")->text().c_str(),
