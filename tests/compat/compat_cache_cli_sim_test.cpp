@@ -1,6 +1,7 @@
 // vexohw compat refresh, the overview's COMPAT column (the cache and nothing
 // else) and notify list reading back what the spool holds.
 #include <fstream>
+#include <iterator>
 #include <gtest/gtest.h>
 #include <vexohw/compat_cache.h>
 #include <vexoplatform/sysnotify.h>
@@ -65,6 +66,40 @@ TEST(CompatCacheCli, RefreshOverviewAndSpool)
 	ASSERT_EQ(json_object_array_length(spool.obj), 1u);
 	EXPECT_EQ(text(json_object_array_get_idx(spool.obj, 0), "tag"), "DiskCompatibilityIncompatible");
 	EXPECT_EQ(text(json_object_array_get_idx(spool.obj, 0), "disk_id"), "Drive 4\nsecond line");
+}
+
+// With the box's own files: sde's firmware is supported before system
+// version 72806 and rejected from it on, so a system update between two
+// refreshes turns it bad. That is told once, and not again while it stays so.
+TEST(CompatCacheCli, DiskTurningBadIsToldOnce)
+{
+	ASSERT_TRUE(kBackend);
+	BuiltBox box;
+	ASSERT_TRUE(box.ok()) << box.log();
+	const std::string versionFile = box.root() + "/etc.defaults/VERSION";
+	std::ifstream in(versionFile);
+	const std::string shipped((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+	const size_t at = shipped.find("base=\"72806\"");
+	ASSERT_NE(at, std::string::npos) << shipped;
+	std::string older = shipped;
+	older.replace(at, 13, "base=\"72000\"");
+	struct {
+		const std::string *version;
+		const char *word;
+		size_t spooled;
+	} steps[] = {{&older, "support", 0}, {&shipped, "not_support", 1}, {&shipped, "not_support", 1}};
+	for (const auto &s : steps) {
+		std::ofstream(versionFile, std::ios::trunc) << *s.version;
+		Ran r = box.vexohw({"--json", "compat", "refresh", "sde"});
+		ASSERT_EQ(r.status, 0) << r.err;
+		JsonDoc refreshed(r.out);
+		EXPECT_EQ(text(json_object_array_get_idx(refreshed.obj, 0), "compatibility"), s.word) << r.out;
+		JsonDoc spool(box.vexohw({"--json", "notify", "list"}).out);
+		ASSERT_TRUE(json_object_is_type(spool.obj, json_type_array));
+		ASSERT_EQ(json_object_array_length(spool.obj), s.spooled) << s.word;
+		if (s.spooled)
+			EXPECT_EQ(text(json_object_array_get_idx(spool.obj, 0), "tag"), "DiskCompatibilityIncompatible");
+	}
 }
 
 // A unit is chosen when the name asked for begins with the unit's name.
