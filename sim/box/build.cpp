@@ -47,7 +47,7 @@ public:
 			tree_.file("/dev/" + d.name, driveNode(d));
 			tree_.dir("/run/vexostorage/disks/" + d.name);
 		}
-		for (const char *d : {"/tmp", "/var/log", "/var/lib", "/var/run", "/run/vexostorage", "/run/vexosdk/lock"})
+		for (const char *d : {"/tmp", "/var/log", "/var/lib", "/var/run", "/run/vexostorage", "/run/vexosdk/lock", "/run/lock"})
 			tree_.dir(d);
 		tools();
 	}

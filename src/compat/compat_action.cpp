@@ -14,6 +14,7 @@
 #include <vexohw/frame.h>
 #include <vexoplatform/vexocore.h>
 
+#include "compat/compat_cache.h"
 #include "compat/compat_db.h"
 #include "frame/cache_keys.h"
 #include "frame/err.h"
@@ -76,13 +77,11 @@ std::optional<std::string> valueText(const Json::Value &v)
 	return std::nullopt;
 }
 
-// "/dev/sda" -> "sda"; empty when the path does not have that form.
+// "/dev/sda" -> "sda"; empty when that is no one cache folder.
 std::string shortName(const char *disk)
 {
-	char name[256] = {};
-	if (std::sscanf(disk, "/dev/%255s", name) != 1)
-		return {};
-	return name;
+	std::string name;
+	return vexo::compatcache::shortName(disk, name) ? name : std::string();
 }
 
 bool ruleHolds(const Json::Value &properties, const Json::Value &rule)
@@ -329,7 +328,7 @@ try {
 	}
 	setDefaults(*action);
 	std::string name = shortName(disk);
-	if (!vexo::cache::isNameComponent(name.c_str())) {
+	if (name.empty()) {
 		vlog(LOG_ERR, "%s:%d Invalid inputed parameter", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
