@@ -55,6 +55,8 @@ TEST(CompatCacheCli, RefreshOverviewAndSpool)
 	EXPECT_EQ(compatOf(after.obj, "/dev/sdd"), "forbidden");
 	EXPECT_EQ(compatOf(after.obj, "/dev/sda"), "null"); // asleep, never refreshed
 
+	// The refresh told of the box's two rejected drives; one more is sent here.
+	const size_t told = 2;
 	{
 		ScopedEnv sysroot("VEXO_SYSROOT", box.root().c_str());
 		PVLIBSZHASH h = VLIBCSzHashAlloc(2);
@@ -63,9 +65,14 @@ TEST(CompatCacheCli, RefreshOverviewAndSpool)
 		VLIBCSzHashFree(h);
 	}
 	JsonDoc spool(box.vexohw({"--json", "notify", "list"}).out);
-	ASSERT_EQ(json_object_array_length(spool.obj), 1u);
-	EXPECT_EQ(text(json_object_array_get_idx(spool.obj, 0), "tag"), "DiskCompatibilityIncompatible");
-	EXPECT_EQ(text(json_object_array_get_idx(spool.obj, 0), "disk_id"), "Drive 4\nsecond line");
+	ASSERT_EQ(json_object_array_length(spool.obj), told + 1);
+	size_t mine = 0;
+	for (size_t i = 0; i <= told; ++i) {
+		json_object *n = json_object_array_get_idx(spool.obj, i);
+		EXPECT_EQ(text(n, "tag"), "DiskCompatibilityIncompatible");
+		mine += text(n, "disk_id") == "Drive 4\nsecond line";
+	}
+	EXPECT_EQ(mine, 1u);
 }
 
 // With the box's own files: sde's firmware is supported before system
@@ -79,10 +86,11 @@ TEST(CompatCacheCli, DiskTurningBadIsToldOnce)
 	const std::string versionFile = box.root() + "/etc.defaults/VERSION";
 	std::ifstream in(versionFile);
 	const std::string shipped((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-	const size_t at = shipped.find("base=\"72806\"");
+	const std::string base = "base=\"72806\"";
+	const size_t at = shipped.find(base);
 	ASSERT_NE(at, std::string::npos) << shipped;
 	std::string older = shipped;
-	older.replace(at, 13, "base=\"72000\"");
+	older.replace(at, base.size(), "base=\"72000\"");
 	struct {
 		const std::string *version;
 		const char *word;
@@ -97,8 +105,9 @@ TEST(CompatCacheCli, DiskTurningBadIsToldOnce)
 		JsonDoc spool(box.vexohw({"--json", "notify", "list"}).out);
 		ASSERT_TRUE(json_object_is_type(spool.obj, json_type_array));
 		ASSERT_EQ(json_object_array_length(spool.obj), s.spooled) << s.word;
-		if (s.spooled)
+		if (s.spooled) {
 			EXPECT_EQ(text(json_object_array_get_idx(spool.obj, 0), "tag"), "DiskCompatibilityIncompatible");
+		}
 	}
 }
 
