@@ -123,18 +123,18 @@ inline std::string makeCompatRules(bool eunit)
 	r += "{\"property\":{\"positive\":{\"compatibility\":\"support\"},\"negative\":{}},"
 	     "\"actions\":{\"ui_compatibility\":\"support\",\"notification\":false,\"alert\":false}},"
 	     "{\"property\":{\"positive\":{\"compatibility\":\"fw_upgrade_required\"},\"negative\":{}},"
-	     "\"actions\":{\"ui_compatibility\":\"fw_upgrade_required\",\"selectable\":false,"
+	     "\"actions\":{\"ui_compatibility\":\"fw_upgrade_required\",\"notification\":true,\"selectable\":false,"
 	     "\"can_select_after_fwupgrade\":true}},"
 	     "{\"property\":{\"positive\":{\"compatibility\":\"not_support\",\"protocol\":\"SATA\"},"
 	     "\"negative\":{\"formfactor_size\":\"2.5\"}},"
-	     "\"actions\":{\"ui_compatibility\":\"not_support\",\"selectable\":false,\"hide_remain_life\":true,"
+	     "\"actions\":{\"ui_compatibility\":\"not_support\",\"notification\":true,\"selectable\":false,\"hide_remain_life\":true,"
 	     "\"hide_sb_days_left\":true,\"show_lifetime_chart\":false,\"send_health_report\":false}},"
 	     "{\"property\":{\"positive\":{\"compatibility\":\"not_support\"},\"negative\":{\"vendor\":\"Vexology\"}},"
-	     "\"actions\":{\"ui_compatibility\":\"not_support\",\"selectable\":false}},"
+	     "\"actions\":{\"ui_compatibility\":\"not_support\",\"notification\":true,\"selectable\":false}},"
 	     "{\"property\":{\"positive\":{\"protocol\":\"NVME\",\"type\":\"cache\"},\"negative\":{}},"
-	     "\"actions\":{\"ui_compatibility\":\"not_in_support\",\"hide_unc\":true}},"
+	     "\"actions\":{\"ui_compatibility\":\"not_in_support\",\"notification\":false,\"hide_unc\":true}},"
 	     "{\"property\":{\"positive\":{},\"negative\":{}},"
-	     "\"actions\":{\"ui_compatibility\":\"not_in_support\",\"notify_unc\":false}}]}";
+	     "\"actions\":{\"ui_compatibility\":\"not_in_support\",\"notification\":false,\"notify_unc\":false}}]}";
 	return r;
 }
 

@@ -127,6 +127,9 @@ echo
 # compat: each disk judged against the box's databases (host, adapter card,
 # expansion unit) for this system version; the sleeping sda is not asked.
 echo "# compat: compatibility verdicts from the box's databases"
+# The firmware server publishes build 310 for the maker's NVMe drive, whose
+# VN0230 this system rejects: it is told to upgrade rather than replace it.
+echo '[{"model":"VEXO NM410 400GB","fw_buildnumber":310}]' >"$root/srv/vexosim/ssd/v1/getUpdate/index.json"
 run compat --all
 echo
 # compatibility cache: the verdicts and firmware values of every awake disk

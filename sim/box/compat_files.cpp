@@ -1,7 +1,9 @@
 // The compatibility databases and rule files a box ships with: one database
 // for the host, one per adapter card and one per expansion unit model,
 // small but in the delivered format, so that the drives of the bundled
-// boxes get every kind of verdict.
+// boxes get every kind of verdict; and the disk action database that tells
+// which of the box's drives are the maker's own (their firmware is judged
+// against the database's builds).
 #include "compat_files.h"
 
 #include <cctype>
@@ -12,6 +14,8 @@ namespace vexosim {
 namespace {
 
 constexpr const char *kDir = "/var/lib/disk-compatibility/";
+// The vendor word that makes a drive the maker's own.
+constexpr const char *kMaker = "Vexology";
 
 std::string lower(std::string s)
 {
@@ -61,12 +65,12 @@ constexpr const char *kHostRules = R"({"rules":[
  {"property":{"positive":{"compatibility":"support"},"negative":{}},
   "actions":{"ui_compatibility":"support","notification":false,"alert":false}},
  {"property":{"positive":{"compatibility":"fw_upgrade_required"},"negative":{}},
-  "actions":{"ui_compatibility":"fw_upgrade_required","selectable":false,"can_select_after_fwupgrade":true}},
+  "actions":{"ui_compatibility":"fw_upgrade_required","notification":true,"selectable":false,"can_select_after_fwupgrade":true}},
  {"property":{"positive":{"compatibility":"not_support"},"negative":{}},
-  "actions":{"ui_compatibility":"not_support","selectable":false,"hide_remain_life":true,
+  "actions":{"ui_compatibility":"not_support","notification":true,"selectable":false,"hide_remain_life":true,
    "show_lifetime_chart":false,"send_health_report":false}},
  {"property":{"positive":{},"negative":{}},
-  "actions":{"ui_compatibility":"not_in_support","notify_unc":false}}]})";
+  "actions":{"ui_compatibility":"not_in_support","notification":false,"notify_unc":false}}]})";
 
 constexpr const char *kUnitRules = R"({"rules":[
  {"property":{"positive":{"compatibility":"for_eunit"},"negative":{}},
@@ -74,11 +78,37 @@ constexpr const char *kUnitRules = R"({"rules":[
  {"property":{"positive":{"compatibility":"support"},"negative":{}},
   "actions":{"ui_compatibility":"support","notification":false,"alert":false}},
  {"property":{"positive":{"compatibility":"not_support"},"negative":{"host_compatibility":"support"}},
-  "actions":{"ui_compatibility":"not_support","selectable":false}},
+  "actions":{"ui_compatibility":"not_support","notification":true,"selectable":false}},
  {"property":{"positive":{},"negative":{}},
-  "actions":{"ui_compatibility":"not_in_support"}}]})";
+  "actions":{"ui_compatibility":"not_in_support","notification":false}}]})";
+
+// Text safe inside an XML attribute value.
+std::string xmlAttr(const std::string &s)
+{
+	std::string o;
+	for (char c : s) {
+		switch (c) {
+		case '&': o += "&amp;"; break;
+		case '<': o += "&lt;"; break;
+		case '>': o += "&gt;"; break;
+		case '"': o += "&quot;"; break;
+		default: o += c;
+		}
+	}
+	return o;
+}
 
 } // namespace
+
+std::string diskActionXml(const Box &box)
+{
+	std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<diskaction>\n";
+	std::set<std::string> listed;
+	for (const Device &d : box.devices)
+		if (d.vendor == kMaker && !d.model.empty() && listed.insert(d.model).second)
+			xml += "  <disk model=\"" + xmlAttr(d.model) + "\" vendor=\"" + kMaker + "\" action=\"0x0\"/>\n";
+	return xml + "</diskaction>\n";
+}
 
 void compatFiles(const Box &box, Tree &tree)
 {
@@ -94,6 +124,8 @@ void compatFiles(const Box &box, Tree &tree)
 			tree.file(std::string(kDir) + lower(u.model) + "_v7.db", kUnitDb);
 	tree.file(std::string(kDir) + "host_rule.db", kHostRules);
 	tree.file(std::string(kDir) + "eunit_rule.db", kUnitRules);
+	tree.dir("/var/lib/diskaction");
+	tree.file("/var/lib/diskaction/diskaction.xml", diskActionXml(box));
 }
 
 } // namespace vexosim

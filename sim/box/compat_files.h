@@ -1,5 +1,8 @@
-// The compatibility databases and rule files under /var/lib/disk-compatibility.
+// The compatibility databases and rule files under /var/lib/disk-compatibility,
+// and the disk action database naming the maker's drives of the box.
 #pragma once
+
+#include <string>
 
 #include "description.h"
 #include "tree.h"
@@ -7,5 +10,8 @@
 namespace vexosim {
 
 void compatFiles(const Box &box, Tree &tree);
+// The disk action database: one entry per model of the box's devices whose
+// vendor is the maker, no action bits.
+std::string diskActionXml(const Box &box);
 
 } // namespace vexosim

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <vexohw/compat.h>
+#include <vexohw/compat_cache.h>
 #include <vexohw/disk.h>
 #include <vexohw/disk_port.h>
 #include <vexohw/disk_probe.h>
@@ -13,16 +14,13 @@
 #include <vexohw/frame.h>
 #include <vexoplatform/vexocore.h>
 
+#include "compat/compat_cache.h"
 #include "compat/compat_db.h"
 #include "frame/cache_keys.h"
 #include "frame/err.h"
 #include "frame/jsonc.h"
 #include "frame/jsoncpp.h"
 #include "frame/sysroot.h"
-
-// The cache refresh that writes "compatibility_action" lives with the
-// per-disk verdict cache; without it a missing action cannot be regenerated.
-extern "C" __attribute__((weak)) int VEXODiskCompatibilityCacheUpdateAndChecker(const char *disk);
 
 namespace {
 
@@ -79,13 +77,11 @@ std::optional<std::string> valueText(const Json::Value &v)
 	return std::nullopt;
 }
 
-// "/dev/sda" -> "sda"; empty when the path does not have that form.
+// "/dev/sda" -> "sda"; empty when that is no one cache folder.
 std::string shortName(const char *disk)
 {
-	char name[256] = {};
-	if (std::sscanf(disk, "/dev/%255s", name) != 1)
-		return {};
-	return name;
+	std::string name;
+	return vexo::compatcache::shortName(disk, name) ? name : std::string();
 }
 
 bool ruleHolds(const Json::Value &properties, const Json::Value &rule)
@@ -332,7 +328,7 @@ try {
 	}
 	setDefaults(*action);
 	std::string name = shortName(disk);
-	if (!vexo::cache::isNameComponent(name.c_str())) {
+	if (name.empty()) {
 		vlog(LOG_ERR, "%s:%d Invalid inputed parameter", VEXO_AT);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -342,7 +338,7 @@ try {
 		if (attempt > 3)
 			return -1;
 		vlog(LOG_ERR, "%s:%d File %s does not exist, regen %d time", VEXO_AT, path.c_str(), attempt);
-		if (VEXODiskCompatibilityCacheUpdateAndChecker && VEXODiskCompatibilityCacheUpdateAndChecker(disk) == 0) {
+		if (VEXODiskCompatibilityCacheUpdateAndChecker(disk) == 0) {
 			vlog(LOG_ERR, "%s:%d File %s regen success", VEXO_AT, path.c_str());
 			break;
 		}

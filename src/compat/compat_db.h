@@ -36,9 +36,7 @@
 //
 // The verdict asks the firmware status (SBDiskFirmStatusAndUpdateInfoGetByDbPath)
 // and the action reader regenerates a missing action cache
-// (VEXODiskCompatibilityCacheUpdateAndChecker); both are declared weak where
-// they are called, so this family links and answers (firmware status 0, no
-// regeneration) in a library built without them.
+// (VEXODiskCompatibilityCacheUpdateAndChecker).
 //
 // Both files are kept parsed per process and per path, keyed on the file's
 // identity (device, inode, size, mtime, ctime): one stat per call tells

@@ -7,6 +7,7 @@
 #include <vexohw/compat.h>
 #include <vexohw/disk.h>
 #include <vexohw/disk_probe.h>
+#include <vexohw/fw_status.h>
 #include <vexohw/misc.h>
 #include <vexohw/smart_serial.h>
 #include <vexohw/smart_status.h>
@@ -17,13 +18,6 @@
 #include "frame/err.h"
 #include "frame/text.h"
 
-// The firmware decision lives with the firmware status; a library built
-// without it treats every drive as not the maker's own (status 0).
-extern "C" __attribute__((weak)) int SBDiskFirmStatusAndUpdateInfoGetByDbPath(const char *disk, const char *dbPath,
-									      int useGivenVersions,
-									      const char *updateVersion,
-									      const char *promotionVersion,
-									      DiskFirmInfo *info);
 
 namespace vexo::compat {
 
@@ -97,11 +91,8 @@ int verdict(const char *disk, const Basic &b, const char *dbPath, unsigned int b
 	int strict = 0;
 	int c = GetCompatibilityFromDiskCompatibilityInfo(dbPath, b.model, b.firmware, version, &strict, nullptr,
 							  nullptr, nullptr);
-	int f = 0;
-	if (SBDiskFirmStatusAndUpdateInfoGetByDbPath) {
-		DiskFirmInfo info{};
-		f = SBDiskFirmStatusAndUpdateInfoGetByDbPath(disk, dbPath, 0, nullptr, nullptr, &info);
-	}
+	DiskFirmInfo info{};
+	const int f = SBDiskFirmStatusAndUpdateInfoGetByDbPath(disk, dbPath, 0, nullptr, nullptr, &info);
 	if (c != VEXO_DISK_COMPATIBILITY_NOT_SUPPORT || (f != 3 && f != 5))
 		return c;
 	if (f == 5)

@@ -11,6 +11,7 @@
 #include <vexohw/smart_serial.h>
 #include <vexoplatform/vexocore.h>
 
+#include "compat/compat_cache.h"
 #include "compat/fw_status_imp.h"
 #include "frame/cache_keys.h"
 #include "frame/err.h"
@@ -20,16 +21,6 @@
 namespace {
 
 constexpr const char *kSugKeys[] = {"sug_firm_upd_ver", "sug_update_vos", "sug_promote_vos"};
-
-// "/dev/sda" -> "sda"; false for anything that is no one cache folder.
-bool shortName(const char *disk, std::string &name)
-{
-	char buf[64] = {};
-	if (std::sscanf(disk, "/dev/%63s", buf) != 1 || !vexo::cache::isNameComponent(buf))
-		return false;
-	name = buf;
-	return true;
-}
 
 bool put(const std::string &name, const char *key, const char *value)
 {
@@ -54,7 +45,7 @@ try {
 	if (VEXODiskIsVexology(disk) < 1)
 		return 0;
 	std::string name;
-	if (!shortName(disk, name)) {
+	if (!vexo::compatcache::shortName(disk, name)) {
 		vlog(LOG_ERR, "%s:%d Failed to parse %s", VEXO_AT, disk);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;

@@ -117,7 +117,7 @@ TEST_F(CompatBox, RulesChooseTheActions)
 	} rows[] = {
 		{"/dev/sde", "not_support", 0, 1, 1, 1},
 		{"/dev/sdh", "not_support", 0, 1, 1, 1}, // forbidden is judged as not_support
-		{"/dev/sdi", "not_in_support", 1, 1, 0, 0}, // nothing holds: the last rule
+		{"/dev/sdi", "not_in_support", 1, 0, 0, 0}, // nothing holds: the last rule
 		{"/dev/sdme", "support", 1, 0, 0, 1},	     // the unit's rule file
 	};
 	for (const Row &r : rows) {

@@ -2,6 +2,7 @@
 // sleeping disk answered from the cache without a word to the drive.
 #include <fstream>
 #include <map>
+#include <time.h>
 
 #include "support/sim_daemon.h"
 #include "tools/cli_run.h"
@@ -49,7 +50,33 @@ TEST(CompatCli, VerdictsOfTheBoxAndASleepingDiskLeftAsleep)
 	Ran one = box.vexohw({"compat", "sde"});
 	EXPECT_EQ(one.status, 0);
 	EXPECT_NE(one.out.find("/dev/sde: not_support - incompatible"), std::string::npos) << one.out;
+	// Its actions are cached by now (read back, regenerated when missing).
+	EXPECT_NE(one.out.find("  shown as: not_support\n"), std::string::npos) << one.out;
 	EXPECT_NE(box.vexohw({"compat"}).status, 0);
+}
+
+// The maker's NVMe drive on a firmware this system rejects: a newer build the
+// database accepts, once published, makes it an upgrade instead of a
+// rejection. The published list stands fresh, so the server is not asked.
+TEST(CompatCli, MakersDriveToldToUpgradeOncePublished)
+{
+	BuiltBox box;
+	ASSERT_TRUE(box.ok()) << box.log();
+	struct timespec now {};
+	::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+	std::ofstream(box.root() + "/run/vexostorage/.disk_firm_server_visiting_time") << now.tv_sec;
+	struct {
+		const char *published, *word, *firmware;
+	} cases[] = {{"[]", "support", "do_nothing"},
+		     {R"([{"model":"VEXO NM410 400GB","fw_buildnumber":310}])", "fw_upgrade_required", "update_firm"}};
+	for (const auto &c : cases) {
+		std::ofstream(box.root() + "/run/vexostorage/disk_firm_server_info", std::ios::trunc) << c.published;
+		Ran r = box.vexohw({"--json", "compat", "nvme1n1"});
+		ASSERT_EQ(r.status, 0) << r.err;
+		JsonDoc doc(r.out);
+		EXPECT_EQ(text(doc.obj, "compatibility"), c.word) << r.out;
+		EXPECT_EQ(text(doc.obj, "firmware_status"), c.firmware) << r.out;
+	}
 }
 
 } // namespace

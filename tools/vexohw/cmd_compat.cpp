@@ -104,16 +104,26 @@ Value compatOf(Context &ctx, const std::string &path)
 	r.set("meaning", asleep && status == 0 ? "no verdict cached yet" : verdictMeaning(status));
 	char db[1024] = {};
 	r.set("database", VEXODiskCompatibilityDBPathGet(path.c_str(), db, sizeof(db)) == 0 ? Value(db) : Value());
-	DiskCompatibilityAction a;
-	bool cachedActions = VEXODiskCompatibilityActionGet(path.c_str(), &a) == 0;
+	// A missing action record is regenerated from the drive, which a
+	// sleeping disk is not woken for: it shows only what is cached.
+	char record[4096];
+	const bool ask = !asleep || VEXODiskGetStrValueCacheFile(path.c_str(), "compatibility_action", record,
+								   sizeof(record)) == 0;
+	DiskCompatibilityAction a{};
+	const bool cachedActions = ask && VEXODiskCompatibilityActionGet(path.c_str(), &a) == 0;
 	Value actions = Value::object();
 	actions.set("cached", cachedActions);
-	actions.set("ui_compatibility", a.ui_compatibility);
-	actions.set("selectable", static_cast<bool>(a.selectable));
-	actions.set("notification", static_cast<bool>(a.notification));
-	actions.set("alert", static_cast<bool>(a.alert));
-	actions.set("can_select_after_fwupgrade", static_cast<bool>(a.can_select_after_fwupgrade));
-	actions.set("words", actionWords(a));
+	if (ask) {
+		actions.set("ui_compatibility", a.ui_compatibility);
+		actions.set("selectable", static_cast<bool>(a.selectable));
+		actions.set("notification", static_cast<bool>(a.notification));
+		actions.set("alert", static_cast<bool>(a.alert));
+		actions.set("can_select_after_fwupgrade", static_cast<bool>(a.can_select_after_fwupgrade));
+		actions.set("words", actionWords(a));
+	} else {
+		actions.set("ui_compatibility", Value());
+		actions.set("words", Value::list());
+	}
 	r.set("actions", actions);
 	addFirmwareStatus(r, path, asleep);
 	return r;
@@ -153,7 +163,9 @@ int compat(Context &ctx)
 			    r.get("power_mode") ? " (asleep: the cached verdict, nothing read)" : "");
 		std::printf("  database: %s\n", r.get("database")->text().c_str());
 		std::printf("  shown as: %s%s\n", a->get("ui_compatibility")->text().c_str(),
-			    a->get("cached")->text() == "true" ? "" : " (defaults: no actions cached yet)");
+			    a->get("cached")->json() == "true" ? ""
+			    : r.get("power_mode")                 ? " (asleep: no actions cached)"
+								  : " (defaults: no actions cached yet)");
 		for (const Value &w : a->get("words")->asList())
 			std::printf("  - %s\n", w.text().c_str());
 		std::printf("  firmware: %s; %s\n", r.get("firmware_status")->text().c_str(),
