@@ -128,18 +128,32 @@ RunDaemon::RunDaemon(const std::string &root) : root_(root)
 		status_ = 1;
 		return;
 	}
-	if (runningPid(root) > 0)
-		return;
-	::flock(lock_, LOCK_EX);
-	if (runningPid(root) == 0) {
-		status_ = startDaemon(root);
-		if (status_ == 0) {
-			int m = ::open(runMark(root).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
-			if (m >= 0)
-				::close(m);
+	// Started alone: the lock taken alone, which waits for nobody's command
+	// (a run that cannot have it finds the daemon up once its starter has
+	// it ready, or tries again).
+	for (int i = 0; runningPid(root) == 0; ++i) {
+		if (::flock(lock_, LOCK_EX | LOCK_NB) == 0) {
+			if (runningPid(root) == 0) {
+				status_ = startDaemon(root);
+				if (status_ == 0) {
+					int m = ::open(runMark(root).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW,
+						       0644);
+					if (m >= 0)
+						::close(m);
+				}
+			}
+			::flock(lock_, LOCK_SH);
+			return;
 		}
+		if (i == kWaitSteps) {
+			std::fprintf(stderr, "vexosim: another run holds the box's daemon and it is not up\n");
+			status_ = 1;
+			return;
+		}
+		// A failed conversion may have let the shared lock go: taken again.
+		::usleep(kStepUs);
+		::flock(lock_, LOCK_SH);
 	}
-	::flock(lock_, LOCK_SH);
 }
 
 RunDaemon::~RunDaemon()

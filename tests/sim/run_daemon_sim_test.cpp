@@ -49,10 +49,10 @@ TEST(RunDaemon, LivesWithItsCommands)
 	EXPECT_EQ(pidIn(root), 0);
 
 	// Two overlapping runs share one daemon: the one that ends first leaves
-	// it to the other, which still finds it after a second.
+	// it to the other, which still finds it after two seconds.
 	Ran both = runCaptured({"sh", "-c",
-				"\"$0\" run \"$1\" -- sh -c 'sleep 1; cat \"$VEXO_SYSROOT/var/run/vcemd.pid\"' & "
-				"sleep 0.3; \"$0\" run \"$1\" -- sh -c 'cat \"$VEXO_SYSROOT/var/run/vcemd.pid\"'; wait",
+				"\"$0\" run \"$1\" -- sh -c 'sleep 2; cat \"$VEXO_SYSROOT/var/run/vcemd.pid\"' & "
+				"sleep 0.5; \"$0\" run \"$1\" -- sh -c 'cat \"$VEXO_SYSROOT/var/run/vcemd.pid\"'; wait",
 				vexosim, root});
 	ASSERT_EQ(both.status, 0) << both.err;
 	const size_t nl = both.out.find('\n');
