@@ -96,7 +96,7 @@ run daemon status
 run power standby sda
 : >"$root/run/vexosim/drive/sda.log"
 run overview
-run health sda || true
+run health sda
 run smart temp sda
 run power status sda sdc
 echo "\$ cat /run/vexosim/drive/sda.log   (all that reached the sleeping drive)"
