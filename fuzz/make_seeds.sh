@@ -1,8 +1,9 @@
 #!/bin/sh
 # make_seeds.sh BUILD: writes the seed corpora fuzz/corpus/<target>/ from
 # the simulator's own output: the files of the bundled twelve-bay box, the
-# snapshot the library writes over it, and the drive emulator's answers
-# (recorded by the hostile drive). BUILD is a fuzz build tree.
+# snapshot the library writes over it, the drive emulator's answers
+# (recorded by the hostile drive), and what the box's tools and the CLI
+# print or leave there. BUILD is a fuzz build tree with vexohw built.
 set -eu
 b=$(cd "$1" && pwd)
 top=$(cd "$(dirname "$0")/.." && pwd)
@@ -10,7 +11,9 @@ c=$top/fuzz/corpus
 box=$(mktemp -d)
 trap 'rm -rf "$box"' EXIT
 "$b/bin/vexosim" build "$top/examples/box12.json" "$box" >/dev/null
-for t in sysfs_attr_fuzz proc_files_fuzz platform_json_fuzz xml_docs_fuzz disk_snapshot_fuzz drive_ata_fuzz drive_nvme_fuzz; do
+for t in sysfs_attr_fuzz proc_files_fuzz platform_json_fuzz xml_docs_fuzz disk_snapshot_fuzz drive_ata_fuzz drive_nvme_fuzz \
+	disk_path_parse_fuzz kv_file_fuzz section_file_fuzz sg_raw_dump_fuzz sg_sat_identify_dump_fuzz \
+	smart_info_cache_fuzz smartctl_table_fuzz status_lookup_fuzz; do
 	mkdir -p "$c/$t"
 done
 nul() { printf '\000'; }
@@ -59,4 +62,43 @@ for t in drive_ata_fuzz:7 drive_nvme_fuzz:6; do
 		cat "$box/pick" "$box/answers" >"$c/$t/box12-$i"
 		i=$((i + 1))
 	done
+done
+
+inbox() { "$b/bin/vexosim" run "$box" -- "$@"; }
+
+# Names as the box shows them: a disk, a partition, a unit's disk, an NVMe
+# namespace and its partition.
+for n in $(awk 'NR > 2 { print $4 }' "$box/proc/partitions"); do
+	case $n in
+	sd[a-z]) k=disk ;;
+	sd[a-z][0-9]*) k=part ;;
+	sd[a-z][a-z]) k=unit ;;
+	nvme*p*) k=nvmepart ;;
+	nvme*) k=nvme ;;
+	*) continue ;;
+	esac
+	[ -e "$c/disk_path_parse_fuzz/$k" ] || printf '/dev/%s' "$n" >"$c/disk_path_parse_fuzz/$k"
+done
+
+cp "$box/etc.defaults/vexoinfo.conf" "$c/kv_file_fuzz/vexoinfo"
+# A section file of the box's disks, one section each with its attributes.
+for d in sda sdh; do
+	printf '[%s]\nmodel="%s"\nsize=%s\nrotational=%s\n' "$d" "$(cat "$box/sys/block/$d/device/model")" \
+		"$(cat "$box/sys/block/$d/size")" "$(cat "$box/sys/block/$d/queue/rotational")"
+done >"$c/section_file_fuzz/disks"
+
+# The SCT questions as the library asks them of the box's first disk.
+inbox /usr/vexo/bin/sg_raw -r 512 /dev/sda 85 08 0e 00 00 00 01 00 e0 00 00 00 00 00 2f 00 \
+	>"$c/sg_raw_dump_fuzz/sda" 2>&1 || true
+inbox /usr/vexo/bin/sg_sat_identify /dev/sda >"$c/sg_sat_identify_dump_fuzz/sda" 2>&1 || true
+# The attribute table from its heading on (the banner names the host).
+inbox /usr/bin/smartctl -A /dev/sda 2>&1 | sed -n '/^=== START/,$p' >"$c/smartctl_table_fuzz/sda"
+
+# The SMART list the overview leaves in the disk's cache.
+inbox "$b/bin/vexohw" overview --walk >/dev/null
+cp "$box/run/vexostorage/disks/sda/smart_info_list.cache" "$c/smart_info_cache_fuzz/sda"
+
+# The overview's status words, each after its category.
+for w in health:normal space:normal smart:normal processing:idle compatibility:support disconnect:0; do
+	{ printf '%s' "${w%%:*}"; nul; printf '%s' "${w#*:}"; } >"$c/status_lookup_fuzz/${w%%:*}"
 done

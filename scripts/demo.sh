@@ -84,9 +84,11 @@ build/bin/vexosim pack pack 7 "$root/run/vexosim/archive-keys/7.key" "$root/tmp/
 run archive verify /tmp/DEMO100.sa
 run archive verify /tmp/DEMO100.sa --type package || true
 echo
-# power: the box's platform daemon runs; a disk is put to sleep, and the
-# status commands ask it only its power mode (CHECK POWER MODE), so it stays
-# asleep; a timer change goes to /etc/vexoinfo.conf and to the daemon.
+# power: the box's platform daemon runs (each vexosim run starts it; here it
+# is started once for the whole block); a disk is put to sleep, and the
+# overview and the health verdict ask it only its power mode (CHECK POWER
+# MODE), so it stays asleep; a timer change goes to /etc/vexoinfo.conf and
+# to the daemon.
 echo "# power: a disk put to sleep, and left asleep"
 build/bin/vexosim start "$root"
 trap 'kill $serve 2>/dev/null; build/bin/vexosim stop "$root"' EXIT
@@ -94,6 +96,7 @@ run daemon status
 run power standby sda
 : >"$root/run/vexosim/drive/sda.log"
 run overview
+run health sda
 run smart temp sda
 run power status sda sdc
 echo "\$ cat /run/vexosim/drive/sda.log   (all that reached the sleeping drive)"

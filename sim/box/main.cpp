@@ -5,7 +5,8 @@
 //   vexosim check DESCRIPTION       only check the description
 //   vexosim run DIR -- COMMAND...   run COMMAND with the box as its root: an
 //                                   absolute COMMAND the box has is the box's,
-//                                   and every program runs on the interposer
+//                                   every program runs on the interposer, and
+//                                   the box's daemon runs while COMMAND does
 //   vexosim serve ROOT ...          the box's HTTPS update servers (vexosim-serve)
 //   vexosim pack ...                make signed archives and keys (vexo-archive)
 //   vexosim kit ROOT OUT [VERSION]  the database server's offer as an offline kit
@@ -17,12 +18,14 @@
 //                                   the kernel's (ioerr_cnt, iotmo_cnt) or
 //                                   the disk overview's (unc, icrc, ...)
 #include <cerrno>
+#include <csignal>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -63,6 +66,16 @@ std::string bundledDriveBackend()
 	return built.empty() ? vexosim::besideSelf(VEXOSIM_INSTALLED_DRIVE_BACKEND) : built;
 }
 
+volatile sig_atomic_t gChild = 0;
+
+// A terminal's INT and QUIT reach the command's process group by
+// themselves; TERM and HUP sent to this program are handed on.
+void passOn(int signo)
+{
+	if (gChild > 0 && (signo == SIGTERM || signo == SIGHUP))
+		::kill(gChild, signo);
+}
+
 int runIn(const std::string &dir, char **argv)
 {
 	char root[PATH_MAX];
@@ -81,6 +94,16 @@ int runIn(const std::string &dir, char **argv)
 	} else {
 		backend = bundledDriveBackend();
 	}
+	// The box's platform daemon lives as long as the command.
+	vexosim::RunDaemon daemon(root);
+	if (daemon.status() != 0)
+		return daemon.status();
+	// This program outlives the command's signals, to stop the daemon after
+	// it; a handler (not SIG_IGN) leaves the command's dispositions as they were.
+	struct sigaction sa {};
+	sa.sa_handler = passOn;
+	for (int s : {SIGTERM, SIGHUP, SIGINT, SIGQUIT})
+		::sigaction(s, &sa, nullptr);
 	::setenv("VEXO_SYSROOT", root, 1);
 	if (!backend.empty())
 		::setenv("VEXO_DEVICE_BACKEND", backend.c_str(), 1);
@@ -101,9 +124,22 @@ int runIn(const std::string &dir, char **argv)
 	std::string inRoot = std::string(root) + argv[0];
 	if (argv[0][0] == '/' && ::access(inRoot.c_str(), X_OK) == 0)
 		argv[0] = inRoot.data();
-	::execvp(argv[0], argv);
-	std::fprintf(stderr, "vexosim: cannot run %s: %s\n", argv[0], std::strerror(errno));
-	return 127;
+	pid_t child = ::fork();
+	if (child < 0) {
+		std::perror("vexosim: fork");
+		return 1;
+	}
+	if (child == 0) {
+		::execvp(argv[0], argv);
+		std::fprintf(stderr, "vexosim: cannot run %s: %s\n", argv[0], std::strerror(errno));
+		_exit(127);
+	}
+	gChild = child;
+	int status = 0;
+	while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+	}
+	gChild = 0;
+	return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 // Runs a companion program built beside this one, with the same arguments.

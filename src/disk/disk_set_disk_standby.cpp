@@ -9,6 +9,7 @@
 #include "disk/disk_power.h"
 #include "disk/disk_probe_name.h"
 #include "frame/boundary.h"
+#include "frame/clock.h"
 #include "frame/device.h"
 #include "frame/err.h"
 
@@ -62,9 +63,10 @@ VEXO_API int VEXODiskSetDiskStandby(const char *path, int flushFirst) try {
 		return -1;
 	}
 	if (flushFirst) {
+		// Written data reaches the platters before the heads park.
 		VEXOIDiskFlushBuffer(path);
 		::sync();
-		::sleep(10);
+		vexo::clock::sleepMs(10000);
 	}
 	return VEXOIDiskSetDiskStandby(path);
 }

@@ -10,6 +10,7 @@
 #include <vexohw/disk_probe.h>
 #include <vexohw/smart_temperature.h>
 
+#include "disk/disk_enum_pass.h"
 #include "frame/err.h"
 #include "frame/sysroot.h"
 
@@ -22,9 +23,9 @@ struct MntClose {
 	void operator()(FILE *f) const { endmntent(f); }
 };
 
-// 1 when a file system of type aufs is mounted, 0 when not, -1 when the
-// mount table cannot be read.
-int aufsMounted()
+} // namespace
+
+int vexo::disk::aufsMounted()
 {
 	const std::string mounts = vexo::sysroot::path("/proc/mounts");
 	std::unique_ptr<FILE, MntClose> f(setmntent(mounts.c_str(), "r"));
@@ -40,30 +41,6 @@ int aufsMounted()
 			return 1;
 	return 0;
 }
-
-// Size in bytes of the first disk through the device-number lookup.
-bool firstDiskSize(unsigned long long *bytes)
-{
-	unsigned *numbers = nullptr;
-	int count = VEXODiskEnum(1, &numbers);
-	std::unique_ptr<unsigned, decltype(&std::free)> owner(numbers, &std::free);
-	if (count < 0)
-		return false;
-	for (int i = 0; i < count; ++i) {
-		DiskBriefInfo *brief = nullptr;
-		if (VEXODiskGetInfo(1, numbers[i], &brief) != 0 || !brief)
-			continue;
-		std::unique_ptr<DiskBriefInfo, decltype(&std::free)> b(brief, &std::free);
-		if (std::strcmp(b->name, kFirstDiskName) == 0) {
-			*bytes = static_cast<unsigned long long>(b->capacityMiB) << 20;
-			return true;
-		}
-	}
-	VEXO_ERR(VEXO_ERR_UNKNOWN_DEVICE);
-	return false;
-}
-
-} // namespace
 
 extern "C" VEXO_API int VEXOLnxDiskGetInfo(DiskInfo *info)
 try {
@@ -86,14 +63,14 @@ try {
 	// is left alone rather than asked for its temperature.
 	bool fromMemory = false;
 	if (VLIBCSupportRAID()) {
-		int aufs = aufsMounted();
+		int aufs = vexo::disk::aufsMounted();
 		if (aufs < 0)
 			return -1;
 		fromMemory = aufs == 1;
 	}
 
 	unsigned long long bytes = 0;
-	if (!firstDiskSize(&bytes)) {
+	if (!vexo::disk::wholeDiskBytes(kFirstDiskName, &bytes)) {
 		vlog(LOG_ERR, "%s:%d Failed to get size of %s", VEXO_AT, kFirstDisk);
 		VEXO_ERR_PASS();
 		return -1;

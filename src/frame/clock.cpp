@@ -61,6 +61,20 @@ std::int64_t monotonicMs()
 	return static_cast<std::int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
 }
 
+void sleepMs(std::int64_t ms)
+{
+	if (ms <= 0)
+		return;
+	if (gFixed.load(std::memory_order_acquire)) {
+		advanceForTest(ms);
+		return;
+	}
+	struct timespec want {static_cast<std::time_t>(ms / 1000), static_cast<long>((ms % 1000) * 1000000)};
+	struct timespec left {};
+	while (::nanosleep(&want, &left) != 0 && errno == EINTR)
+		want = left;
+}
+
 void setForTest(std::time_t wallSeconds, std::int64_t monotonicMs)
 {
 	std::lock_guard<std::mutex> g(gMutex);

@@ -23,6 +23,10 @@ struct timespec monotonic();
 // Monotonic milliseconds, for timeouts and budgets.
 std::int64_t monotonicMs();
 
+// Waits `ms` milliseconds of the monotonic clock. A fixed test clock is
+// moved on instead, so that a wait costs a test no real time.
+void sleepMs(std::int64_t ms);
+
 void setForTest(std::time_t wallSeconds, std::int64_t monotonicMs);
 void advanceForTest(std::int64_t ms);
 void clearForTest();

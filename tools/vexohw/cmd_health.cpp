@@ -11,6 +11,7 @@
 #include <vexohw/smart_test.h>
 #include <vexoplatform/vexocore.h>
 
+#include "asleep.h"
 #include "cli.h"
 
 using namespace vexo::cli;
@@ -233,7 +234,9 @@ int health(Context &ctx)
 		int32_t mask = 0xFF;
 		DiskEnumFilter filter{&mask};
 		DiskListNode *head = nullptr;
-		if (DiskInfoEnum(&filter, &head) < 0)
+		// A walk that asks no drive: the verdicts below leave sleeping disks be.
+		int used = 0;
+		if (VEXOExtDiskInfoEnumFrom(&filter, VEXO_EXT_DISK_SOURCE_QUIET_WALK, &head, &used) < 0)
 			return fail("can't enumerate the disks (error 0x%04X)", VLIBCErrGet());
 		for (DiskListNode *n = head; n; n = n->next)
 			if (n->info)
@@ -241,12 +244,23 @@ int health(Context &ctx)
 		DiskInfoEnumFree(head);
 	} else if (ctx.args.size() == 1) {
 		paths.push_back(devicePath(ctx.args[0]));
+		// The verdict reads the drive's SMART data: a sleeping disk is left so.
+		if (leaveAsleep(ctx, paths[0]))
+			return 0;
 	} else {
 		return fail("usage: health DISK | --all");
 	}
 	Value rows = Value::list();
 	for (const std::string &p : paths) {
 		// --refresh fills the caches the overview's HEALTH column reads.
+		if (ctx.has("all") && !ctx.has("wake") && VEXOExtDiskPowerModeGet(p.c_str()) == VEXO_EXT_POWER_STANDBY) {
+			Value r = Value::object();
+			r.set("disk", p);
+			r.set("power_mode", "standby");
+			r.set("read", false);
+			rows.push(r);
+			continue;
+		}
 		if (ctx.has("refresh") && SmartTotalStatusCacheUpdate(p.c_str()) != 0)
 			std::fprintf(stderr, "vexohw: can't refresh the health cache of %s (error 0x%04X)\n", p.c_str(),
 				     VLIBCErrGet());
@@ -257,6 +271,10 @@ int health(Context &ctx)
 		return 0;
 	}
 	for (const Value &r : rows.asList()) {
+		if (r.get("read")) {
+			std::printf("%s: asleep, nothing read (--wake reads it anyway)\n", r.get("disk")->text().c_str());
+			continue;
+		}
 		std::printf("%s: %s (weight %s) - %s\n", r.get("disk")->text().c_str(), r.get("health")->text().c_str(),
 			    r.get("weight")->text().c_str(), r.get("meaning")->text().c_str());
 		const Value *w = r.get("weights");
@@ -282,4 +300,4 @@ VEXO_CLI_COMMAND("smart test stop", "DISK", "stop the running self-test and reco
 VEXO_CLI_COMMAND("smart test status", "DISK", "the self-test log: running test, latest results, status", testStatus, {});
 VEXO_CLI_COMMAND("smart tests", "DISK [--type smart|ihm] [--limit N] [--offset N]", "the disk's finished tests, newest first",
 		 testRows, {"type", "limit", "offset"});
-VEXO_CLI_COMMAND("health", "DISK | --all [--refresh]", "the health verdict: weight, each source's share and the reasons", health, {});
+VEXO_CLI_COMMAND("health", "DISK | --all [--refresh] [--wake]", "the health verdict: weight, each source's share and the reasons", health, {});
