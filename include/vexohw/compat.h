@@ -3,7 +3,7 @@
  * and system version, and what the user interface and the notifications
  * may do with it. Two read-only JSON files decide, a database per
  * enclosure and a rule file; their formats are described in
- * src/compat/compat_db.h. Pure C.
+ * src/disk/compat_db.h. Pure C.
  *
  * The disk argument is always a device path such as "/dev/sda".
  *

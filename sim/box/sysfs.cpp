@@ -116,14 +116,11 @@ void Sysfs::scsiDisk(const std::string &hostDir, int hostNo, int channel, int sg
 		out_.file(sdev + "/rev", scsiRev(d) + "\n");
 		out_.file(sdev + "/state", "running\n");
 		out_.file(sdev + "/type", "0\n");
-		// The kernel's I/O accounting of the device, zero at attach; a
-		// test or the demo raises them to play a failing disk.
-		for (const char *c : {"iorequest_cnt", "iodone_cnt", "ioerr_cnt", "iotmo_cnt"})
-			out_.file(sdev + "/" + c, "0x0\n");
 	}
-	// The kernel's error counters of the device, which tests raise.
-	out_.file(sdev + "/ioerr_cnt", "0x0\n");
-	out_.file(sdev + "/iotmo_cnt", "0x0\n");
+	// The kernel's I/O accounting of the device, zero at attach; a test or
+	// the demo raises them to play a failing disk.
+	for (const char *c : {"iorequest_cnt", "iodone_cnt", "ioerr_cnt", "iotmo_cnt"})
+		out_.file(sdev + "/" + c, "0x0\n");
 	if (sgNo >= 0) {
 		std::string sg = "sg" + std::to_string(sgNo);
 		out_.file(sdev + "/scsi_generic/" + sg + "/dev", "21:" + std::to_string(sgNo) + "\n");

@@ -244,7 +244,7 @@ TEST(CompatLookup, ActionsFromTheCacheOrDefaults)
 	EXPECT_EQ(VEXODiskCompatibilityActionGet("/dev/sda", &a), -1);
 	int regen = 0; // the refresh's alert check tries its own regenerations
 	for (const LogLine &l : log.lines())
-		regen += l.text.find("compat/compat_action") != std::string::npos &&
+		regen += l.text.find("disk/compat_action") != std::string::npos &&
 			 l.text.find("does not exist, regen") != std::string::npos;
 	EXPECT_EQ(regen, 3);
 	EXPECT_EQ(a.notification, 1);

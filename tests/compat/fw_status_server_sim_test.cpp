@@ -7,7 +7,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include "compat/fw_status.h"
+#include "disk/fw_status.h"
 #include "frame/clock.h"
 #include "misc/serve.h"
 #include "support/vexotest.h"

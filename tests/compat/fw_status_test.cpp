@@ -6,7 +6,7 @@
 #include <vexohw/compat_cache.h>
 #include <vexohw/fw_status.h>
 
-#include "compat/fw_status_imp.h"
+#include "disk/fw_status_imp.h"
 #include "support/vexotest.h"
 
 using namespace vexo::test;

@@ -31,6 +31,7 @@
 #include "smartctl/sim_disk.h"
 #include "smartctl/smart_util.h"
 #include "support/disk_layout.h"
+#include "support/sim_daemon.h"
 #include "support/vexotest.h"
 
 using namespace vexo::test;
@@ -875,6 +876,7 @@ TEST_F(EnumSim, OverviewWalkAndSnapshotAgree)
 	auto vexohw = [](std::vector<std::string> args) {
 		std::vector<std::string> argv = {bin("vexosim"), "run", root(), "--", bin("vexohw")};
 		argv.insert(argv.end(), args.begin(), args.end());
+		HostDaemonLock daemonLock; // the run brings the box's vcemd up
 		return run(argv);
 	};
 	Ran walk = vexohw({"--json", "overview", "--walk"});

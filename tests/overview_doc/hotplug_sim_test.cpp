@@ -6,6 +6,7 @@
 #include <vexohw/disk_overview.h>
 
 #include "smartctl/drive_sim.h"
+#include "support/sim_daemon.h"
 
 namespace fs = std::filesystem;
 using namespace vexo::test;
@@ -65,6 +66,7 @@ TEST(VexosimHotPlug, ADiskMovesBaysWithItsCounters)
 	// The CLI on the box: the counters followed the disk, and its status word.
 	auto cli = [&](std::vector<std::string> args) {
 		args.insert(args.begin(), {"run", root, "--", buildDir() + "/bin/vexohw", "--json"});
+		HostDaemonLock daemonLock; // the run brings the box's vcemd up
 		return sim(args);
 	};
 	r = cli({"counters", "sdg"});

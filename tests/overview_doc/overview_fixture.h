@@ -8,7 +8,7 @@
 #include <vexoplatform/logdb.h>
 
 #include "frame/xml.h"
-#include "overview_doc/overview_doc.h"
+#include "disk/overview_doc.h"
 #include "smartctl/drive_sim.h"
 
 namespace vexo::test {

@@ -12,6 +12,7 @@
 
 #include "frame/sysroot.h"
 #include "frame/unique.h"
+#include "support/sim_daemon.h"
 #include "tools/cli_run.h"
 
 namespace fs = std::filesystem;
@@ -357,6 +358,7 @@ TEST(Describe, SystemAndCardDevices)
 // a shell.
 TEST(Run, SetsTheRootAndBackend)
 {
+	HostDaemonLock daemonLock; // each run brings the box's vcemd up
 	TempDir tmp;
 	BuiltBox box;
 	ASSERT_TRUE(box.ok()) << box.log();
@@ -407,6 +409,7 @@ struct Box : ::testing::Test {
 	static Ran run(std::vector<std::string> argv)
 	{
 		argv.insert(argv.begin(), {"run", box->root(), "--"});
+		HostDaemonLock daemonLock; // the run brings the box's vcemd up
 		Ran r = runProgram(buildDir() + "/bin/vexosim", argv);
 		r.out += r.err;
 		return r;

@@ -17,16 +17,32 @@
 
 namespace vexo::test {
 
+// "vcemd" is looked for by name in the host's /proc, so every test that
+// runs one (vexosim start, or vexosim run, which brings the box's daemon up
+// for its command) or needs none holds this host-wide lock.
+class HostDaemonLock {
+public:
+	HostDaemonLock() : fd_(::open("/tmp/vexo-test-vcemd.lock", O_CREAT | O_RDWR | O_CLOEXEC, 0666))
+	{
+		if (fd_ >= 0)
+			::flock(fd_, LOCK_EX);
+	}
+	~HostDaemonLock()
+	{
+		if (fd_ >= 0)
+			::close(fd_);
+	}
+	HostDaemonLock(const HostDaemonLock &) = delete;
+	HostDaemonLock &operator=(const HostDaemonLock &) = delete;
+
+private:
+	int fd_;
+};
+
 class SimDaemon {
 public:
-	// "vcemd" is looked for by name in the host's /proc, so a test that
-	// runs one holds the host-wide lock of the tests that need it alive or
-	// dead.
 	explicit SimDaemon(std::string root, bool start = true) : root_(std::move(root))
 	{
-		hostLock_ = ::open("/tmp/vexo-test-vcemd.lock", O_CREAT | O_RDWR | O_CLOEXEC, 0666);
-		if (hostLock_ >= 0)
-			::flock(hostLock_, LOCK_EX);
 		for (const char *d : {"/tmp", "/var/run", "/var/log", "/run/vexosdk/lock", "/usr/vexo/bin"})
 			std::filesystem::create_directories(root_ + d);
 		std::error_code ec;
@@ -36,8 +52,6 @@ public:
 	~SimDaemon()
 	{
 		vexosim("stop");
-		if (hostLock_ >= 0)
-			::close(hostLock_);
 	}
 	SimDaemon(const SimDaemon &) = delete;
 	SimDaemon &operator=(const SimDaemon &) = delete;
@@ -67,8 +81,8 @@ private:
 		return out;
 	}
 
+	HostDaemonLock hostLock_; // first member: taken before the daemon starts, freed after it stops
 	std::string root_;
-	int hostLock_ = -1;
 };
 
 } // namespace vexo::test

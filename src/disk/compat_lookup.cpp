@@ -13,7 +13,7 @@
 #include <vexohw/smart_status.h>
 #include <vexoplatform/vexocore.h>
 
-#include "compat/compat_db.h"
+#include "disk/compat_db.h"
 #include "disk/disk_model_whole.h"
 #include "frame/err.h"
 #include "frame/text.h"

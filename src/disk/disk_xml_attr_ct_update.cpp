@@ -10,7 +10,7 @@
 #include "frame/boundary.h"
 #include "frame/err.h"
 #include "frame/log.h"
-#include "overview_doc/overview_doc.h"
+#include "disk/overview_doc.h"
 
 using namespace vexo::overview;
 

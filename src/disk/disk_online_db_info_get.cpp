@@ -9,7 +9,7 @@
 #include <vexohw/ext.h>
 #include <vexoplatform/nvme_location.h>
 
-#include "dbupdate/dbupdate.h"
+#include "disk/dbupdate.h"
 #include "frame/boundary.h"
 #include "frame/err.h"
 

@@ -9,7 +9,7 @@
 #include <vexoplatform/nvme_location.h>
 #include <vexoplatform/vexocore.h>
 
-#include "compat/compat_db.h"
+#include "disk/compat_db.h"
 #include "frame/err.h"
 #include "frame/text.h"
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vexohw/compat.h>
 
-#include "compat/compat_db.h"
+#include "disk/compat_db.h"
 #include "frame/err.h"
 #include "frame/jsonc.h"
 #include "frame/text.h"

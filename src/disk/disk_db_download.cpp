@@ -7,7 +7,7 @@
 #include <string>
 #include <sys/stat.h>
 
-#include "dbupdate/dbupdate.h"
+#include "disk/dbupdate.h"
 #include "frame/boundary.h"
 #include "frame/clock.h"
 #include "frame/err.h"

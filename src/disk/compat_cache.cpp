@@ -17,7 +17,7 @@
 #include <vexoplatform/ebox_info.h>
 #include <vexoplatform/vexocore.h>
 
-#include "compat/compat_cache.h"
+#include "disk/compat_cache.h"
 #include "frame/cache_keys.h"
 #include "frame/err.h"
 #include "frame/exec.h"

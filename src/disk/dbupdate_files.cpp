@@ -7,7 +7,7 @@
 #include <unistd.h>
 #include <vexoplatform/vexocore.h>
 
-#include "dbupdate/dbupdate.h"
+#include "disk/dbupdate.h"
 #include "frame/err.h"
 #include "frame/sysroot.h"
 #include "frame/unique.h"

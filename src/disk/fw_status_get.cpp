@@ -11,9 +11,9 @@
 #include <vexohw/misc.h>
 #include <vexohw/smart_serial.h>
 
-#include "compat/compat_db.h"
-#include "compat/fw_status.h"
-#include "compat/fw_status_imp.h"
+#include "disk/compat_db.h"
+#include "disk/fw_status.h"
+#include "disk/fw_status_imp.h"
 #include "frame/err.h"
 
 namespace vexo::fwstatus {

@@ -4,7 +4,7 @@
 #include <unistd.h>
 #include <vexoplatform/vexocore.h>
 
-#include "dbupdate/dbupdate.h"
+#include "disk/dbupdate.h"
 #include "frame/boundary.h"
 #include "frame/err.h"
 #include "frame/priv.h"

@@ -11,8 +11,8 @@
 #include <vexohw/smart_serial.h>
 #include <vexoplatform/vexocore.h>
 
-#include "compat/compat_cache.h"
-#include "compat/fw_status_imp.h"
+#include "disk/compat_cache.h"
+#include "disk/fw_status_imp.h"
 #include "frame/cache_keys.h"
 #include "frame/err.h"
 #include "frame/priv.h"

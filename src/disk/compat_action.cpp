@@ -14,8 +14,8 @@
 #include <vexohw/frame.h>
 #include <vexoplatform/vexocore.h>
 
-#include "compat/compat_cache.h"
-#include "compat/compat_db.h"
+#include "disk/compat_cache.h"
+#include "disk/compat_db.h"
 #include "frame/cache_keys.h"
 #include "frame/err.h"
 #include "frame/jsonc.h"

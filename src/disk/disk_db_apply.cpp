@@ -7,7 +7,7 @@
 #include <sys/stat.h>
 #include <vexohw/misc.h>
 
-#include "dbupdate/dbupdate.h"
+#include "disk/dbupdate.h"
 #include "frame/boundary.h"
 #include "frame/err.h"
 #include "frame/jsonc.h"

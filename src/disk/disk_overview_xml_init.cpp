@@ -16,7 +16,7 @@
 #include "frame/err.h"
 #include "frame/log.h"
 #include "frame/sysroot.h"
-#include "overview_doc/overview_doc.h"
+#include "disk/overview_doc.h"
 
 using namespace vexo::overview;
 

@@ -20,7 +20,7 @@
 #include "frame/exec.h"
 #include "frame/log.h"
 #include "frame/sysroot.h"
-#include "overview_doc/overview_doc.h"
+#include "disk/overview_doc.h"
 
 namespace vexo::overview {
 

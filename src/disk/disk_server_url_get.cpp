@@ -8,7 +8,7 @@
 #include <vexohw/misc.h>
 #include <vexoplatform/vexocore.h>
 
-#include "dbupdate/dbupdate.h"
+#include "disk/dbupdate.h"
 #include "frame/boundary.h"
 #include "frame/err.h"
 

@@ -1,6 +1,6 @@
 // The compatibility database and rule files, parsed once per process (the
 // formats are in compat_db.h).
-#include "compat/compat_db.h"
+#include "disk/compat_db.h"
 
 #include <cctype>
 #include <cerrno>

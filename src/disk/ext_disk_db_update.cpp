@@ -13,7 +13,7 @@
 #include <vexohw/dbupdate.h>
 #include <vexoplatform/vexoarchive.h>
 
-#include "dbupdate/dbupdate.h"
+#include "disk/dbupdate.h"
 #include "frame/boundary.h"
 #include "frame/err.h"
 #include "frame/net.h"

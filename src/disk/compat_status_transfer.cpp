@@ -3,7 +3,7 @@
 #include <regex.h>
 #include <vexohw/compat.h>
 
-#include "compat/compat_db.h"
+#include "disk/compat_db.h"
 #include "frame/err.h"
 #include "frame/text.h"
 

@@ -15,7 +15,7 @@
 #include <vexoplatform/bootseq.h>
 #include <vexoplatform/vexocore.h>
 
-#include "compat/fw_status.h"
+#include "disk/fw_status.h"
 #include "frame/clock.h"
 #include "frame/err.h"
 #include "frame/jsonc.h"

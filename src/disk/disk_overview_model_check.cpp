@@ -7,7 +7,7 @@
 
 #include "frame/boundary.h"
 #include "frame/sysroot.h"
-#include "overview_doc/overview_doc.h"
+#include "disk/overview_doc.h"
 
 using namespace vexo::overview;
 

@@ -12,7 +12,7 @@
 #include "frame/clock.h"
 #include "frame/err.h"
 #include "frame/log.h"
-#include "overview_doc/overview_doc.h"
+#include "disk/overview_doc.h"
 
 using namespace vexo::overview;
 

@@ -9,7 +9,7 @@
 #include <vector>
 #include <vexoplatform/vexocore.h>
 
-#include "dbupdate/dbupdate.h"
+#include "disk/dbupdate.h"
 #include "frame/boundary.h"
 #include "frame/err.h"
 #include "frame/priv.h"

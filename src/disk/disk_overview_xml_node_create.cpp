@@ -12,7 +12,7 @@
 
 #include "frame/err.h"
 #include "frame/log.h"
-#include "overview_doc/overview_doc.h"
+#include "disk/overview_doc.h"
 
 extern "C" {
 const char diskXMLAttrArray[VEXO_DISK_OVERVIEW_ATTR_COUNT][256] = {
