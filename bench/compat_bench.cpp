@@ -25,7 +25,7 @@
 
 #include <vexohw/compat.h>
 
-#include "compat/compat_db.h"
+#include "disk/compat_db.h"
 #include "bench/compat_gen.h"
 
 namespace fs = std::filesystem;

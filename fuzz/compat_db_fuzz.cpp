@@ -9,7 +9,7 @@
 #include <string>
 #include <vexohw/compat.h>
 
-#include "compat/compat_db.h"
+#include "disk/compat_db.h"
 #include "fuzz_box.h"
 
 namespace {
