@@ -39,9 +39,10 @@ run smart test start sdb --type extend
 run smart test status sdb
 run smart test stop sdb
 run smart tests sdb
-# overview: every disk of the box at a glance. No platform daemon runs here,
-# so it walks /sys; a snapshot written as the daemon writes it (with the
-# unit's last disk asleep, so its temperature is not read) is read back.
+# overview: every disk of the box at a glance. The box's daemon has written
+# no snapshot yet, so it walks /sys; a snapshot written as the daemon writes
+# it (with the unit's last disk asleep, so its temperature is not read) is
+# read back.
 echo "# overview: every disk of the box at a glance"
 run overview
 run snapshot write --hibernating sdme
@@ -89,6 +90,12 @@ echo
 # overview and the health verdict ask it only its power mode (CHECK POWER
 # MODE), so it stays asleep; a timer change goes to /etc/vexoinfo.conf and
 # to the daemon.
+# the disk overview document: the box makes it at boot, while every disk is
+# awake, with one element per disk serial (reading a disk's counters makes it
+# if it is not there yet)
+echo "# the disk overview document, as the box made it at boot"
+run counters sdb
+echo
 echo "# power: a disk put to sleep, and left asleep"
 build/bin/vexosim start "$root"
 trap 'kill $serve 2>/dev/null; build/bin/vexosim stop "$root"' EXIT
@@ -122,6 +129,9 @@ build/bin/vexosim raise "$root" sdb icrc
 run counters sdb
 build/bin/vexosim pull "$root" 2
 build/bin/vexosim plug "$root" 7 WWZ4K3LM
+# the platform daemon renews its disk snapshot after a hot-plug; with a disk
+# asleep it asks none of them (the internal disks hibernate together)
+run snapshot write --all-hibernating
 run counters sdg
 run status sdg
 echo "\$ grep -A3 SN_WWZ4K3LM /var/log/disk_overview.xml"
@@ -144,8 +154,8 @@ run overview
 run notify list
 echo
 # drive firmware: the firmware server offers a signed archive for the model of
-# sda and sdb; it is fetched and stored, a plan is made, and the run flashes
-# both drives at once with Debian's hdparm, which the drives answer with
+# sda and sdg (the disk moved out of bay 2 above); it is fetched and stored,
+# a plan is made, and the run flashes both drives at once with Debian's hdparm, which the drives answer with
 # their new revision.
 echo "# drive firmware: from the firmware server into two drives"
 fw="$root/tmp/fwkit/firmware"
@@ -161,7 +171,7 @@ build/bin/vexosim pack pack 7 "$root/run/vexosim/archive-keys/7.key" "$root/srv/
 printf '[{"size_in_bytes":%s,"file":"https://fwupdate.vexo.example/fw/st8000.sa"}]\n' \
 	"$(stat -c %s "$root/srv/vexosim/fw/st8000.sa")" >"$root/srv/vexosim/ssd/v1/getUpdate/ST8000VN004-3CP101.json"
 run firmware download ST8000VN004-3CP101
-run firmware plan sda sdb
+run firmware plan sda sdg
 run firmware run
 run firmware status
 echo "\$ hdparm -I /dev/sda | grep Firmware"

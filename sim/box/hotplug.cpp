@@ -182,6 +182,8 @@ std::string plugDisk(const std::string &root, int bay, const std::string &serial
 	std::string lines = sysfs.partitions();
 	lines.erase(0, lines.find("\n\n") + 2);
 	std::ofstream(root + "/proc/partitions", std::ios::app) << lines;
+	// The storage daemon gives every disk that appears its value-cache folder.
+	fs::create_directories(root + "/run/vexostorage/disks/" + name);
 	fs::remove(shelf);
 	return "/dev/" + name;
 }
