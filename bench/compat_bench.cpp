@@ -25,6 +25,7 @@
 
 #include <vexohw/compat.h>
 
+#include "bench/bench_paths.h"
 #include "disk/compat_db.h"
 #include "bench/compat_gen.h"
 
@@ -32,24 +33,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string buildDir()
-{
-	char self[PATH_MAX];
-	ssize_t n = ::readlink("/proc/self/exe", self, sizeof(self) - 1);
-	if (n <= 0)
-		return ".";
-	self[n] = '\0';
-	return fs::path(self).parent_path().parent_path().string();
-}
-
-std::string sourceDir()
-{
-	std::ifstream in(buildDir() + "/CMakeCache.txt");
-	for (std::string l; std::getline(in, l);)
-		if (l.rfind("vexohw_SOURCE_DIR:STATIC=", 0) == 0)
-			return l.substr(25);
-	return ".";
-}
+using vexo::bench::buildDir;
+using vexo::bench::sourceDir;
 
 // The database every benchmark reads: the box's four drive models among
 // 6,000 made-up ones, two listed exactly, one by pattern, one not at all

@@ -34,6 +34,7 @@
 #include <vexohw/disk_enum.h>
 #include <vexohw/disk_state.h>
 
+#include "bench/bench_paths.h"
 #include "disk/disk_info_walk.h"
 
 extern char **environ;
@@ -42,25 +43,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string buildDir()
-{
-	char self[PATH_MAX];
-	ssize_t n = ::readlink("/proc/self/exe", self, sizeof(self) - 1);
-	if (n <= 0)
-		return ".";
-	self[n] = '\0';
-	return fs::path(self).parent_path().parent_path().string(); // <build>/bench/x -> <build>
-}
-
-std::string sourceDir()
-{
-	// The build tree's cache names the source tree.
-	std::ifstream in(buildDir() + "/CMakeCache.txt");
-	for (std::string l; std::getline(in, l);)
-		if (l.rfind("vexohw_SOURCE_DIR:STATIC=", 0) == 0)
-			return l.substr(25);
-	return ".";
-}
+using vexo::bench::buildDir;
+using vexo::bench::sourceDir;
 
 // A process named "vcemd" for the life of the benchmark, so that
 // DiskInfoEnum takes the snapshot.

@@ -21,19 +21,13 @@
 
 #include <vexohw/drive_bundle.h>
 
+#include "bench/bench_paths.h"
+
 namespace fs = std::filesystem;
 
 namespace {
 
-std::string buildDir()
-{
-	char self[PATH_MAX];
-	ssize_t n = ::readlink("/proc/self/exe", self, sizeof(self) - 1);
-	if (n <= 0)
-		return ".";
-	self[n] = '\0';
-	return fs::path(self).parent_path().parent_path().string();
-}
+using vexo::bench::buildDir;
 
 void put(const std::string &path, const std::string &text)
 {

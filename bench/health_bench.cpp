@@ -23,28 +23,14 @@
 #include <vexohw/smart_status.h>
 #include <vexohw/smart_test.h>
 
+#include "bench/bench_paths.h"
+
 namespace fs = std::filesystem;
 
 namespace {
 
-std::string buildDir()
-{
-	char self[PATH_MAX];
-	ssize_t n = ::readlink("/proc/self/exe", self, sizeof(self) - 1);
-	if (n <= 0)
-		return ".";
-	self[n] = '\0';
-	return fs::path(self).parent_path().parent_path().string();
-}
-
-std::string sourceDir()
-{
-	std::ifstream in(buildDir() + "/CMakeCache.txt");
-	for (std::string l; std::getline(in, l);)
-		if (l.rfind("vexohw_SOURCE_DIR:STATIC=", 0) == 0)
-			return l.substr(25);
-	return ".";
-}
+using vexo::bench::buildDir;
+using vexo::bench::sourceDir;
 
 struct Box60 {
 	std::string dir, root;

@@ -18,19 +18,13 @@
 
 #include <vexohw/disk_overview.h>
 
+#include "bench/bench_paths.h"
+
 namespace fs = std::filesystem;
 
 namespace {
 
-std::string buildDir()
-{
-	char self[PATH_MAX];
-	ssize_t n = ::readlink("/proc/self/exe", self, sizeof(self) - 1);
-	if (n <= 0)
-		return ".";
-	self[n] = '\0';
-	return fs::path(self).parent_path().parent_path().string();
-}
+using vexo::bench::buildDir;
 
 void put(const std::string &file, const std::string &text)
 {

@@ -97,6 +97,26 @@ bool trueSerial(const char *path, std::string &serial)
 	return true;
 }
 
+xmlNode *readDiskElement(const char *path, xml::Doc &doc)
+{
+	std::string serial;
+	if (!trueSerial(path, serial))
+		return nullptr;
+	xmlDoc *raw = nullptr;
+	xmlNode *root = nullptr;
+	if (DiskOverviewXmlParse(&raw, &root, 0) != 0) {
+		vlog(LOG_ERR, "%s:%d Failed to parse file %s", VEXO_AT, kDoc);
+		return nullptr;
+	}
+	doc = xml::Doc(raw);
+	xmlNode *disk = diskElement(doc, serial);
+	if (!disk) {
+		vlog(LOG_ERR, "%s:%d Error: Failed to find disk %s", VEXO_AT, serial.c_str());
+		VEXO_ERR(VEXO_ERR_NOT_FOUND);
+	}
+	return disk;
+}
+
 std::string trimmed(std::string s)
 {
 	const char *ws = " \t\r\n";

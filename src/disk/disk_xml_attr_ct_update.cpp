@@ -70,22 +70,10 @@ try {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
-	std::string serial;
-	if (!trueSerial(path, serial))
+	vexo::xml::Doc doc;
+	xmlNode *disk = readDiskElement(path, doc);
+	if (!disk)
 		return -1;
-	xmlDoc *raw = nullptr;
-	xmlNode *root = nullptr;
-	if (DiskOverviewXmlParse(&raw, &root, 0) != 0) {
-		vlog(LOG_ERR, "%s:%d Failed to parse file %s", VEXO_AT, kDoc);
-		return -1;
-	}
-	vexo::xml::Doc doc(raw);
-	xmlNode *disk = diskElement(doc, serial);
-	if (!disk) {
-		vlog(LOG_ERR, "%s:%d Error: Failed to find disk %s", VEXO_AT, serial.c_str());
-		VEXO_ERR(VEXO_ERR_NOT_FOUND);
-		return -1;
-	}
 	auto get = [&](const char *name) { return static_cast<int32_t>(counterValue(text(child(disk, name)))); };
 	*counters = DiskAttrCounters{get("unc"),	get("icrc"),	    get("idnf"),	get("retry"),
 				     get("timeout"), get("reset_fail"), get("hibernation"), get("deepsleep")};

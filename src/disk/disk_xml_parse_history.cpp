@@ -71,22 +71,10 @@ try {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
-	std::string serial;
-	if (!trueSerial(path, serial))
+	vexo::xml::Doc doc;
+	xmlNode *disk = readDiskElement(path, doc);
+	if (!disk)
 		return -1;
-	xmlDoc *raw = nullptr;
-	xmlNode *root = nullptr;
-	if (DiskOverviewXmlParse(&raw, &root, 0) != 0) {
-		vlog(LOG_ERR, "%s:%d Failed to parse file %s", VEXO_AT, kDoc);
-		return -1;
-	}
-	vexo::xml::Doc doc(raw);
-	xmlNode *disk = diskElement(doc, serial);
-	if (!disk) {
-		vlog(LOG_ERR, "%s:%d Error: Failed to find disk %s", VEXO_AT, serial.c_str());
-		VEXO_ERR(VEXO_ERR_NOT_FOUND);
-		return -1;
-	}
 	std::time_t now = vexo::clock::wallSeconds();
 	struct tm tm {};
 	if (!localtime_r(&now, &tm)) {

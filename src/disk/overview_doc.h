@@ -64,6 +64,10 @@ bool nameSafe(const std::string &serial);
 // The true serial of the disk at path; false (and the shared log line) when
 // the drive does not tell it.
 bool trueSerial(const char *path, std::string &serial);
+// The document read for a reader, and the element of the disk at path in
+// it: null (logged, the error recorded) when the serial, the document or the
+// element can't be had.
+xmlNode *readDiskElement(const char *path, xml::Doc &doc);
 std::string trimmed(std::string s);
 
 } // namespace vexo::overview
