@@ -102,3 +102,37 @@ cp "$box/run/vexostorage/disks/sda/smart_info_list.cache" "$c/smart_info_cache_f
 for w in health:normal space:normal smart:normal processing:idle compatibility:support disconnect:0; do
 	{ printf '%s' "${w%%:*}"; nul; printf '%s' "${w#*:}"; } >"$c/status_lookup_fuzz/${w%%:*}"
 done
+
+# Self-test pages as the box's sdd (an extended test that found damage)
+# sends them: its SMART data page, the standard log and the extended log.
+mkdir -p "$c/self_test_log_fuzz" "$c/smart_test_fallback_fuzz" "$c/server_info_fuzz" "$c/vcemd_message_fuzz" \
+	"$c/archive_fuzz"
+pages=$box/tmp/pages
+mkdir -p "$pages"
+inbox /usr/bin/sg_raw -r 512 -o "$pages/smart" /dev/sdd 85 08 0e 00 d0 00 01 00 00 00 4f 00 c2 00 b0 00 >/dev/null 2>&1
+inbox /usr/bin/sg_raw -r 512 -o "$pages/log6" /dev/sdd 85 08 0e 00 d5 00 01 00 06 00 4f 00 c2 00 b0 00 >/dev/null 2>&1
+inbox /usr/bin/sg_raw -r 512 -o "$pages/log7" /dev/sdd 85 09 0e 00 00 00 01 00 07 00 00 00 00 40 2f 00 >/dev/null 2>&1
+cp "$pages/log6" "$c/self_test_log_fuzz/sdd-standard"
+cat "$pages/smart" "$pages/log7" >"$c/self_test_log_fuzz/sdd-smart-extended"
+
+# The fallback files a test run leaves for the target's disk (serial S1):
+# the quick half, then the extended half, as key files; and the older
+# result document.
+printf 'S1_STATUS="0"\nS1_TIME="1795000000"\nS1_STATUS="7"\nS1_TIME="1795003600"\n' >"$c/smart_test_fallback_fuzz/halves"
+printf '<?xml version="1.0"?>\n<smart_test>\n  <disk show="1" model="ST8000VN004-3CP101" SN="WWZ4K1QA" time="2026/11/24 10:00:00" path="/dev/sda" result="0">Completed without error</disk>\n</smart_test>\n' \
+	>"$c/smart_test_fallback_fuzz/result-document"
+
+# The update server's answer: an update and no promotion.
+printf '{"success":true,"data":{"update":{"available":true,"version":"VOS 7.3","version_details":{"buildnumber":72900,"nano":0}},"promotion":{"available":false}}}' \
+	>"$c/server_info_fuzz/update"
+
+# The connector's messages: command, length (both little-endian 32-bit),
+# the reply flag, then the payload (the temperature refresh, a timer change).
+{ printf '\005\000\000\000\004\000\000\000\001'; printf 'temp'; } >"$c/vcemd_message_fuzz/refresh"
+{ printf '\003\000\000\000\013\000\000\000\000'; printf 'standby=30\000'; } >"$c/vcemd_message_fuzz/timer"
+
+# A signed archive as vexosim pack makes one, taken whole (odd first byte).
+"$b/bin/vexosim" pack keys "$box" >/dev/null
+mkdir -p "$pages/kit" && printf 'seed\n' >"$pages/kit/README"
+"$b/bin/vexosim" pack pack 7 "$box/run/vexosim/archive-keys/7.key" "$pages/kit.sa" "$pages/kit" >/dev/null
+{ printf '\001'; cat "$pages/kit.sa"; } >"$c/archive_fuzz/whole"
