@@ -51,26 +51,10 @@ const std::string &databaseText()
 	return text;
 }
 
-struct Box60 {
-	std::string dir, root;
+struct Box60 : vexo::bench::BuiltBox60 {
 	std::vector<std::string> paths;
-	bool ok = false;
-	Box60()
+	Box60() : BuiltBox60("compat")
 	{
-		char t[] = "/tmp/vexo-bench-compat.XXXXXX";
-		dir = ::mkdtemp(t);
-		root = dir + "/root";
-		pid_t pid = ::fork();
-		if (pid == 0) {
-			std::string exe = buildDir() + "/bin/vexosim", desc = sourceDir() + "/examples/box60.json";
-			::freopen("/dev/null", "w", stdout);
-			::freopen("/dev/null", "w", stderr);
-			::execl(exe.c_str(), exe.c_str(), "build", desc.c_str(), root.c_str(), static_cast<char *>(nullptr));
-			::_exit(127);
-		}
-		int st = 0;
-		::waitpid(pid, &st, 0);
-		ok = WIFEXITED(st) && WEXITSTATUS(st) == 0;
 		if (!ok)
 			return;
 		for (const auto &e : fs::directory_iterator(root + "/run/vexostorage/disks"))
@@ -87,7 +71,6 @@ struct Box60 {
 		::setenv("VEXO_DEVICE_BACKEND", (buildDir() + "/sim/drive/libvexosim_drive.so").c_str(), 1);
 		::setenv("VEXO_LOG", "/dev/null", 1);
 	}
-	~Box60() { fs::remove_all(dir); }
 };
 
 double parseOnceMs()

@@ -279,19 +279,8 @@ BENCHMARK(BM_SnapshotIntoOneBlock60);
 
 // ---- whole processes ---------------------------------------------------------
 
-struct Box60 {
-	std::string dir, root;
-	bool ok = false;
-	Box60()
-	{
-		char t[] = "/tmp/vexo-bench-box60.XXXXXX";
-		dir = ::mkdtemp(t);
-		root = dir + "/root";
-		std::string sim = buildDir() + "/bin/vexosim";
-		std::string desc = sourceDir() + "/examples/box60.json";
-		ok = spawn({sim, "build", desc, root}, {}) == 0;
-	}
-	~Box60() { fs::remove_all(dir); }
+struct Box60 : vexo::bench::BuiltBox60 {
+	Box60() : BuiltBox60("box60") {}
 
 	// Runs argv with extra environment entries, output to /dev/null. The
 	// exit status, or -1.

@@ -32,25 +32,10 @@ namespace {
 using vexo::bench::buildDir;
 using vexo::bench::sourceDir;
 
-struct Box60 {
-	std::string dir, root;
+struct Box60 : vexo::bench::BuiltBox60 {
 	std::vector<std::string> disks;
-	bool ok = false;
-	Box60()
+	Box60() : BuiltBox60("health")
 	{
-		char t[] = "/tmp/vexo-bench-health.XXXXXX";
-		dir = ::mkdtemp(t);
-		root = dir + "/root";
-		std::string cmd = buildDir() + "/bin/vexosim build " + sourceDir() + "/examples/box60.json " + root +
-				  " >/dev/null 2>&1";
-		pid_t pid = ::fork();
-		if (pid == 0) {
-			::execl("/bin/sh", "sh", "-c", cmd.c_str(), static_cast<char *>(nullptr));
-			::_exit(127);
-		}
-		int st = 0;
-		::waitpid(pid, &st, 0);
-		ok = WIFEXITED(st) && WEXITSTATUS(st) == 0;
 		if (!ok)
 			return;
 		for (const auto &e : fs::directory_iterator(root + "/run/vexostorage/disks"))
@@ -59,7 +44,6 @@ struct Box60 {
 		::setenv("VEXO_DEVICE_BACKEND", (buildDir() + "/sim/drive/libvexosim_drive.so").c_str(), 1);
 		::setenv("VEXO_LOG", "/dev/null", 1);
 	}
-	~Box60() { fs::remove_all(dir); }
 
 	// Lines in every drive's command log.
 	long commands() const
