@@ -95,6 +95,18 @@ VEXO_API int VEXOExtDiskPowerModeGet(const char *devicePath);
  * vcemd, else 0. Sends nothing to the daemon.
  */
 VEXO_API int VEXOExtVcemdPidGet(int *pid);
+/*
+ * Records a disk's current health (VEXODiskCurHealthAttrGet: bad sectors,
+ * ID-not-found count, retries, remaining life) as the clock's current month
+ * in the `history` child of its element in the disk overview document, the
+ * form VEXODiskXmlParseHistory reads: "YYYY/MM,unc,idnf,retry,life" joined
+ * by ';', oldest first, a value not known left empty, counts above
+ * 999999999 kept at that. One entry a month (a second record in the month
+ * replaces it); months older than the last twelve and entries in another
+ * shape are dropped. Asks the drive for its attributes. 0, or -1 (0x0D00,
+ * 0x2A00 no element for the disk, or the reader's and writer's codes).
+ */
+VEXO_API int VEXOExtDiskHealthHistoryRecord(const char *devicePath);
 
 VEXO_END_DECLS
 

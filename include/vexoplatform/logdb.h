@@ -90,7 +90,10 @@ VEXOP_API const char *VEXODBErrorGet(const VEXODB *db);
  * optionally poh, temperature, sectors read, sectors written) adds a row
  * to the disk test database, msg and test_code the event number.
  * Category "disk" (model, serial, detail..., path) adds a row to the disk
- * event database, msg the event number, info the details. 0, or -1.
+ * event database, msg the event number, info the details. Events that
+ * readers look up by keyword take it as msg: 41 "life_below_thre_with_value"
+ * and 86 "ssd_bundle_month_below_thre_with_value", whose info begins with
+ * the last detail (the figures). 0, or -1.
  */
 VEXOP_API int VLIBLogSetByVA(const char *category, int event, ...);
 

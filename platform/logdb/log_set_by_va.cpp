@@ -1,5 +1,6 @@
 // The system log's events: category "disk" lands in the disk event database,
 // "disk_test" in the disk test database, one row an event.
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
@@ -53,6 +54,19 @@ int insert(const char *path, const char *schema, char *sql)
 
 const char *arg(const std::vector<const char *> &a, size_t i) { return i < a.size() ? a[i] : nullptr; }
 
+// Disk events that readers look up by keyword, and which detail leads their
+// info (counted from the last detail): a life warning's info begins with
+// the life, so the next check finds the figure it warned about.
+struct DiskEvent {
+	int event;
+	const char *msg;
+	size_t leadFromLast;
+};
+constexpr DiskEvent kDiskEvents[] = {
+	{41, "life_below_thre_with_value", 0},
+	{86, "ssd_bundle_month_below_thre_with_value", 0},
+};
+
 } // namespace
 
 extern "C" {
@@ -86,12 +100,24 @@ VEXOP_API int VLIBLogSetByVA(const char *category, int event, ...)
 		}
 		if (std::strcmp(category, "disk") == 0) {
 			// model, serial, then what the event names; the last is the path.
-			std::string info;
+			std::vector<std::string> details;
 			for (size_t i = 2; i + 1 < a.size(); ++i)
-				info += (info.empty() ? "" : " ") + std::string(a[i]);
+				details.emplace_back(a[i]);
+			std::string msg = std::to_string(event);
+			for (const DiskEvent &e : kDiskEvents)
+				if (e.event == event) {
+					msg = e.msg;
+					if (e.leadFromLast < details.size()) {
+						auto lead = details.end() - 1 - static_cast<std::ptrdiff_t>(e.leadFromLast);
+						std::rotate(details.begin(), lead, lead + 1);
+					}
+				}
+			std::string info;
+			for (const std::string &d : details)
+				info += (info.empty() ? "" : " ") + d;
 			char *sql = sqlite3_mprintf(
-				"INSERT INTO logs (time, level, msg, serial, model, path, info) VALUES (%lld, 'info', '%d', %Q, %Q, %Q, %Q);",
-				static_cast<long long>(vexo::clock::wallSeconds()), event, arg(a, 1), arg(a, 0),
+				"INSERT INTO logs (time, level, msg, serial, model, path, info) VALUES (%lld, 'info', %Q, %Q, %Q, %Q, %Q);",
+				static_cast<long long>(vexo::clock::wallSeconds()), msg.c_str(), arg(a, 1), arg(a, 0),
 				a.size() > 2 ? a.back() : nullptr, info.c_str());
 			return insert(VEXODB_DISK_LOG_PATH, VEXODB_DISK_LOG_SCHEMA, sql);
 		}

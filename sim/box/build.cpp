@@ -3,6 +3,7 @@
 
 #include "sysfs.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <json-c/json.h>
@@ -104,6 +105,11 @@ private:
 			{"cacheportcfg", portMask(box_.cacheLetter(1), box_.cacheSlots)},
 		};
 		info.insert(info.end(), box_.vexoinfo.begin(), box_.vexoinfo.end());
+		// The product's remaining-life thresholds in percent, unless the
+		// description sets its own.
+		for (const auto &[k, v] : KeyValues{{"remain_life_show_thr_value", "10"}, {"remain_life_mail_notify_thr_value", "3"}})
+			if (std::none_of(info.begin(), info.end(), [&](const auto &kv) { return kv.first == k; }))
+				info.emplace_back(k, v);
 		tree_.file("/etc.defaults/vexoinfo.conf", quoted(info));
 		tree_.file("/etc/vexoinfo.conf", "");
 		tree_.file("/etc.defaults/VERSION", quoted(box_.version));

@@ -925,13 +925,29 @@ bool Drive::scsiLogPage(unsigned page, std::vector<uint8_t> &out) const
 		out[2] = (len >> 8) & 0xFF;
 		out[3] = len & 0xFF;
 	};
+	// Solid state media (0x11) is a page of SSDs only.
+	json_object *used = nullptr;
+	const bool ssdMedia = num("rotation_rate", 7200) == 1 ||
+			      (scsi && json_object_object_get_ex(scsi, "percentage_used", &used));
 	switch (page) {
 	case 0x00: {
-		const uint8_t list[] = {0x00, 0x02, 0x03, 0x05, 0x0D, 0x0F, 0x10, 0x15};
-		header(sizeof(list));
-		std::memcpy(out.data() + 4, list, sizeof(list));
+		std::vector<uint8_t> list = {0x00, 0x02, 0x03, 0x05, 0x0D, 0x0F, 0x10};
+		if (ssdMedia)
+			list.push_back(0x11);
+		list.push_back(0x15);
+		header(static_cast<unsigned>(list.size()));
+		std::memcpy(out.data() + 4, list.data(), list.size());
 		return true;
 	}
+	case 0x11: // parameter 1: percentage used endurance indicator
+		if (!ssdMedia)
+			return false;
+		header(8);
+		out[4 + 1] = 0x01;
+		out[4 + 2] = 0x03;
+		out[4 + 3] = 4;
+		out[4 + 7] = static_cast<uint8_t>(std::clamp<int64_t>(jnum(scsi, "percentage_used", 0), 0, 255));
+		return true;
 	case 0x02:
 	case 0x03:
 	case 0x05: // error counters 0..6, all zero

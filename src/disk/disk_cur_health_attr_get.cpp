@@ -10,6 +10,7 @@
 #include <vexohw/disk_overview.h>
 #include <vexohw/disk_probe.h>
 #include <vexohw/disk_status.h>
+#include <vexohw/remain_life.h>
 #include <vexohw/smart_info.h>
 #include <vexohw/smartctl.h>
 #include <vexoplatform/vexocore.h>
@@ -41,6 +42,17 @@ long long rawValue(const char *raw)
 	return raw ? std::strtoll(raw, nullptr, 10) : 0;
 }
 
+// A disk counts bad sectors when its attribute list carries any of their
+// counters; SAS and NVMe disks have no such list.
+bool badSectorCounters(const SmartInfoEntry *list)
+{
+	for (const SmartInfoEntry *e = list; e; e = e->next)
+		for (const char *n : kUncNames)
+			if (e->name && std::strcmp(e->name, n) == 0)
+				return true;
+	return false;
+}
+
 } // namespace
 
 extern "C" {
@@ -70,16 +82,12 @@ try {
 			vlog(LOG_ERR, "%s:%d Can't get remaning life of device %s", VEXO_AT, path);
 		}
 	}
-	// A disk counts bad sectors when it reports any of their attributes.
-	bool badSectors = false;
 	for (const SmartInfoEntry *e = raw; e; e = e->next) {
 		if (!e->name)
 			continue;
 		for (const char *n : kUncNames)
-			if (std::strcmp(e->name, n) == 0) {
+			if (std::strcmp(e->name, n) == 0)
 				a.unc = saturatingAdd(a.unc, rawValue(e->raw));
-				badSectors = true;
-			}
 		if (std::strstr(e->name, "CRC"))
 			a.retry = saturatingAdd(a.retry, rawValue(e->raw));
 		for (const char *n : kLifeNames)
@@ -88,15 +96,38 @@ try {
 				vexo::copyText(a.lifeAttribute, sizeof(a.lifeAttribute), e->name);
 			}
 	}
+	int sasLife = -1;
+	if (!nvme && VEXODiskScsiProtocolGet(path) == VEXO_DISK_PROTOCOL_SCSI &&
+	    VEXODiskSASRemainingLifeGet(path, &sasLife) == 0 && sasLife >= 0) {
+		a.remainLife = sasLife;
+		vexo::copyText(a.lifeAttribute, sizeof(a.lifeAttribute), "Percentage used endurance indicator");
+	}
 	unsigned v = 0;
 	if (VEXODiskDebugUncGet(path, &v) == 1)
 		a.unc = v > INT_MAX ? INT_MAX : static_cast<int32_t>(v);
 	if (VEXODiskDebugLifeGet(path, &v) == 1)
 		a.remainLife = v > INT_MAX ? INT_MAX : static_cast<int32_t>(v);
-	if (!badSectors)
+	// The answer of VEXODiskIsSupportBadSector, from the list already read.
+	if (nvme || !badSectorCounters(raw))
 		a.unc = -1;
 	*attr = a;
 	return 0;
+}
+VEXO_C_CATCH(-1)
+
+VEXO_API int VEXODiskIsSupportBadSector(const char *path)
+try {
+	if (!path) {
+		VEXO_ERR(VEXO_ERR_BAD_PARAM);
+		return -1;
+	}
+	if (VEXODiskScsiProtocolGet(path) == VEXO_DISK_PROTOCOL_NVME)
+		return 0;
+	SmartInfoEntry *raw = nullptr;
+	if (VEXODiskAtaSmartInfoParse(path, &raw) != 0)
+		return 0;
+	std::unique_ptr<SmartInfoEntry, void (*)(SmartInfoEntry *)> list(raw, VEXODiskSmartInfoFree);
+	return badSectorCounters(raw) ? 1 : 0;
 }
 VEXO_C_CATCH(-1)
 

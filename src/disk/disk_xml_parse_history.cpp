@@ -1,12 +1,17 @@
-// VEXODiskXmlParseHistory: the twelve months of a disk's health history
-// kept in the `history` child of its element, laid out for the clock's
-// current month. Months are "YYYY/MM,unc,idnf,retry,life" joined by ';'.
+// The twelve months of a disk's health history kept in the `history` child
+// of its element: VEXODiskXmlParseHistory lays them out for the clock's
+// current month, DiskXmlHealthHistoryRecord writes this month's values.
+// Months are "YYYY/MM,unc,idnf,retry,life" joined by ';', oldest first; a
+// value not known is an empty field.
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <libxml/tree.h>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vexohw/disk_overview.h>
+#include <vexohw/disk_status.h>
 
 #include "frame/boundary.h"
 #include "frame/clock.h"
@@ -62,7 +67,101 @@ void month(std::string_view m, int first, DiskHealthHistoryEntry *entries)
 	}
 }
 
+// The clock's current month number (year * 12 + month - 1); false when the
+// calendar can't be had.
+bool currentMonth(int &number)
+{
+	std::time_t now = vexo::clock::wallSeconds();
+	struct tm tm {};
+	if (!localtime_r(&now, &tm))
+		return false;
+	number = (tm.tm_year + 1900) * 12 + tm.tm_mon;
+	return true;
+}
+
+// A month's number from its text, -1 for text in another shape.
+int monthNumber(std::string_view m)
+{
+	int year = 0, mon = 0, used = 0;
+	std::string head(m.substr(0, 8));
+	if (m.size() < 8 || m[7] != ',' || std::sscanf(head.c_str(), "%4d/%2d%n", &year, &mon, &used) != 2 || used != 7 ||
+	    mon < 1 || mon > 12 || year < 1970)
+		return -1;
+	return year * 12 + mon - 1;
+}
+
+// The largest value a field holds; a larger count is kept at it.
+constexpr int32_t kFieldMax = 999999999;
+
+std::string fieldText(int32_t v)
+{
+	return v < 0 ? std::string() : std::to_string(v > kFieldMax ? kFieldMax : v);
+}
+
 } // namespace
+
+int DiskXmlHealthHistoryRecord(const char *path, const DiskHealthAttr &now)
+{
+	std::string serial;
+	if (!path || !trueSerial(path, serial))
+		return -1;
+	int current = 0;
+	if (!currentMonth(current)) {
+		VEXO_ERR(VEXO_ERR_INTERNAL);
+		return -1;
+	}
+	Lock lock(true);
+	if (!lock.ok())
+		return -1;
+	xmlDoc *raw = nullptr;
+	xmlNode *root = nullptr;
+	if (DiskOverviewXmlParse(&raw, &root, 1) != 0)
+		return -1;
+	vexo::xml::Doc doc(raw);
+	xmlNode *disk = diskElement(doc, serial);
+	if (!disk) {
+		vlog(LOG_ERR, "%s:%d Error: Empty result by evaluating xpath expression //SN_%s", VEXO_AT, serial.c_str());
+		VEXO_ERR(VEXO_ERR_NOT_FOUND);
+		return -1;
+	}
+	xmlNode *history = child(disk, "history");
+	if (!history && !(history = xmlNewTextChild(disk, nullptr, BAD_CAST "history", BAD_CAST ""))) {
+		VEXO_ERR(VEXO_ERR_NOMEM);
+		return -1;
+	}
+	// The months kept: the eleven before this one. A month in another
+	// shape, or out of the window, is dropped; this month is replaced.
+	std::map<int, std::string> months;
+	std::string all = text(history);
+	std::string_view rest = all;
+	while (!rest.empty()) {
+		size_t semi = rest.find(';');
+		std::string m = trimmed(std::string(rest.substr(0, semi)));
+		int n = monthNumber(m);
+		if (n > current - kMonths && n < current) {
+			// Kept as the reader reads it: a field it would not take is
+			// written empty.
+			DiskHealthHistoryEntry e[kMonths] = {};
+			month(m, n, e);
+			months[n] = m.substr(0, 7) + "," + (e[0].uncValid ? fieldText(e[0].unc) : "") + "," +
+				    (e[0].idnfValid ? fieldText(e[0].idnf) : "") + "," +
+				    (e[0].retryValid ? fieldText(e[0].retry) : "") + "," +
+				    (e[0].remainLifeValid ? fieldText(e[0].remainLife) : "");
+		}
+		if (semi == std::string_view::npos)
+			break;
+		rest.remove_prefix(semi + 1);
+	}
+	char head[16];
+	std::snprintf(head, sizeof(head), "%04d/%02d", current / 12, current % 12 + 1);
+	months[current] = std::string(head) + "," + fieldText(now.unc) + "," + fieldText(now.idnf) + "," +
+			  fieldText(now.retry) + "," + fieldText(now.remainLife);
+	std::string joined;
+	for (const auto &[n, m] : months)
+		joined += (joined.empty() ? "" : ";") + m;
+	setText(history, joined);
+	return saveWhole(doc.get(), kDoc);
+}
 
 extern "C" VEXO_API int VEXODiskXmlParseHistory(const char *path, DiskHealthHistoryEntry *entries, int size)
 try {

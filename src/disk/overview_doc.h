@@ -19,6 +19,11 @@ int DiskOverviewXmlNodeCreate(xmlNode *root, const char *serial, const char *mod
 // Rewrites sata_internal_slot: the bay number of an internal disk while it
 // is plugged, -1 otherwise (and always on SAS-capable appliances).
 void DiskXmlInternalSataSlotUpdate(xmlNode *disk, const char *path, int plugged);
+// Records `now` as the clock's current month in the history of the disk at
+// path, replacing that month and dropping months older than twelve, under
+// the writers' lock. 0, or -1.
+struct DiskHealthAttr;
+int DiskXmlHealthHistoryRecord(const char *path, const DiskHealthAttr &now);
 
 namespace vexo::overview {
 

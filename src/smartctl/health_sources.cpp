@@ -1,13 +1,16 @@
-// Where each health source of the verdict comes in. The families behind the
-// remaining life and the advanced test publish their findings in the disk's
-// value cache, a value that is not there being a source with nothing to
-// say; the drive analytics, the SSD bundle and the error accounting answer
-// through <vexohw/disk_health.h>.
+// Where each health source of the verdict comes in. The remaining life is
+// asked of its family (<vexohw/remain_life.h>); the SSD bad blocks and the
+// advanced test publish their findings in the disk's value cache, a value
+// that is not there being a source with nothing to say; the drive
+// analytics, the SSD bundle and the error accounting answer through
+// <vexohw/disk_health.h>.
 #include <cstdint>
 #include <string>
 #include <vexohw/disk.h>
 #include <vexohw/disk_adv.h>
 #include <vexohw/disk_health.h>
+#include <vexohw/disk_status.h>
+#include <vexohw/remain_life.h>
 #include <vexohw/frame.h>
 #include <vexohw/smart_serial.h>
 #include <vexoplatform/nvme_admin.h>
@@ -72,20 +75,19 @@ int weightOf(const PathDir *cache, Cached cached, Exported exported)
 
 LifeAnswers lifeAnswers(const char *path)
 {
-	// The disk's health attributes (bad sectors, remaining life) come from
-	// the disk status family; until it has published them for this disk
-	// the overlay has nothing to weigh.
+	// The disk's bad sectors and remaining life as the drive reports them,
+	// and the remaining-life family's answers about that life.
 	LifeAnswers a;
-	int life = -1;
-	if (VEXODiskGetIntValueCacheFile(path, "remain_life", &life) != 0)
+	DiskHealthAttr h{};
+	if (VEXODiskCurHealthSmartAttrGet(path, &h) != 0)
 		return a;
 	a.haveAttr = true;
-	a.remainLife = life;
-	a.badSectors = cachedWeight(path, "bad_sec_ct");
-	a.belowThreshold = cachedFlag(path, "below_remain_life_thr");
-	a.danger = cachedFlag(path, "remain_life_danger");
-	a.belowShow = cachedFlag(path, "below_remain_life_show_thr");
-	a.belowMail = cachedFlag(path, "below_remain_life_mail_notify_thr");
+	a.remainLife = h.remainLife;
+	a.badSectors = h.unc > 0 ? h.unc : 0;
+	a.belowThreshold = VEXODiskIsBelowLifeThrWithValue(path, h.remainLife, nullptr, nullptr) == 1;
+	a.danger = VEXODiskIsLifeDangerWithValue(path, h.remainLife) == 1;
+	a.belowShow = VEXODiskIsBelowLifeShowThrWithValue(h.remainLife) == 1;
+	a.belowMail = VEXODiskIsBelowLifeMailNotifyThrWithValue(h.remainLife) == 1;
 	a.vexology = VEXODiskIsVexology(path) == 1;
 	a.readOnly = readOnly(path);
 	a.badBlockOver = cachedFlag(path, "ssd_bad_block_over_thr");

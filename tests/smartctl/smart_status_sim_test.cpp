@@ -5,6 +5,7 @@
 #include <string>
 #include <vexohw/frame.h>
 #include <vexohw/smart_info.h>
+#include <vexohw/remain_life.h>
 #include <vexohw/smart_status.h>
 #include <vexohw/smart_test.h>
 #include <vexoplatform/logdb.h>
@@ -37,14 +38,19 @@ protected:
 		node("sda", R"({"protocol":"ata","model":"VEXO HAT5300-8T","serial":"ZL2K4T7C","firmware":"SC60",
  "size_bytes":8001563222016,"self_tests":)" + tests + "}");
 	}
-	// smartctl's attribute table with attribute 5's value, worst and threshold.
-	void attr5(int value, int worst, int thr, int temp = 40)
+	// smartctl's attribute table with attribute 5's value, worst and
+	// threshold, and the remaining life when not -1.
+	void attr5(int value, int worst, int thr, int temp = 40, int life = -1)
 	{
-		char row[256];
-		std::snprintf(row, sizeof(row),
+		char row[384];
+		int n = std::snprintf(row, sizeof(row),
 			      "  5 Reallocated_Sector_Ct   0x0033   %03d   %03d   %03d    Pre-fail  Always       -       8\n"
 			      "194 Temperature_Celsius     0x0002   %03d   %03d   050    Old_age   Always       -       33\n",
 			      value, worst, thr, temp, temp);
+		if (life >= 0)
+			std::snprintf(row + n, sizeof(row) - n,
+				      "231 SSD_Life_Left           0x0013   %03d   %03d   000    Old_age   Always       -       0\n",
+				      life, life);
 		root.write("/usr/bin/smartctl",
 			   std::string("#!/bin/sh\ncat <<'EOF'\nID# ATTRIBUTE_NAME          FLAG     VALUE WORST THRESH TYPE      "
 				       "UPDATED  WHEN_FAILED RAW_VALUE\n") + row + "\nEOF\n",
@@ -162,11 +168,11 @@ TEST_F(Verdict, LifeAndMediaOverlay)
 	};
 	root.write(SMART_ACTION_LOG, "");
 	for (const Row &r : rows) {
-		attr5(100, r.past ? 4 : 100, 10);
+		// Life 0 is in danger; 40 is below a user's threshold of 50.
+		attr5(100, r.past ? 4 : 100, 10, 40, r.danger ? 0 : 40);
+		root.conf("/etc/vexoinfo.conf", {{"remain_life_thr_enable", r.below ? "yes" : "no"}, {"remain_life_thr_value", "50"}});
 		root.write("/sys/block/sda/ro", r.readOnly ? "1\n" : "0\n");
-		for (auto [key, v] : {std::pair{"remain_life", 40}, {"remain_life_danger", r.danger},
-				     {"ssd_bad_block_over_thr", r.badBlock}, {"below_remain_life_thr", r.below},
-				     {"smart_attr_ignore", r.ignore}})
+		for (auto [key, v] : {std::pair{"ssd_bad_block_over_thr", r.badBlock}, {"smart_attr_ignore", r.ignore}})
 			VEXODiskUpdateIntValueCacheFile("sda", key, v);
 		SmartWarningReason reason{};
 		int weight = -1;
@@ -174,6 +180,9 @@ TEST_F(Verdict, LifeAndMediaOverlay)
 		EXPECT_EQ(weight, r.weight) << r.what;
 		EXPECT_EQ(reason.failList != nullptr, r.past && !(r.ignore && !r.badBlock)) << r.what;
 		SmartInfoFailListFree(reason.failList);
+		// What the overlay published for the cached readers.
+		EXPECT_EQ(VEXODiskIsBelowLifeThrCache("/dev/sda"), r.below ? 1 : 0) << r.what;
+		EXPECT_EQ(root.read("/run/vexostorage/disks/sda/remain_life_danger"), r.danger ? "1" : "0") << r.what;
 	}
 }
 
