@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <sys/stat.h>
@@ -116,16 +117,20 @@ try {
 		return -1;
 	}
 	char kept[16] = {};
-	int got = VLIBCFileGetKeyValue(kNvmeLives, serial, kept, sizeof(kept), 0);
-	if (got > 0 && std::atoi(kept) == life && std::strspn(kept, "-0123456789") == std::strlen(kept))
-		return 0;
-	if (got < 0 && VLIBCErrGet() != VEXO_ERR_NOENT) {
-		VEXO_ERR_PASS();
-		return -1;
+	struct stat st {};
+	if (::stat(vexo::sysroot::path(kNvmeLives).c_str(), &st) == 0) {
+		int got = VLIBCFileGetKeyValue(kNvmeLives, serial, kept, sizeof(kept), 0);
+		if (got < 0) {
+			VEXO_ERR_PASS();
+			return -1;
+		}
+		if (got > 0 && std::atoi(kept) == life && std::strspn(kept, "-0123456789") == std::strlen(kept))
+			return 0;
 	}
-	std::string dir = vexo::sysroot::path("/var/lib/vexohw");
+	std::error_code ec;
 	ENTERCriticalSection;
-	if ((::mkdir(dir.c_str(), 0755) != 0 && errno != EEXIST) ||
+	std::filesystem::create_directories(vexo::sysroot::path("/var/lib/vexohw"), ec);
+	if (ec ||
 	    VLIBCFileSetKeyValue(kNvmeLives, serial, std::to_string(life).c_str(), nullptr) != 1) {
 		VEXO_ERR(VEXO_ERR_WRITE);
 		return -1;

@@ -28,17 +28,6 @@ constexpr unsigned kNvmeHealthLog = 2;
 constexpr unsigned kNvmeHealthLogSize = 512;
 constexpr size_t kCriticalWarningByte = 0, kPercentageUsedByte = 5;
 
-// An integer cache value; 0 when the source has published none.
-int cachedWeight(const char *path, const char *key, const PathDir *cache = nullptr)
-{
-	if (cache) {
-		int32_t v = 0;
-		return cache->readS32(key, v) && v > 0 ? v : 0;
-	}
-	int v = 0;
-	return VEXODiskGetIntValueCacheFile(path, key, &v) == 0 && v > 0 ? v : 0;
-}
-
 bool cachedFlag(const char *path, const char *key)
 {
 	int v = 0;

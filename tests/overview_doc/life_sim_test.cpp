@@ -169,16 +169,18 @@ TEST_F(Life, WarningMailGoesOutOncePerFigure)
 		notify(s.notify);
 		if (!s.keep)
 			root.remove(VEXODB_DISK_LOG_PATH);
-		if (s.logged >= 0)
+		if (s.logged >= 0) {
 			ASSERT_EQ(VEXORemainLifeWarnMailSend("/dev/sda", "ZL2K4T7C", std::to_string(s.logged).c_str(), 0, 0), 0);
+		}
 		drive(s.life);
 		size_t before = mails().size();
 		ASSERT_EQ(VEXODiskRemainLifeCheck("/dev/sda"), 0) << s.life;
 		EXPECT_EQ(mails().size() - before, s.mail ? 1u : 0u) << (s.thr ? s.thr : "-") << " " << s.life;
 		int last = -7;
 		EXPECT_EQ(VEXODiskRemainLifeLastLogGet("ZL2K4T7C", &last), s.mail || s.logged >= 0 || s.keep ? 1 : 0);
-		if (s.mail)
+		if (s.mail) {
 			EXPECT_EQ(last, s.life);
+		}
 	}
 	// What the first mail said, and the event that was logged with it.
 	root.remove(VEXODB_DISK_LOG_PATH);

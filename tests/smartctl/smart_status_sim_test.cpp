@@ -191,7 +191,8 @@ TEST_F(Verdict, NvmeWarningsAndUsedUp)
 	struct Row {
 		int warning, used, status, weight;
 	} rows[] = {{0, 50, SMART_INFO_NORMAL, 0}, {0x08, 50, SMART_INFO_FAIL, 601},
-		    {0x03, 50, SMART_INFO_FAIL, 32}, {0, 100, SMART_INFO_FAIL, 1}};
+		    {0x03, 50, SMART_INFO_FAIL, 32},
+		    {0, 100, SMART_INFO_LIFE_DANGER, 1 + 31}}; // used up: no life left is danger
 	root.write(SMART_ACTION_LOG, "");
 	for (const Row &r : rows) {
 		node("nvme0n1", R"({"protocol":"nvme","model":"WD Red SN700 500GB","serial":"22514D800394","nvme":{"vid":5559,
