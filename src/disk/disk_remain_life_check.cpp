@@ -17,6 +17,7 @@
 #include <vexohw/disk_status.h>
 #include <vexohw/frame.h>
 #include <vexohw/remain_life.h>
+#include <vexohw/smart_serial.h>
 #include <vexohw/smartctl.h>
 #include <vexoplatform/logdb.h>
 #include <vexoplatform/sysnotify.h>
@@ -176,7 +177,9 @@ try {
 		return -1;
 	}
 	char model[128] = {}, host[128] = {}, diskId[512] = {};
-	if (VEXODiskGetStrValueCacheFile(path, "model", model, sizeof(model)) != 0) {
+	// The model the kernel shows when the cache has none yet.
+	if (VEXODiskGetStrValueCacheFile(path, "model", model, sizeof(model)) != 0 &&
+	    VEXOLnxDiskGetModel(path, model, sizeof(model)) != 0) {
 		vlog(LOG_ERR, "%s:%d Failed to get disk model from cache", VEXO_AT);
 		return -1;
 	}
@@ -266,12 +269,35 @@ try {
 	if (life == -1)
 		return 0;
 	char serial[128] = {};
-	if (VEXODiskGetStrValueCacheFile(path, "ui_serial", serial, sizeof(serial)) != 0)
+	// The cache holds it once the disk was listed; before that the serial
+	// shown to users comes from the drive, which is awake by now.
+	if (VEXODiskGetStrValueCacheFile(path, "ui_serial", serial, sizeof(serial)) != 0 &&
+	    VEXODiskGetSerialForUi(path, serial, sizeof(serial)) != 0) {
+		serial[0] = '\0';
 		vlog(LOG_ERR, "%s:%d Failed to get serial for %s", VEXO_AT, path);
+	}
+	// A check that fails after the NVMe memory took the new life forgets
+	// it, so that the next check tries again.
+	bool remembered = false;
+	struct Forget {
+		const bool &on;
+		const char *serial;
+		bool failed = true;
+		~Forget()
+		{
+			if (on && failed)
+				VLIBCFileRemoveKey(kNvmeLives, serial);
+		}
+	} forget{remembered, serial};
+	auto done = [&forget] {
+		forget.failed = false;
+		return 0;
+	};
 	if (VEXODiskScsiProtocolGet(path) == VEXO_DISK_PROTOCOL_NVME) {
 		int need = VEXONVMeRemainingLifeNeedCheck(serial, life);
+		remembered = need == 1;
 		if (need == 0)
-			return 0;
+			return done();
 		if (need < 0 && life > 1) {
 			vlog(LOG_ERR, "%s:%d Failed to check nvme status", VEXO_AT);
 			return -1;
@@ -298,19 +324,19 @@ try {
 		return -1;
 	}
 	if (!action.notify_lifetime)
-		return 0;
+		return done();
 	// Below the mail threshold every new figure is news; above it, one mail
 	// when the life reaches the user's threshold, and another only when that
 	// threshold was set below the figure last warned about.
 	bool send = belowMail == 1 ? (found == 0 || last != life)
 				   : (life <= thr && (found == 0 || thr < last));
 	if (!send)
-		return 0;
+		return done();
 	if (VEXORemainLifeWarnMailSend(path, serial, std::to_string(life).c_str(), 0, 0) != 0) {
 		vlog(LOG_ERR, "%s:%d Failed to send remain life in percent mail", VEXO_AT);
 		return -1;
 	}
-	return 0;
+	return done();
 }
 VEXO_C_CATCH(-1)
 
