@@ -124,15 +124,25 @@ echo
 # 2 under its serial; the disk is pulled and put into empty bay 7, and its
 # element, with its counters, follows it
 echo "# the disk overview: a disk moved to another bay keeps its counters"
+# its health history, one entry a month, is kept in the same element: two
+# months recorded before (the clock moved back with VEXO_CLOCK_OFFSET), this
+# one after the errors
+for back in 5356800 2678400; do
+	export VEXO_CLOCK_OFFSET=-$back
+	run history record sdb
+done
+unset VEXO_CLOCK_OFFSET
 build/bin/vexosim raise "$root" sdb unc 2
 build/bin/vexosim raise "$root" sdb icrc
 run counters sdb
+run history record sdb
 build/bin/vexosim pull "$root" 2
 build/bin/vexosim plug "$root" 7 WWZ4K3LM
 # the platform daemon renews its disk snapshot after a hot-plug; with a disk
 # asleep it asks none of them (the internal disks hibernate together)
 run snapshot write --all-hibernating
 run counters sdg
+run history sdg
 run status sdg
 echo "\$ grep -A3 SN_WWZ4K3LM /var/log/disk_overview.xml"
 grep -A3 SN_WWZ4K3LM "$root/var/log/disk_overview.xml"
@@ -185,3 +195,12 @@ run db status
 run db update
 run db status --local
 run compat --all
+echo
+# remaining life: each disk's life and the answers given about it (a
+# sleeping disk is not asked); with a user threshold of 97 % the first check
+# of nvme0n1 spools a warning mail, the second, at the same life, none
+echo "# remaining life and its warning mail"
+run life --all
+printf 'remain_life_thr_enable="yes"\nremain_life_thr_value="97"\n' >>"$root/etc/vexoinfo.conf"
+run life check nvme0n1
+run life check nvme0n1
