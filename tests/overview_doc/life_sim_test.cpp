@@ -3,9 +3,8 @@
 // the health history written month by month and read back.
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
+#include <set>
 #include <regex>
-#include <sstream>
 #include <syslog.h>
 #include <vexohw/disk_status.h>
 #include <vexohw/ext.h>
@@ -59,26 +58,17 @@ protected:
 		root.conf("/etc.defaults/vexoinfo.conf", d);
 		root.conf("/etc/vexoinfo.conf", user);
 	}
-	void notify(bool on)
-	{
-		root.write("/run/vexostorage/disks/sda/compatibility_action",
-			   std::string("{\"notify_lifetime\":") + (on ? "true}" : "false}"));
-	}
+	void notify(bool on) { root.write("/run/vexostorage/disks/sda/compatibility_action", on ? "{}" : R"({"notify_lifetime":false})"); }
 	// The notifications spooled, oldest first, each as its text.
 	std::vector<std::string> mails() const
 	{
-		std::vector<std::string> names, out;
+		std::set<std::string> names;
 		std::error_code ec;
 		for (const auto &e : std::filesystem::directory_iterator(root.host("/var/spool/vexonotify"), ec))
-			if (e.path().extension() == ".ntf")
-				names.push_back(e.path().string());
-		std::sort(names.begin(), names.end());
-		for (const auto &n : names) {
-			std::ifstream in(n);
-			std::stringstream s;
-			s << in.rdbuf();
-			out.push_back(s.str());
-		}
+			names.insert(e.path().filename().string());
+		std::vector<std::string> out;
+		for (const auto &n : names)
+			out.push_back(root.read("/var/spool/vexonotify/" + n));
 		return out;
 	}
 };
@@ -136,10 +126,17 @@ TEST_F(Life, ThresholdsAndDanger)
 	EXPECT_EQ(life, 20);
 	EXPECT_STREQ(attr, "SSD_Life_Left");
 	EXPECT_EQ(VEXODiskIsBelowLifeThr("/dev/sda", nullptr, nullptr), 1);
-	EXPECT_EQ(VEXODiskIsBelowLifeShowThr("/dev/sda"), 0);
 	EXPECT_EQ(VEXODiskIsLifeDanger("/dev/sda"), 0);
 	EXPECT_EQ(VEXODiskIsSupportBadSector("/dev/sda"), 1);
-	EXPECT_EQ(VEXODiskIsBelowLifeThrCache("/dev/sda"), -1); // nothing cached yet
+
+	// NVMe: a life is checked once per figure and serial.
+	struct Nvme {
+		const char *serial;
+		int life, answer;
+	} nvmes[] = {{"S1", 50, 1}, {"S1", 50, 0}, {"S1", 49, 1}, {"S2", 49, 1}, {"S1", 49, 0},
+		     {"", 5, -1},   {"A=B", 5, -1}, {"A\nB", 5, -1}};
+	for (const Nvme &c : nvmes)
+		EXPECT_EQ(VEXONVMeRemainingLifeNeedCheck(c.serial, c.life), c.answer) << c.serial << " " << c.life;
 }
 
 TEST_F(Life, WarningMailGoesOutOncePerFigure)
@@ -216,17 +213,6 @@ TEST_F(Life, WarningMailGoesOutOncePerFigure)
 	EXPECT_EQ(VEXODiskRemainLifeLastLogGet("Z' OR '1'='1", &last), 0);
 	EXPECT_EQ(last, -1);
 	EXPECT_EQ(VEXODiskRemainLifeLastLogGet("ZL2K4T7C", &last), 1);
-}
-
-TEST_F(Life, NvmeLifeIsCheckedOncePerFigure)
-{
-	struct Case {
-		const char *serial;
-		int life, answer;
-	} cases[] = {{"S1", 50, 1}, {"S1", 50, 0}, {"S1", 49, 1}, {"S2", 49, 1}, {"S1", 49, 0},
-		     {"", 5, -1},   {"A=B", 5, -1}, {"A\nB", 5, -1}};
-	for (const Case &c : cases)
-		EXPECT_EQ(VEXONVMeRemainingLifeNeedCheck(c.serial, c.life), c.answer) << c.serial << " " << c.life;
 }
 
 TEST_F(Life, HistoryRecordedMonthByMonth)
