@@ -129,6 +129,13 @@ TEST_F(Life, ThresholdsAndDanger)
 	EXPECT_EQ(VEXODiskIsLifeDanger("/dev/sda"), 0);
 	EXPECT_EQ(VEXODiskIsSupportBadSector("/dev/sda"), 1);
 
+	// The bundle's month warning: off, and 1 month, unless set.
+	int months = 0;
+	EXPECT_EQ(VEXOSSDBundleMonthLeftWarnEnableGet() + VEXOSSDBundleMonthLeftThresGet(&months) + months, 1);
+	settings("10", "3", {{"ssd_bundle_month_left_warn_enable", "yes"}, {"ssd_bundle_month_left_thr_value", "121"}});
+	EXPECT_EQ(VEXOSSDBundleMonthLeftWarnEnableGet(), 1);
+	EXPECT_EQ(VEXOSSDBundleMonthLeftThresGet(&months), -1); // above ten years
+
 	// NVMe: a life is checked once per figure and serial.
 	struct Nvme {
 		const char *serial;
