@@ -2,6 +2,7 @@
 // on the interposer: outcomes per drive, the budget, two runs at once and a
 // run killed half way.
 #include <chrono>
+#include <algorithm>
 #include <map>
 #include <csignal>
 #include <sys/wait.h>
@@ -342,19 +343,14 @@ TEST_F(UpgradeRun, DownloadByDatabase)
 	for (const char *f : {"sc61.bin", "sc61.bin.FW_INFO"})
 		root.remove(std::string(kFwDir) + f);
 	Serve serve(root);
-	serve.put("/ssd/v1/getUpdate/VEXO HAT5300-8T.json", "[{\"size_in_bytes\":" + std::to_string(root.read("/srv/vexosim/fw/sc61.sa").size()) +
-							 ",\"file\":\"" VEXO_FIRMWARE_SERVER_DEFAULT "/fw/sc61.sa\"}]");
-	auto fetched = [&] {
-		int n = 0;
-		for (const auto &l : lines(root.exists("/run/vexosim/serve.log") ? root.read("/run/vexosim/serve.log") : ""))
-			n += l.find("/fw/sc61.sa") != std::string::npos;
-		return n;
+	const std::string size = std::to_string(root.read("/srv/vexosim/fw/sc61.sa").size());
+	serve.put("/ssd/v1/getUpdate/VEXO HAT5300-8T.json",
+		  "[{\"size_in_bytes\":" + size + ",\"file\":\"" VEXO_FIRMWARE_SERVER_DEFAULT "/fw/sc61.sa\"}]");
+	auto fetched = [&] { // archive requests the server received
+		const auto l = lines(root.exists("/run/vexosim/serve.log") ? root.read("/run/vexosim/serve.log") : "");
+		return std::count_if(l.begin(), l.end(), [](const std::string &x) { return x.find("/fw/sc61.sa") != std::string::npos; });
 	};
-	const struct {
-		const char *what;
-		bool curlTool, removeFirst;
-		int flag, ret, fetches, error;
-	} steps[] = {
+	const struct { const char *what; bool curlTool, removeFirst; int flag, ret, fetches, error; } steps[] = {
 		{"fetch", false, false, 0, 0, 1, 0},
 		{"on the box already", false, false, 0, 0, 0, 0},
 		{"again when asked", false, false, VEXO_FW_DOWNLOAD_AGAIN, 0, 1, 0},
@@ -365,7 +361,8 @@ TEST_F(UpgradeRun, DownloadByDatabase)
 	for (const auto &st : steps) {
 		SCOPED_TRACE(st.what);
 		if (st.curlTool)
-			root.write("/etc.defaults/vexoinfo.conf", root.read("/etc.defaults/vexoinfo.conf") + "firmware_download_by_external_curl=\"yes\"\n");
+			root.write("/etc.defaults/vexoinfo.conf",
+				   root.read("/etc.defaults/vexoinfo.conf") + "firmware_download_by_external_curl=\"yes\"\n");
 		if (st.removeFirst)
 			root.remove(std::string(kFwDir) + "sc61.bin");
 		serve.misbehave(st.error == 0x9A00 ? "/fw/ cut\n" : "");
@@ -407,23 +404,19 @@ TEST_F(UpgradeRun, ResultRecordNamesTheDisk)
 	LogCapture log;
 	makerBox();
 	root.write("/run/vexostorage/disks/sda/model", "VEXO HAT5300-8T");
-	const struct {
-		int status;
-		const char *record;
-	} cases[] = {{2, "80|ZL2K4T7C|VEXO HAT5300-8T|/dev/sda|VX1222 disk 1 SC60 SC61"},
-		     {-4, "81|ZL2K4T7C|VEXO HAT5300-8T|/dev/sda|VX1222 disk 1 SC60 SC61"},
-		     {2, "80|ZL2K4T7C|VEXO HAT5300-8T|/dev/sda|disk 1 SC60 SC61"}};
-	for (const auto &c : cases) {
-		if (&c == &cases[2])
+	const std::pair<int, const char *> cases[] = {{2, "80|ZL2K4T7C|VEXO HAT5300-8T|/dev/sda|VX1222 disk 1 SC60 SC61"},
+						      {-4, "81|ZL2K4T7C|VEXO HAT5300-8T|/dev/sda|disk 1 SC60 SC61"}};
+	for (const auto &[status, record] : cases) {
+		if (status != 2) // the product name gone: where the disk stands cannot be told
 			root.conf("/etc.defaults/vexoinfo.conf", {{"support_disk_compatibility", "yes"}});
 		root.remove(VEXODB_DISK_LOG_PATH);
-		DB_FW_UPGRADE_CONFIG cfg{"ZL2K4T7C", "/dev/sda", "SC60", "SC61", "sc61.bin", nullptr, 0, c.status, 0, 0, 0, nullptr};
+		DB_FW_UPGRADE_CONFIG cfg{"ZL2K4T7C", "/dev/sda", "SC60", "SC61", "sc61.bin", nullptr, 0, status, 0, 0, 0, nullptr};
 		ASSERT_EQ(VEXODriveBundleFWUpgradeConfigSet(kPlan, &cfg), 0);
 		EXPECT_EQ(VEXODriveBundleFWupgradeLogUpgradeResults(kPlan), 0) << log.dump();
 		VEXODB *db = VEXODBConnect(VEXODB_DISK_LOG_PATH, 0);
 		VEXODB_RESULT *r = VEXODBSelect(db, "SELECT msg||'|'||serial||'|'||model||'|'||path||'|'||info AS t FROM logs");
 		ASSERT_EQ(VEXODBFetchRow(r), 1);
-		EXPECT_STREQ(VEXODBFetchField(r, "t"), c.record);
+		EXPECT_STREQ(VEXODBFetchField(r, "t"), record);
 		EXPECT_EQ(VEXODBFetchRow(r), 0);
 		VEXODBFreeResult(r);
 		VEXODBClose(db);
