@@ -178,8 +178,12 @@ try {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
+	// Every disk the box may hold a drive of its maker in: bays, units, M.2
+	// and system devices. The snapshot answers only a real filter.
+	const int32_t mask = DISK_CONTAINER_MASK_ALL_SYS;
+	DiskEnumFilter filter{&mask};
 	DiskListNode *disks = nullptr;
-	if (DiskInfoEnum(nullptr, &disks) < 0) {
+	if (DiskInfoEnum(&filter, &disks) < 0) {
 		vlog(LOG_ERR, "%s:%d Failed to enum drive paths", VEXO_AT);
 		return -1;
 	}
