@@ -204,3 +204,19 @@ run life --all
 printf 'remain_life_thr_enable="yes"\nremain_life_thr_value="97"\n' >>"$root/etc/vexoinfo.conf"
 run life check nvme0n1
 run life check nvme0n1
+
+# firmware by the database: the maker's NVMe drive runs VN0230, which its
+# database holds broken, and VN0310 is published; what the database names is
+# fetched (here with Debian's curl, trusting the box's CA) and stored
+echo "# drive firmware the database asks for, fetched with curl"
+fw="$root/tmp/nm410kit/firmware"
+mkdir -p "$fw"
+printf 'model=VEXO NM410 400GB\nfirmware=VN0310\n' >"$fw/VEXO_NM410_VN0310.bin"
+truncate -s 4096 "$fw/VEXO_NM410_VN0310.bin"
+printf 'md5sum="%s"\nmodel="VEXO NM410 400GB"\nfirmware="VN0310"\nbuild_number="310"\n' \
+	"$(md5sum <"$fw/VEXO_NM410_VN0310.bin" | cut -c1-32)" >"$fw/VEXO_NM410_VN0310.bin.FW_INFO"
+build/bin/vexosim pack pack 7 "$root/run/vexosim/archive-keys/7.key" "$root/srv/vexosim/fw/nm410.sa" "$fw"
+printf '[{"size_in_bytes":%s,"file":"https://fwupdate.vexo.example/fw/nm410.sa"}]\n' \
+	"$(stat -c %s "$root/srv/vexosim/fw/nm410.sa")" >"$root/srv/vexosim/ssd/v1/getUpdate/VEXO NM410 400GB.json"
+printf 'firmware_download_by_external_curl="yes"\n' >>"$root/etc.defaults/vexoinfo.conf"
+run firmware download

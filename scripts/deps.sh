@@ -6,7 +6,7 @@ PACKAGES="build-essential cmake ninja-build pkg-config binutils python3
 libgtest-dev libgmock-dev libbenchmark-dev
 libjson-c-dev libjsoncpp-dev libxml2-dev libsqlite3-dev libcurl4-openssl-dev libarchive-dev libssl-dev
 clang clang-tidy libclang-rt-14-dev util-linux
-smartmontools hdparm nvme-cli sg3-utils"
+smartmontools hdparm nvme-cli sg3-utils curl"
 [ $# -gt 0 ] && PACKAGES="$PACKAGES $*"
 missing=""
 for p in $PACKAGES; do

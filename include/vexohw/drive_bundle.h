@@ -169,7 +169,12 @@ VEXO_API int VEXODriveBundleFWUpgradeConfigGenToFileByDB(const char *path);
 /* Appends the device paths of the present drives of the maker to *list
    (allocated by the caller). The count, or -1. */
 VEXO_API int VEXODriveBundleDiskEnum(PVLIBSZLIST *list);
-/* Logs one line per drive of the plan. 0 or -1. */
+/* Records each drive's outcome in the system log ("disk" events 80 upgraded,
+   81 failed: model, the plan's id as serial, and as details where the disk
+   stands (VEXODiskLocateHostGet), its mail identity (DiskIdToMailString),
+   the firmware before and the one wanted), and one log line. What of the
+   disk's name cannot be had is logged and left empty. 0, or -1 when the
+   plan cannot be read or a record cannot be written. */
 VEXO_API int VEXODriveBundleFWupgradeLogUpgradeResults(const char *configPath);
 
 /* ---- Firmware from the server ---------------------------------------------- */
@@ -187,6 +192,28 @@ VEXO_API int VEXODriveBundleFWSADownload(const char *model, int latest, int vers
 /* Verifies and unpacks a firmware archive, then moves each binary and its
    .FW_INFO into the firmware folder. 0 or -1. */
 VEXO_API int VEXODriveBundleFWSAExtract(const char *archive);
+/* flag of VEXODriveBundleFWDownloadByDB: fetch again even what the
+   firmware folder already holds whole. */
+#define VEXO_FW_DOWNLOAD_AGAIN 1
+/* Fetches and stores the firmware the present drives of the maker need:
+   for each drive the database of its holder in databaseDirectory (NULL:
+   the live folder, VEXO_COMPAT_DB_DIR) decides its firmware status; a
+   status of "new_firm_available" or "update_firm" names a firmware by model
+   and build number, fetched once per model and build into
+   <rootPrefix>/var/lib/drive-bundle/fw-tmp/ (rootPrefix NULL or "" for
+   none), unpacked into the firmware folder, and then the archive is
+   removed. A binary already there and whole is not fetched again unless
+   flag has VEXO_FW_DOWNLOAD_AGAIN. An archive that does not hold the
+   binary the database names is a failure. 0 when everything needed is on
+   the box, -1 when any failed (core error of the last failure; 0x1100: the
+   server could not be reached). */
+VEXO_API int VEXODriveBundleFWDownloadByDB(const char *rootPrefix, const char *databaseDirectory, int flag);
+/* The same search against the databases in
+   /var/lib/drive-bundle/diskaction/, without a transfer: *needed the
+   number of drives whose firmware status names a newer firmware, *ready
+   how many of them have that binary whole in the firmware folder (a
+   plan can be made for those). 0 or -1. */
+VEXO_API int VEXODriveBundleFWupgradeUpgradeNeededGetByDB(int *needed, int *ready);
 /* Stores the firmware of an offline kit (kitDir/firmware/firmware.json: an
    object, or a list of objects, with "model" and "file", the archive beside
    it) for the models present in the box. 0, or -1 when any failed. */
@@ -199,6 +226,20 @@ VEXO_API int VEXOOnlineDBCheck(void);
 /* 1 both servers answer; 0 every failure was the network's (core error
    0x1100); -1 otherwise. */
 VEXO_API int VEXOOnlineDBAndFWCheck(void);
+
+/* ---- Extension (VEXOHW_EXT_0) ---------------------------------------------- */
+
+/* One binary of the firmware folder, as its .FW_INFO names it. */
+typedef struct VEXOFirmwareBinary {
+	char file[64];     /* the binary's name in the firmware folder */
+	char model[128];   /* "model" */
+	char firmware[64]; /* "firmware": the revision it holds */
+	int32_t build;     /* "build_number", 0 when absent */
+} VEXOFirmwareBinary;
+/* The firmware folder's index: the binaries whose .FW_INFO names a model
+   and a firmware, by file name; the first max of them into out (null when
+   max is 0). The number of binaries, which may exceed max, or -1. */
+VEXO_API int VEXOExtDriveBundleFirmwareIndexGet(VEXOFirmwareBinary *out, int max);
 
 VEXO_END_DECLS
 

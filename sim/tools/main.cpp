@@ -124,7 +124,7 @@ int main(int argc, char **argv)
 		}
 	}
 	std::fprintf(stderr, "usage: vexosim-tools TOOL [ARG...]\n       TOOL: vexostorage, dhm_tool, smartctl, "
-			     "hdparm, nvme, sg_raw, sg_sat_identify, sg_logs,\n"
+			     "hdparm, nvme, sg_raw, sg_sat_identify, sg_logs, curl,\n"
 			     "             vexowebapi, md5sum, vexo_smart_test, vexo_vcemd_connector, vexo_drive_bundle\n");
 	return 2;
 }

@@ -1,4 +1,4 @@
-// The distribution's drive tools and the appliance paths the library runs
+// The distribution's drive tools (and its curl, for firmware transfers) and the appliance paths the library runs
 // them by. vexosim build links each appliance path to vexosim-tools, which
 // hands over to the program under the interposer.
 #pragma once
@@ -18,6 +18,7 @@ inline constexpr RealTool kRealTools[] = {
 	{"sg_raw", "/usr/bin/sg_raw", {"/usr/vexo/bin/sg_raw", nullptr}},
 	{"sg_sat_identify", "/usr/bin/sg_sat_identify", {"/usr/vexo/bin/sg_sat_identify", nullptr}},
 	{"sg_logs", "/usr/bin/sg_logs", {"/usr/vexo/sbin/sg_logs", nullptr}},
+	{"curl", "/usr/bin/curl", {"/bin/curl", nullptr}},
 };
 
 // The interposer's file name, beside vexosim-tools in the root.

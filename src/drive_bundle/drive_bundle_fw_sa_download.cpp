@@ -16,7 +16,9 @@
 
 #include "drive_bundle/drive_bundle_private.h"
 #include "frame/err.h"
+#include "frame/exec.h"
 #include "frame/jsonc.h"
+#include "frame/net.h"
 #include "frame/priv.h"
 #include "frame/sysroot.h"
 
@@ -33,6 +35,54 @@ bool insecure()
 	return VLIBCFileGetKeyValue("/etc.defaults/vexoinfo.conf", "firmware_download_ignore_verification", v, sizeof(v),
 				    0) > 0 &&
 	       std::strcmp(v, "yes") == 0;
+}
+
+// The transfer goes to the distribution's curl instead of the library's own
+// client when the appliance says so: a separate process that the box's
+// tools can watch and stop, with its own connect timeout.
+bool byCurlTool()
+{
+	char v[16] = "";
+	return VLIBCFileGetKeyValue("/etc.defaults/vexoinfo.conf", "firmware_download_by_external_curl", v, sizeof(v),
+				    0) > 0 &&
+	       std::strcmp(v, "yes") == 0;
+}
+
+// curl's exit codes for a host or proxy it could not resolve and for a
+// timeout: the server is out of reach, as the library's client tells it.
+bool curlUnreachable(int status) { return status == 5 || status == 6 || status == 28; }
+
+// /bin/curl --connect-timeout T -o TARGET -L -sS URL, its error output
+// logged line by line. The CA the box is told to trust, or no check at all
+// when verification is off, goes on the vector too.
+int curlTool(const std::string &url, const char *target, bool insecureTls)
+{
+	char timeout[32] = "60";
+	DBGetFWDownloadTimeout(timeout, sizeof(timeout));
+	std::vector<std::string> argv = {"/bin/curl", "--connect-timeout", timeout, "-o",
+					 vexo::sysroot::path(target), "-L", "-sS"};
+	if (insecureTls)
+		argv.emplace_back("-k");
+	else if (std::string ca = vexo::net::caBundle(); !ca.empty())
+		argv.insert(argv.end(), {"--cacert", ca});
+	argv.push_back(vexo::net::effectiveUrl(url));
+	vexo::exec::Options o;
+	o.captureStdout = false;
+	o.captureStderr = true;
+	const vexo::exec::Result r = vexo::exec::run(argv, o);
+	for (std::size_t b = 0; b < r.err.size();) {
+		std::size_t e = r.err.find('\n', b);
+		if (e == std::string::npos)
+			e = r.err.size();
+		if (e > b)
+			vlog(LOG_ERR, "%s:%d %s", VEXO_AT, r.err.substr(b, e - b).c_str());
+		b = e + 1;
+	}
+	if (r.status() == 0)
+		return 0;
+	vlog(LOG_ERR, "%s:%d Failed to curl %s", VEXO_AT, url.c_str());
+	VEXO_ERR(r.started && curlUnreachable(r.status()) ? VEXO_ERR_NET : 0x9A00);
+	return -1;
 }
 
 bool baseUrl(std::string &out)
@@ -177,11 +227,16 @@ try {
 	if (!file)
 		return fail("%s:%d Failed to get firmware URL from json");
 	const std::string url(*file);
-	if (VEXODiskMiscCurlToFile(url.c_str(), targetPath, insecure() ? 1 : 0) != 0) {
-		if (VLIBCErrGet() != VEXO_ERR_NET) {
-			vlog(LOG_ERR, "%s:%d Failed to get file from %s", VEXO_AT, url.c_str());
-			VEXO_ERR(0x9A00);
-		}
+	const bool tls = !insecure();
+	int got = 0;
+	if (byCurlTool()) {
+		got = curlTool(url, targetPath, !tls);
+	} else if ((got = VEXODiskMiscCurlToFile(url.c_str(), targetPath, tls ? 0 : 1)) != 0 &&
+		   VLIBCErrGet() != VEXO_ERR_NET) {
+		vlog(LOG_ERR, "%s:%d Failed to get file from %s", VEXO_AT, url.c_str());
+		VEXO_ERR(0x9A00);
+	}
+	if (got != 0) {
 		vlog(LOG_ERR, "%s:%d Failed to download fw to %s", VEXO_AT, targetPath);
 		return -1;
 	}

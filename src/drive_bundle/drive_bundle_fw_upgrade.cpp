@@ -14,6 +14,8 @@
 #include <unistd.h>
 #include <vector>
 #include <vexohw/compat_cache.h>
+#include <vexohw/disk.h>
+#include <vexohw/disk_port.h>
 #include <vexohw/drive_bundle.h>
 #include <vexohw/fw_status.h>
 #include <vexohw/disk_probe.h>
@@ -21,6 +23,7 @@
 #include <vexohw/misc.h>
 #include <vexohw/smart_serial.h>
 #include <vexohw/smartctl.h>
+#include <vexoplatform/logdb.h>
 
 #include "disk/disk_model_whole.h"
 #include "drive_bundle/drive_bundle_private.h"
@@ -42,6 +45,9 @@ constexpr const char *kHdparm = "/usr/bin/hdparm";
 constexpr const char *kNvme = "/usr/sbin/nvme";
 constexpr const char *kResultLog = "/var/lib/drive-bundle/fw-upgrade/result.log";
 constexpr int kAttempts = 4;
+// The system log's events of a drive's firmware upgrade.
+constexpr int kEventFirmwareUpgraded = 80;
+constexpr int kEventFirmwareUpgradeFailed = 81;
 constexpr int kDefaultTimeout = 600;
 // What a child may take beyond its own budget before the run stops it.
 constexpr int kGraceSeconds = 10;
@@ -134,6 +140,36 @@ void appendResult(const DB_FW_UPGRADE_CONFIG &c, const char *model)
 	vexo::UniqueFd fd(vexo::sysroot::open(kResultLog, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
 	if (fd.get() < 0 || VLIBCWrite(fd.get(), line, static_cast<std::size_t>(n)) != n)
 		vlog(LOG_ERR, "%s:%d Failed to write %s. errno=%m", VEXO_AT, kResultLog);
+}
+
+// One drive's outcome in the system log, named as the user knows the disk:
+// its model, where it stands and its mail identity. What cannot be had is
+// logged and left empty: the outcome itself is never dropped. false when
+// the record cannot be written.
+bool recordResult(const DB_FW_UPGRADE_CONFIG &c)
+{
+	std::string model;
+	if (!diskCacheGet(c.drive_path, "model", model))
+		vlog(LOG_ERR, "%s:%d Failed to get %s of %s in disk cache", VEXO_AT, "model", c.drive_path);
+	DiskId id{};
+	char mailId[256] = "", host[128] = "";
+	if (DiskPathParse(c.drive_path, &id) != 0 || DiskIdToMailString(&id, mailId, sizeof(mailId)) != 0) {
+		vlog(LOG_ERR, "%s:%d Failed to get disk ID of %s", VEXO_AT, c.drive_path);
+		mailId[0] = '\0';
+	}
+	if (VEXODiskLocateHostGet(c.drive_path, host, sizeof(host), 0) != 0) {
+		vlog(LOG_ERR, "%s:%d Failed to get located hostname: %s", VEXO_AT, c.drive_path);
+		host[0] = '\0';
+	}
+	const bool ok = c.upgrade_status == VEXO_FW_DRIVE_SUCCESS;
+	vlog(ok ? LOG_INFO : LOG_ERR, "%s:%d Firmware upgrade of %s on %s (%s, %s, %s) from %s to %s: %s", VEXO_AT, mailId,
+	     host, c.drive_path, model.c_str(), c.id, c.firmware, c.available_firmware, ok ? "success" : "failed");
+	if (VLIBLogSetByVA("disk", ok ? kEventFirmwareUpgraded : kEventFirmwareUpgradeFailed, model.c_str(), c.id, host,
+			   mailId, c.firmware, c.available_firmware, c.drive_path, static_cast<const char *>(nullptr)) != 0) {
+		vlog(LOG_ERR, "%s:%d Failed to record the firmware upgrade of %s", VEXO_AT, c.drive_path);
+		return false;
+	}
+	return true;
 }
 
 struct RunOptions {
@@ -508,17 +544,12 @@ try {
 	DB_FW_UPGRADE_CONFIG *list = nullptr;
 	if (VEXODriveBundleFWUpgradeConfigGet(configPath, &list) < 0)
 		return -1;
-	for (DB_FW_UPGRADE_CONFIG *c = list; c; c = c->next) {
-		std::string model;
-		if (!diskCacheGet(c->drive_path, "model", model))
-			vlog(LOG_ERR, "%s:%d Failed to get %s of %s in disk cache", VEXO_AT, "model", c->drive_path);
-		vlog(c->upgrade_status == VEXO_FW_DRIVE_SUCCESS ? LOG_INFO : LOG_ERR,
-		     "%s:%d Firmware upgrade of %s (%s, %s) from %s to %s: %s", VEXO_AT, c->drive_path,
-		     model.empty() ? "unknown model" : model.c_str(), c->id, c->firmware, c->available_firmware,
-		     c->upgrade_status == VEXO_FW_DRIVE_SUCCESS ? "success" : "failed");
-	}
+	int ret = 0;
+	for (DB_FW_UPGRADE_CONFIG *c = list; c; c = c->next)
+		if (!recordResult(*c))
+			ret = -1;
 	VEXODriveBundleFWUpgradeConfigFree(list);
-	return 0;
+	return ret;
 } VEXO_C_CATCH(-1)
 
 } // extern "C"

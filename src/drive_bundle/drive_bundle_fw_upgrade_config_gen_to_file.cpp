@@ -2,6 +2,7 @@
 // folder with another revision than the drive's gets a section; by the
 // database, only drives whose firmware status asks for the suggested one.
 // Also the list of the maker's own drives.
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -25,31 +26,13 @@ using namespace vexo::bundle;
 
 namespace {
 
-struct Binary {
-	std::string file, version;
-	int build = 0;
-};
+using Binary = FirmwareBinary;
 
-// The binaries of the firmware folder by the model their info file names.
 std::multimap<std::string, Binary> binariesByModel()
 {
 	std::multimap<std::string, Binary> out;
-	ListOwner names{VLIBCSzListAlloc(16)};
-	if (!names.l || VLIBCFileEnumDir(VEXO_FW_UPGRADE_DIR, &names.l) <= 0)
-		return out;
-	const std::string suffix = ".FW_INFO";
-	for (int i = 0; i < names.l->nItem; ++i) {
-		std::string n = VLIBCSzListGet(names.l, i);
-		if (n.size() <= suffix.size() || n.compare(n.size() - suffix.size(), suffix.size(), suffix) != 0)
-			continue;
-		std::string info = std::string(VEXO_FW_UPGRADE_DIR) + n;
-		char model[128] = "", version[64] = "", build[16] = "";
-		if (VLIBCFileGetKeyValue(info.c_str(), "model", model, sizeof(model), 0) <= 0 ||
-		    VLIBCFileGetKeyValue(info.c_str(), "firmware", version, sizeof(version), 0) <= 0)
-			continue;
-		VLIBCFileGetKeyValue(info.c_str(), "build_number", build, sizeof(build), 0);
-		out.insert({model, {n.substr(0, n.size() - suffix.size()), version, std::atoi(build)}});
-	}
+	for (auto &b : firmwareIndex())
+		out.insert({b.model, std::move(b)});
 	return out;
 }
 
@@ -124,7 +107,52 @@ int planDrive(const char *path, const char *d, const std::multimap<std::string, 
 
 } // namespace
 
+namespace vexo::bundle {
+
+std::vector<FirmwareBinary> firmwareIndex()
+{
+	std::vector<FirmwareBinary> out;
+	ListOwner names{VLIBCSzListAlloc(16)};
+	if (!names.l || VLIBCFileEnumDir(VEXO_FW_UPGRADE_DIR, &names.l) <= 0)
+		return out;
+	const std::string suffix = ".FW_INFO";
+	for (int i = 0; i < names.l->nItem; ++i) {
+		std::string n = VLIBCSzListGet(names.l, i);
+		if (n.size() <= suffix.size() || n.compare(n.size() - suffix.size(), suffix.size(), suffix) != 0)
+			continue;
+		std::string info = std::string(VEXO_FW_UPGRADE_DIR) + n;
+		char model[128] = "", version[64] = "", build[16] = "";
+		if (VLIBCFileGetKeyValue(info.c_str(), "model", model, sizeof(model), 0) <= 0 ||
+		    VLIBCFileGetKeyValue(info.c_str(), "firmware", version, sizeof(version), 0) <= 0)
+			continue;
+		VLIBCFileGetKeyValue(info.c_str(), "build_number", build, sizeof(build), 0);
+		out.push_back({n.substr(0, n.size() - suffix.size()), model, version, std::atoi(build)});
+	}
+	std::sort(out.begin(), out.end(), [](const auto &a, const auto &b) { return a.file < b.file; });
+	return out;
+}
+
+} // namespace vexo::bundle
+
 extern "C" {
+
+VEXO_API int VEXOExtDriveBundleFirmwareIndexGet(VEXOFirmwareBinary *out, int max)
+try {
+	if (max < 0 || (max > 0 && !out)) {
+		VEXO_ERR(VEXO_ERR_BAD_PARAM);
+		return -1;
+	}
+	const auto index = firmwareIndex();
+	for (std::size_t i = 0; i < index.size() && i < static_cast<std::size_t>(max); ++i) {
+		VEXOFirmwareBinary &o = out[i];
+		o = VEXOFirmwareBinary{};
+		std::snprintf(o.file, sizeof(o.file), "%s", index[i].file.c_str());
+		std::snprintf(o.model, sizeof(o.model), "%s", index[i].model.c_str());
+		std::snprintf(o.firmware, sizeof(o.firmware), "%s", index[i].version.c_str());
+		o.build = index[i].build;
+	}
+	return static_cast<int>(index.size());
+} VEXO_C_CATCH(-1)
 
 VEXO_API int VEXODriveBundleFWUpgradeConfigGenToFile(const char *path, PVLIBSZLIST drives)
 try {
@@ -150,8 +178,12 @@ try {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
+	// Every disk the box may hold a drive of its maker in: bays, units, M.2
+	// and system devices. The snapshot answers only a real filter.
+	const int32_t mask = DISK_CONTAINER_MASK_ALL_SYS;
+	DiskEnumFilter filter{&mask};
 	DiskListNode *disks = nullptr;
-	if (DiskInfoEnum(nullptr, &disks) < 0) {
+	if (DiskInfoEnum(&filter, &disks) < 0) {
 		vlog(LOG_ERR, "%s:%d Failed to enum drive paths", VEXO_AT);
 		return -1;
 	}

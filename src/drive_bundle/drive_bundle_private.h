@@ -4,6 +4,7 @@
 
 #include <string>
 #include <unistd.h>
+#include <vector>
 #include <vexohw/drive_bundle.h>
 #include <vexoplatform/vexocore.h>
 
@@ -61,6 +62,15 @@ bool diskCacheGet(const char *path, const char *key, std::string &value);
 std::string pidFileOf(const std::string &name);
 // The plan the flag file or link points to, "" when none.
 std::string sourcePath(const char *flagOrLink, bool link);
+
+// One binary of the firmware folder, as its .FW_INFO names it.
+struct FirmwareBinary {
+	std::string file, model, version;
+	int build = 0; // "build_number", 0 when absent
+};
+// The firmware folder's index: every binary whose .FW_INFO names a model and
+// a firmware, by file name.
+std::vector<FirmwareBinary> firmwareIndex();
 
 // Owners for the core's lists and hashes.
 struct HashOwner {

@@ -2,6 +2,7 @@
 // on the interposer: outcomes per drive, the budget, two runs at once and a
 // run killed half way.
 #include <chrono>
+#include <algorithm>
 #include <map>
 #include <csignal>
 #include <sys/wait.h>
@@ -9,9 +10,12 @@
 #include <vexohw/compat_cache.h>
 #include <vexohw/drive_bundle.h>
 #include <vexohw/fw_status.h>
+#include <vexohw/misc.h>
 #include <vexohw/smart_serial.h>
+#include <vexoplatform/logdb.h>
 
 #include "frame/clock.h"
+#include "misc/serve.h"
 #include "sim/tools_sim.h"
 #include "support/disk_layout.h"
 
@@ -72,6 +76,38 @@ struct UpgradeRun : ToolsSim {
 		}
 		VEXODriveBundleFWUpgradeConfigFree(list);
 		return out;
+	}
+	// The maker's drive sda at SC60 in bay 1, which its database holds broken
+	// with SC61 published (the server's list is fresh: no visit).
+	void makerBox(std::vector<std::pair<std::string, std::string>> conf = {})
+	{
+		conf.insert(conf.end(), {{"upnpmodelname", "VX1222"}, {"support_disk_compatibility", "yes"}});
+		DiskLayout(root).portMaps("0xff0000", "0x0", "0xff", "", conf);
+		root.conf("/etc.defaults/VERSION", {{"base", "72806"}, {"nano", "3"}});
+		DiskLayout(root).sata("sda", 1);
+		root.write("/sys/block/sda/device/vendor", "ATA     \n");
+		root.write("/sys/block/sda/device/model", "VEXO HAT5300-8T\n");
+		root.write("/sys/block/sda/device/state", "running\n");
+		root.write("/sys/block/sda/queue/rotational", "1\n");
+		root.diskDir("sda");
+		root.write("/run/vexostorage/disks/sda/serial", "ZL2K4T7C");
+		node("sda", kAtaNode);
+		root.write("/var/lib/diskaction/diskaction.xml", "<?xml version=\"1.0\"?>\n<diskaction>\n"
+				   "<disk model=\"VEXO HAT5300-8T\" vendor=\"Vexology\" action=\"0\"/>\n</diskaction>\n");
+		root.mkdirs("/run/lock");
+		root.write("/var/lib/disk-compatibility/host_rule.db",
+			   R"({"rules":[{"property":{"positive":{},"negative":{}},"actions":{"notification":false}}]})");
+		root.write("/var/lib/disk-compatibility/vx1222_host_v7.db", R"({"disk_compatbility_info":{"VEXO HAT5300-8T":{
+ "SC60":{"vos_ver":[],"compatibility_interval":[{"compatibility":"not_support"}],"fw_buildnumber":100,"firm_bin":"sc60.bin"},
+ "SC61":{"vos_ver":[],"compatibility_interval":[{"compatibility":"support"}],"fw_buildnumber":110,"firm_bin":"sc61.bin"}}}})");
+		vexo::clock::setForTest(1764000000, 50000LL * 1000);
+		root.write("/run/vexostorage/.disk_firm_server_visiting_time", "50000");
+		root.write("/run/vexostorage/disk_firm_server_info", R"([{"model":"VEXO HAT5300-8T","fw_buildnumber":110}])");
+	}
+	void TearDown() override
+	{
+		vexo::clock::clearForTest();
+		ToolsSim::TearDown();
 	}
 	std::string firmwareOf(const std::string &name)
 	{
@@ -247,32 +283,10 @@ TEST_F(UpgradeRun, KilledHalfWayThenRebooted)
 TEST_F(UpgradeRun, UpdateStatusRefreshesFirmwareValuesAndVerdict)
 {
 	LogCapture log;
-	DiskLayout(root).portMaps("0xff0000", "0x0", "0xff", "",
-				  {{"upnpmodelname", "VX1222"}, {"support_disk_compatibility", "yes"}});
-	root.conf("/etc.defaults/VERSION", {{"base", "72806"}, {"nano", "3"}});
-	DiskLayout(root).sata("sda", 1);
-	root.write("/sys/block/sda/device/vendor", "ATA     \n");
-	root.write("/sys/block/sda/device/model", "VEXO HAT5300-8T\n");
-	root.write("/sys/block/sda/device/state", "running\n");
-	root.write("/sys/block/sda/queue/rotational", "1\n");
-	root.diskDir("sda");
-	root.write("/run/vexostorage/disks/sda/serial", "ZL2K4T7C");
-	node("sda", kAtaNode);
+	makerBox();
 	drive("sdb", "ata");
 	DiskLayout(root).sata("sdb", 2);
 	root.write("/sys/block/sdb/device/vendor", "ATA     \n");
-	root.write("/var/lib/diskaction/diskaction.xml", "<?xml version=\"1.0\"?>\n<diskaction>\n"
-			   "<disk model=\"VEXO HAT5300-8T\" vendor=\"Vexology\" action=\"0\"/>\n</diskaction>\n");
-	root.mkdirs("/run/lock");
-	root.write("/var/lib/disk-compatibility/host_rule.db",
-		   R"({"rules":[{"property":{"positive":{},"negative":{}},"actions":{"notification":false}}]})");
-	root.write("/var/lib/disk-compatibility/vx1222_host_v7.db", R"({"disk_compatbility_info":{"VEXO HAT5300-8T":{
- "SC60":{"vos_ver":[],"compatibility_interval":[{"compatibility":"not_support"}],"fw_buildnumber":100,"firm_bin":"sc60.bin"},
- "SC61":{"vos_ver":[],"compatibility_interval":[{"compatibility":"support"}],"fw_buildnumber":110,"firm_bin":"sc61.bin"}}}})");
-	// The server's list is fresh: no visit during the test.
-	vexo::clock::setForTest(1764000000, 50000LL * 1000);
-	root.write("/run/vexostorage/.disk_firm_server_visiting_time", "50000");
-	root.write("/run/vexostorage/disk_firm_server_info", R"([{"model":"VEXO HAT5300-8T","fw_buildnumber":110}])");
 	binary("sc61.bin", "VEXO HAT5300-8T", "SC61");
 
 	ASSERT_EQ(VEXOSBDriveFirmInfoCacheUpdImp("/dev/sda", 1, nullptr, nullptr), 0) << log.dump();
@@ -301,6 +315,113 @@ TEST_F(UpgradeRun, UpdateStatusRefreshesFirmwareValuesAndVerdict)
 	ASSERT_EQ(VEXODiskCompatibilityCacheGet("/dev/sda", verdict, sizeof(verdict)), 0);
 	EXPECT_STREQ(verdict, "support");
 	EXPECT_EQ(VEXODriveBundleFWUpgradeConfigGenToFileByDB("/var/lib/drive-bundle/again.conf"), 0);
+}
+
+// Two drives of the maker at SC60 need SC61: the database's choice is
+// fetched once from the box's server, by the library's client and by the
+// distribution's curl (trusting the box's CA), and stored; what is on the
+// box is not fetched again unless asked.
+TEST_F(UpgradeRun, DownloadByDatabase)
+{
+	LogCapture log;
+	makerBox({{"unique", "vexo_x86_vx1222"}, {"group_id", "g1"}, {"serial", "S1"}});
+	DiskLayout(root).sata("sdb", 2);
+	root.write("/sys/block/sdb/device/vendor", "ATA     \n");
+	root.write("/sys/block/sdb/device/model", "VEXO HAT5300-8T\n");
+	root.diskDir("sdb");
+	root.write("/run/vexostorage/disks/sdb/serial", "ZL2K4T7D");
+	node("sdb", kAtaNode);
+	root.symlink(buildDir() + "/bin/vexosim-tools", "/bin/curl");
+	root.write("/var/lib/drive-bundle/diskaction/vx1222_host_v7.db", root.read("/var/lib/disk-compatibility/vx1222_host_v7.db"));
+	// The signed archive of sc61.bin, and the server's offer for the model.
+	ASSERT_EQ(runProgram({buildDir() + "/bin/vexo-archive", "keys", root.root()}), 0);
+	binary("sc61.bin", "VEXO HAT5300-8T", "SC61");
+	root.mkdirs("/srv/vexosim/fw");
+	const std::string image = root.read(std::string(kFwDir) + "sc61.bin");
+	ASSERT_EQ(runProgram({buildDir() + "/bin/vexo-archive", "pack", "7", root.host("/run/vexosim/archive-keys/7.key"),
+			      root.host("/srv/vexosim/fw/sc61.sa"), root.host(kFwDir)}), 0);
+	for (const char *f : {"sc61.bin", "sc61.bin.FW_INFO"})
+		root.remove(std::string(kFwDir) + f);
+	Serve serve(root);
+	const std::string size = std::to_string(root.read("/srv/vexosim/fw/sc61.sa").size());
+	serve.put("/ssd/v1/getUpdate/VEXO HAT5300-8T.json",
+		  "[{\"size_in_bytes\":" + size + ",\"file\":\"" VEXO_FIRMWARE_SERVER_DEFAULT "/fw/sc61.sa\"}]");
+	auto fetched = [&] { // archive requests the server received
+		const auto l = lines(root.exists("/run/vexosim/serve.log") ? root.read("/run/vexosim/serve.log") : "");
+		return std::count_if(l.begin(), l.end(), [](const std::string &x) { return x.find("/fw/sc61.sa") != std::string::npos; });
+	};
+	const struct { const char *what; bool curlTool, removeFirst; int flag, ret, fetches, error; } steps[] = {
+		{"fetch", false, false, 0, 0, 1, 0},
+		{"on the box already", false, false, 0, 0, 0, 0},
+		{"again when asked", false, false, VEXO_FW_DOWNLOAD_AGAIN, 0, 1, 0},
+		{"by curl", true, true, 0, 0, 1, 0},
+		{"curl cut short", false, true, 0, -1, 1, 0x9A00},
+		{"bad flag", false, false, 4, -1, 0, 0x0D00},
+	};
+	for (const auto &st : steps) {
+		SCOPED_TRACE(st.what);
+		if (st.curlTool)
+			root.write("/etc.defaults/vexoinfo.conf",
+				   root.read("/etc.defaults/vexoinfo.conf") + "firmware_download_by_external_curl=\"yes\"\n");
+		if (st.removeFirst)
+			root.remove(std::string(kFwDir) + "sc61.bin");
+		serve.misbehave(st.error == 0x9A00 ? "/fw/ cut\n" : "");
+		const int before = fetched();
+		EXPECT_EQ(VEXODriveBundleFWDownloadByDB(nullptr, "/var/lib/disk-compatibility", st.flag), st.ret) << log.dump();
+		EXPECT_EQ(fetched() - before, st.fetches);
+		if (st.error) {
+			EXPECT_ERR(st.error);
+		} else {
+			EXPECT_EQ(root.read(std::string(kFwDir) + "sc61.bin"), image);
+			EXPECT_FALSE(root.exists("/var/lib/drive-bundle/fw-tmp/VEXO_HAT5300-8T_110.sa"));
+		}
+	}
+	// curl's own words, line by line; the partial archive stays, no binary.
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to curl")) << log.dump();
+	EXPECT_TRUE(log.has(LOG_ERR, "curl: (18)"));
+	EXPECT_FALSE(root.exists(std::string(kFwDir) + "sc61.bin"));
+	EXPECT_TRUE(root.exists("/var/lib/drive-bundle/fw-tmp/VEXO_HAT5300-8T_110.sa"));
+	int needed = -1, ready = -1;
+	ASSERT_EQ(VEXODriveBundleFWupgradeUpgradeNeededGetByDB(&needed, &ready), 0);
+	EXPECT_EQ(needed * 10 + ready, 20);
+	serve.misbehave("");
+	ASSERT_EQ(VEXODriveBundleFWDownloadByDB("/volume1/@tmp", nullptr, 0), 0) << log.dump();
+	EXPECT_TRUE(root.exists("/volume1/@tmp/var/lib/drive-bundle/fw-tmp"));
+	ASSERT_EQ(VEXODriveBundleFWupgradeUpgradeNeededGetByDB(&needed, &ready), 0);
+	EXPECT_EQ(needed * 10 + ready, 22);
+	// The index the tools read: the count even past what fits.
+	VEXOFirmwareBinary index[1] = {};
+	EXPECT_EQ(VEXOExtDriveBundleFirmwareIndexGet(nullptr, 0), 1);
+	EXPECT_EQ(VEXOExtDriveBundleFirmwareIndexGet(nullptr, 1), -1);
+	ASSERT_EQ(VEXOExtDriveBundleFirmwareIndexGet(index, 1), 1);
+	EXPECT_EQ(std::string(index[0].file) + "|" + index[0].model + "|" + index[0].firmware, "sc61.bin|VEXO HAT5300-8T|SC61");
+}
+
+// The result record names the disk as the user knows it: where it stands
+// and its mail identity; without the product name it is still recorded.
+TEST_F(UpgradeRun, ResultRecordNamesTheDisk)
+{
+	LogCapture log;
+	makerBox();
+	root.write("/run/vexostorage/disks/sda/model", "VEXO HAT5300-8T");
+	const std::pair<int, const char *> cases[] = {{2, "80|ZL2K4T7C|VEXO HAT5300-8T|/dev/sda|VX1222 disk 1 SC60 SC61"},
+						      {-4, "81|ZL2K4T7C|VEXO HAT5300-8T|/dev/sda|disk 1 SC60 SC61"}};
+	for (const auto &[status, record] : cases) {
+		if (status != 2) // the product name gone: where the disk stands cannot be told
+			root.conf("/etc.defaults/vexoinfo.conf", {{"support_disk_compatibility", "yes"}});
+		root.remove(VEXODB_DISK_LOG_PATH);
+		DB_FW_UPGRADE_CONFIG cfg{"ZL2K4T7C", "/dev/sda", "SC60", "SC61", "sc61.bin", nullptr, 0, status, 0, 0, 0, nullptr};
+		ASSERT_EQ(VEXODriveBundleFWUpgradeConfigSet(kPlan, &cfg), 0);
+		EXPECT_EQ(VEXODriveBundleFWupgradeLogUpgradeResults(kPlan), 0) << log.dump();
+		VEXODB *db = VEXODBConnect(VEXODB_DISK_LOG_PATH, 0);
+		VEXODB_RESULT *r = VEXODBSelect(db, "SELECT msg||'|'||serial||'|'||model||'|'||path||'|'||info AS t FROM logs");
+		ASSERT_EQ(VEXODBFetchRow(r), 1);
+		EXPECT_STREQ(VEXODBFetchField(r, "t"), record);
+		EXPECT_EQ(VEXODBFetchRow(r), 0);
+		VEXODBFreeResult(r);
+		VEXODBClose(db);
+	}
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to get located hostname: /dev/sda"));
 }
 
 } // namespace

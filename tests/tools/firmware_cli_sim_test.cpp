@@ -48,6 +48,11 @@ TEST(FirmwareCli, PlanRunStatus)
 	ASSERT_EQ(json_object_array_length(drives), 2u);
 	for (size_t i = 0; i < 2; ++i)
 		EXPECT_EQ(text(json_object_array_get_idx(drives, i), "result"), "success");
+	// By the database (the daemon's snapshot answers for the drives): nothing
+	// more to fetch; what is on the box comes from the library's index.
+	Ran dl = box.vexohw({"--json", "firmware", "download"});
+	EXPECT_EQ(dl.status, 0) << dl.err;
+	EXPECT_NE(dl.out.find("\"binary\": \"st.bin\""), std::string::npos) << dl.out;
 	for (const char *d : {"sda", "sdb"}) {
 		std::ifstream in(box.root() + "/dev/" + d);
 		std::string node(std::istreambuf_iterator<char>(in), {});

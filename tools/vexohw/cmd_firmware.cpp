@@ -122,32 +122,25 @@ int firmwareStatus(Context &ctx)
 	return 0;
 }
 
-// The binaries on the box: model -> (file, version).
-struct Binary {
-	std::string file, version;
-	int build = 0;
-};
-
-std::map<std::string, Binary> binaries()
+// The binaries in the firmware folder, as the library indexes them.
+std::vector<VEXOFirmwareBinary> binaries()
 {
-	std::map<std::string, Binary> out;
-	PVLIBSZLIST names = VLIBCSzListAlloc(16);
-	if (names && VLIBCFileEnumDir(VEXO_FW_UPGRADE_DIR, &names) > 0)
-		for (int i = 0; i < names->nItem; ++i) {
-			std::string n = VLIBCSzListGet(names, i);
-			const std::string suffix = ".FW_INFO";
-			if (n.size() <= suffix.size() || n.compare(n.size() - suffix.size(), suffix.size(), suffix) != 0)
-				continue;
-			std::string info = std::string(VEXO_FW_UPGRADE_DIR) + n;
-			char model[128] = "", version[64] = "", build[16] = "";
-			if (VLIBCFileGetKeyValue(info.c_str(), "model", model, sizeof(model), 0) <= 0 ||
-			    VLIBCFileGetKeyValue(info.c_str(), "firmware", version, sizeof(version), 0) <= 0)
-				continue;
-			VLIBCFileGetKeyValue(info.c_str(), "build_number", build, sizeof(build), 0);
-			out[model] = {n.substr(0, n.size() - suffix.size()), version, std::atoi(build)};
-		}
-	VLIBCSzListFree(names);
+	std::vector<VEXOFirmwareBinary> out(16);
+	int n = 0;
+	while ((n = VEXOExtDriveBundleFirmwareIndexGet(out.data(), static_cast<int>(out.size()))) > static_cast<int>(out.size()))
+		out.resize(static_cast<std::size_t>(n));
+	out.resize(n < 0 ? 0 : static_cast<std::size_t>(n));
 	return out;
+}
+
+Value binaryRow(const VEXOFirmwareBinary &b)
+{
+	Value r = Value::object();
+	r.set("model", b.model);
+	r.set("firmware", b.firmware);
+	r.set("build", b.build);
+	r.set("binary", b.file);
+	return r;
 }
 
 int firmwarePlan(Context &ctx)
@@ -248,10 +241,27 @@ int firmwareRun(Context &ctx)
 	return ok && !failed ? 0 : 1;
 }
 
+// Without a model: what the drives' firmware status asks for, by the live
+// database, fetched; then the binaries on the box.
+int firmwareDownloadByDb(Context &ctx)
+{
+	if (VEXODriveBundleFWDownloadByDB(nullptr, nullptr, ctx.has("again") ? VEXO_FW_DOWNLOAD_AGAIN : 0) != 0)
+		return fail("firmware download: not every firmware the drives need could be had (error 0x%04X%s)",
+			    VLIBCErrGet(), VLIBCErrGet() == 0x1100 ? ": the firmware server cannot be reached" : "");
+	Value rows = Value::list();
+	for (const auto &b : binaries())
+		rows.push(binaryRow(b));
+	printTable(ctx, rows, {{"model", "MODEL"}, {"firmware", "FIRMWARE"}, {"build", "BUILD"}, {"binary", "BINARY"}},
+		   "firmware on the box");
+	return 0;
+}
+
 int firmwareDownload(Context &ctx)
 {
+	if (ctx.args.empty())
+		return firmwareDownloadByDb(ctx);
 	if (ctx.args.size() != 1)
-		return fail("usage: firmware download MODEL");
+		return fail("usage: firmware download [MODEL] [--again]");
 	const std::string &model = ctx.args[0];
 	std::string file;
 	for (char c : model)
@@ -267,15 +277,19 @@ int firmwareDownload(Context &ctx)
 	Value r = Value::object();
 	r.set("model", model);
 	r.set("archive", target);
-	auto offered = binaries();
-	auto b = offered.find(model);
-	r.set("binary", b == offered.end() ? Value() : Value(b->second.file));
-	r.set("firmware", b == offered.end() ? Value() : Value(b->second.version));
+	const VEXOFirmwareBinary *best = nullptr;
+	const auto onBox = binaries();
+	for (const auto &b : onBox)
+		if (model == b.model && (!best || b.build > best->build))
+			best = &b;
+	r.set("binary", best ? Value(best->file) : Value());
+	r.set("firmware", best ? Value(best->firmware) : Value());
 	printRecord(ctx, r);
 	return 0;
 }
 
-VEXO_CLI_COMMAND("firmware download", "MODEL", "fetch the latest firmware of a model from the firmware server and store it",
+VEXO_CLI_COMMAND("firmware download", "[MODEL] [--again]",
+		 "fetch the latest firmware of a model, or (no model) what the drives' firmware status asks for, and store it",
 		 firmwareDownload, {});
 VEXO_CLI_COMMAND("firmware status", "", "upgrade state, the plan in force and each drive's result", firmwareStatus, {});
 VEXO_CLI_COMMAND("firmware plan", "[DISK...]", "plan the drives whose model has a newer binary on the box, and book the run",
