@@ -76,6 +76,9 @@ void fanFiles(const Box &box, Tree &tree)
 {
 	(void)box;
 	tree.file("/usr/vexo/etc.defaults/vcemd.xml", kVcemdXml);
+	// Where the fan loop publishes the disk warning temperature, under its lock.
+	tree.dir("/var/lock");
+	tree.dir("/run");
 	tree.file("/dev/vexobios", "{\"board_fans\": " + std::to_string(kBoardFans) + "}\n");
 	const std::string nic = "/sys/bus/pci/devices/0000:05:00.0/";
 	tree.file(nic + "subsystem_vendor", hex(0x7053));
