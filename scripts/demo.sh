@@ -185,3 +185,7 @@ run db status
 run db update
 run db status --local
 run compat --all
+# fan configuration: the board's vcemd.xml as the fan loop reads it, levels
+# with their speeds, the derived full-speed groups and the controller forms
+echo "# fan configuration from the box's vcemd.xml"
+run fan config
