@@ -70,7 +70,8 @@ typedef enum FAN_SPEED {
 	FAN_SPEED_BITS_101 = 15,
 	FAN_SPEED_BITS_110 = 16,
 	FAN_SPEED_BITS_111 = 17,
-	FAN_SPEED_DUTY_BASE = 1000
+	FAN_SPEED_DUTY_BASE = 1000,
+	FAN_SPEED_CODE_MAX = 0x7FFFFFFF /* codes are stored as they are read */
 } FAN_SPEED;
 
 /* Bits: a lookup ORs the actions of its tables. */

@@ -13,9 +13,19 @@ VEXO_FAN_CONFIG_OPS_T *gConfigHead = nullptr;
 std::mutex gTableMutex;
 VEXO_FAN_TABLE_OPS_T *gTableHead = nullptr;
 
+// A record already in a list is not pushed again: it would make a cycle.
+template <typename T>
+bool listed(const T *head, const T *ops)
+{
+	for (; head; head = head->next)
+		if (head == ops)
+			return true;
+	return false;
+}
+
 void pushConfig(VEXO_FAN_CONFIG_OPS_T *ops)
 {
-	if (!ops)
+	if (!ops || listed(gConfigHead, ops))
 		return;
 	ops->next = gConfigHead;
 	gConfigHead = ops;
@@ -23,7 +33,7 @@ void pushConfig(VEXO_FAN_CONFIG_OPS_T *ops)
 
 void pushTable(VEXO_FAN_TABLE_OPS_T *ops)
 {
-	if (!ops || ops->type == FAN_TABLE_UNKNOWN || ops->type == FAN_TABLE_END)
+	if (!ops || ops->type == FAN_TABLE_UNKNOWN || ops->type == FAN_TABLE_END || listed(gTableHead, ops))
 		return;
 	ops->next = gTableHead;
 	gTableHead = ops;

@@ -1,7 +1,9 @@
 // The fixed tables of fan control, one each: group types and their names,
 // speed texts, actions, table types with their element names, short names
 // and adapter ids, and the ADT sensor and PWM names.
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <cstring>
 #include <strings.h>
 
@@ -202,11 +204,15 @@ extern "C" VEXO_API int VEXOFanSpeedMatch(const char *text, uint32_t *speed) try
 	}
 	if (const char *pct = std::strchr(text, '%')) {
 		// "<duty>%<frequency>hz"; a field not given counts as 0.
-		uint32_t duty = 0, freq = 0;
-		for (const char *p = text; p < pct && *p >= '0' && *p <= '9'; ++p)
-			duty = duty * 10 + (uint32_t)(*p - '0');
-		for (const char *p = pct + 1; *p >= '0' && *p <= '9'; ++p)
-			freq = freq * 10 + (uint32_t)(*p - '0');
+		// The duty saturates at its byte and the frequency at 16 bits, so
+		// no text makes a code that spills from one into the other.
+		auto digits = [](const char *p, const char *end, uint32_t max) {
+			uint32_t v = 0;
+			for (; (!end || p < end) && *p >= '0' && *p <= '9'; ++p)
+				v = std::min<uint32_t>(v * 10 + (uint32_t)(*p - '0'), max);
+			return v;
+		};
+		uint32_t duty = digits(text, pct, 0xFF), freq = digits(pct + 1, nullptr, 0xFFFF);
 		*speed = 1000 + duty + freq * 256;
 		return 0;
 	}

@@ -51,6 +51,7 @@ TEST(FanCodes, SpeedTextsReadAndShow)
 		{"01", 11, "001"},	      {"11", 13, "011"},	       {"111", 17, "111"},
 		{"40%25hz", 1000 + 40 + 25 * 256, "40%25hz"}, {"5%", 1005, "05%00hz"},
 		{"%25hz", 1000 + 25 * 256, "00%25hz"},	       {"%", 1000, "00%00hz"},
+		{"99999999%99999999hz", 1000 + 255 + 0xFFFF * 256, "255%65535hz"},
 		{"ULTRA LOW", 0, "UNKNOWN"},  {"", 0, "UNKNOWN"},	       {"0001", 0, "UNKNOWN"},
 	};
 	for (const auto &c : cases) {
@@ -151,6 +152,7 @@ TEST(FanRegistry, LookupByNumber)
 	EXPECT_EQ(VEXOFanTableTypeOpsGet(0), nullptr);
 	EXPECT_EQ(VEXOFanTableTypeOpsGet(26), nullptr);
 	VEXOFanTableTypeOpsRegister(&mine);
+	VEXOFanTableTypeOpsRegister(&mine); // twice would make a cycle
 	EXPECT_EQ(VEXOFanTableTypeOpsGet(FAN_TABLE_CPU), &mine);
 	VEXOFanTableTypeOpsListInit(); // has a head: nothing changes
 	EXPECT_EQ(VEXOFanTableTypeOpsGet(FAN_TABLE_CPU), &mine);
