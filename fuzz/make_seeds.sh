@@ -136,3 +136,9 @@ printf '{"success":true,"data":{"update":{"available":true,"version":"VOS 7.3","
 mkdir -p "$pages/kit" && printf 'seed\n' >"$pages/kit/README"
 "$b/bin/vexosim" pack pack 7 "$box/run/vexosim/archive-keys/7.key" "$pages/kit.sa" "$pages/kit" >/dev/null
 { printf '\001'; cat "$pages/kit.sa"; } >"$c/archive_fuzz/whole"
+
+# The board's fan description as the box ships it, and a manual-mode ADT board.
+mkdir -p "$c/fan_config_fuzz"
+cp "$box/usr/vexo/etc.defaults/vcemd.xml" "$c/fan_config_fuzz/box12"
+printf '<vcemd><adt_fan_config type="DUAL_MODE_HIGH"><alert_config name="nic" alert_temp="70"/><pwm_config name="pwm1" sensor_type="manual"/><manual_config name="cpu_temperature" temp="40" fan_speed="80"/><manual_config name="nic_temperature" temp="50" fan_speed="90"/><fan_mapping_config name="internal" order="1" module="2" pwm="pwm1"/></adt_fan_config><fan_config type="DUAL_MODE_LOW_EBOX"><disk_temperature fan_speed="40%%25hz">30</disk_temperature><fan_module_config order="1"/></fan_config></vcemd>\n' \
+	>"$c/fan_config_fuzz/adt-manual-ebox"

@@ -220,3 +220,8 @@ printf '[{"size_in_bytes":%s,"file":"https://fwupdate.vexo.example/fw/nm410.sa"}
 	"$(stat -c %s "$root/srv/vexosim/fw/nm410.sa")" >"$root/srv/vexosim/ssd/v1/getUpdate/VEXO NM410 400GB.json"
 printf 'firmware_download_by_external_curl="yes"\n' >>"$root/etc.defaults/vexoinfo.conf"
 run firmware download
+
+# fan configuration: the board's vcemd.xml as the fan loop reads it, levels
+# with their speeds, the derived full-speed groups and the controller forms
+echo "# fan configuration from the box's vcemd.xml"
+run fan config

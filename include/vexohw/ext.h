@@ -108,6 +108,12 @@ VEXO_API int VEXOExtVcemdPidGet(int *pid);
  */
 VEXO_API int VEXOExtDiskHealthHistoryRecord(const char *devicePath);
 
+/*
+ * The display text of a fan speed code ("HIGH", "ULTRA LOW", "010",
+ * "40%25hz", "UNKNOWN") into out. 0, or -1 (0x0D00: null or too small).
+ */
+VEXO_API int VEXOExtFanSpeedText(unsigned int code, char *out, int size);
+
 VEXO_END_DECLS
 
 #endif

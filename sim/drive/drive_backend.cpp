@@ -689,6 +689,20 @@ int emuIoctl(int h, unsigned long req, void *arg)
 		}
 		break;
 	}
+	case 0xC00C4B1EUL: { // the board control device's module type query
+		line = "BOARD_MODULE_TYPE";
+		json_object *fans = nullptr;
+		if (!arg)
+			o = refuse(EFAULT, "null argument");
+		else if (!json_object_object_get_ex(d.node(), "board_fans", &fans))
+			o = refuse(ENOTTY, "not the board control device");
+		else {
+			auto *r = static_cast<uint8_t *>(arg);
+			std::memset(r, 0, 12);
+			r[2] = static_cast<uint8_t>((json_object_get_int(fans) & 0x0F) << 2);
+		}
+		break;
+	}
 	default: {
 		char b[64];
 		std::snprintf(b, sizeof(b), "IOCTL 0x%lx", req);
