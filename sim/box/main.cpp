@@ -37,6 +37,7 @@
 
 #include <vexohw/disk_overview.h>
 #include <vexohw/smart_serial.h>
+#include <vexohw/smart_status.h>
 
 namespace {
 
@@ -189,6 +190,10 @@ int hotPlug(bool plug, char **argv, int argc)
 	std::string path = plug ? vexosim::plugDisk(root, bay, serial) : vexosim::pullDisk(root, bay, &serial);
 	enterBox(root);
 	int rc = VEXODiskXmlHotPlugUpdate(plug ? 1 : 0, path.c_str());
+	// The handler also judges a new disk's health at once, so its status
+	// word is known before the next periodic pass.
+	if (plug && rc == 0 && SmartTotalStatusCacheUpdate(path.c_str()) != 0)
+		std::fprintf(stderr, "vexosim: the health of %s was not judged\n", path.c_str());
 	std::printf("%s %s %s (bay %d)\n", serial.c_str(), plug ? "plugged into" : "pulled from", path.c_str(), bay);
 	if (rc != 0)
 		std::fprintf(stderr, "vexosim: the disk overview was not told about %s\n", path.c_str());
