@@ -81,6 +81,22 @@ bool neededFirmware(PVLIBSZLIST drives, const std::string &dbDir, std::map<std::
 	return true;
 }
 
+// neededFirmware over the maker's drives present now; false (logged) when
+// they cannot be listed or judged.
+bool presentDrivesNeed(const std::string &dbDir, std::map<std::string, Wanted> &out, int &needed, int &ready)
+{
+	ListOwner drives{VLIBCSzListAlloc(16)};
+	if (!drives.l || VEXODriveBundleDiskEnum(&drives.l) < 0) {
+		vlog(LOG_ERR, "%s:%d Failed to enum drive paths", VEXO_AT);
+		return false;
+	}
+	if (!neededFirmware(drives.l, dbDir, out, needed, ready)) {
+		vlog(LOG_ERR, "%s:%d Failed to get all needed models", VEXO_AT);
+		return false;
+	}
+	return true;
+}
+
 // A directory argument with its trailing '/', as the database paths are
 // composed; "" when it is not absolute.
 std::string folder(const char *dir)
@@ -142,17 +158,10 @@ try {
 		vlog(LOG_ERR, "%s:%d Failed to create %s", VEXO_AT, libDir.c_str());
 		return -1;
 	}
-	ListOwner drives{VLIBCSzListAlloc(16)};
-	if (!drives.l || VEXODriveBundleDiskEnum(&drives.l) < 0) {
-		vlog(LOG_ERR, "%s:%d Failed to enum drive paths", VEXO_AT);
-		return -1;
-	}
 	std::map<std::string, Wanted> wanted;
 	int needed = 0, ready = 0;
-	if (!neededFirmware(drives.l, dbDir, wanted, needed, ready)) {
-		vlog(LOG_ERR, "%s:%d Failed to get all needed models", VEXO_AT);
+	if (!presentDrivesNeed(dbDir, wanted, needed, ready))
 		return -1;
-	}
 	const std::string tmpDir = prefix + kFwTmp;
 	int failed = 0, lastError = 0;
 	bool madeTmp = false;
@@ -186,17 +195,10 @@ try {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
 	}
-	ListOwner drives{VLIBCSzListAlloc(16)};
-	if (!drives.l || VEXODriveBundleDiskEnum(&drives.l) < 0) {
-		vlog(LOG_ERR, "%s:%d Failed to enum drive paths", VEXO_AT);
-		return -1;
-	}
 	std::map<std::string, Wanted> wanted;
 	int n = 0, r = 0;
-	if (!neededFirmware(drives.l, kDiskActionDir, wanted, n, r)) {
-		vlog(LOG_ERR, "%s:%d Failed to get all needed models", VEXO_AT);
+	if (!presentDrivesNeed(kDiskActionDir, wanted, n, r))
 		return -1;
-	}
 	*needed = n;
 	*ready = r;
 	return 0;

@@ -263,45 +263,19 @@ int readManualTables(const xmlNode *node, VEXO_ADT_CONFIG_T *config)
 
 int readAdtMapping(const xmlNode *node, VEXO_ADT_CONFIG_T *config)
 {
-	int fans = VEXOFanNumGet();
-	bool ok = fans >= 1;
-	if (ok) {
-		std::free(config->fan_mapping);
-		config->fan_mapping = allocZeroed<VEXO_ADT_FAN_MAPPING_T>(fans);
-		config->fan_mapping_count = config->fan_mapping ? (uint32_t)fans : 0;
-		ok = config->fan_mapping != nullptr;
-	}
-	for (int i = 0; ok && i < fans; ++i)
-		config->fan_mapping[i].module = -1;
-	int i = 0;
-	eachElement(node, [&](xmlNode *c) {
-		if (!ok || !nameIs(c, "fan_mapping_config"))
-			return;
-		std::string name;
-		eachAttribute(c, [&](const char *n, const std::string &v) {
-			if (is(n, "name"))
-				name = v;
-			return true;
+	bool ok = readInternalMapping(
+		node, config, [](VEXO_ADT_FAN_MAPPING_T &m) { m.module = -1; },
+		[](xmlNode *c, VEXO_ADT_FAN_MAPPING_T &m) {
+			return eachAttribute(c, [&](const char *n, const std::string &v) {
+				if (is(n, "order"))
+					return readU32(v, m.order, "fan_mapping_config");
+				if (is(n, "module"))
+					return readI32(v, m.module, "fan_mapping_config");
+				if (is(n, "pwm"))
+					m.pwm = pwmName(v.c_str());
+				return true;
+			});
 		});
-		if (strcasecmp(name.c_str(), "internal") != 0)
-			return;
-		// More internal mappings than the board has fans: the file is wrong.
-		if (i >= fans) {
-			vlog(LOG_ERR, "%s:%d <fan_mapping_config> %d is beyond the board's %d fans", VEXO_AT, i + 1, fans);
-			ok = false;
-			return;
-		}
-		VEXO_ADT_FAN_MAPPING_T &m = config->fan_mapping[i++];
-		ok = eachAttribute(c, [&](const char *n, const std::string &v) {
-			if (is(n, "order"))
-				return readU32(v, m.order, "fan_mapping_config");
-			if (is(n, "module"))
-				return readI32(v, m.module, "fan_mapping_config");
-			if (is(n, "pwm"))
-				m.pwm = pwmName(v.c_str());
-			return true;
-		});
-	});
 	if (!ok) {
 		vlog(LOG_ERR, "%s:%d ADT Internal Fan Mapping parse fail", VEXO_AT);
 		return -1;

@@ -58,38 +58,13 @@ int readBmcAlerts(const xmlNode *node, VEXO_BMC_CONFIG_T *config)
 
 int readBmcMapping(const xmlNode *node, VEXO_BMC_CONFIG_T *config)
 {
-	int fans = VEXOFanNumGet();
-	bool ok = fans >= 1;
-	if (ok) {
-		std::free(config->fan_mapping);
-		config->fan_mapping = allocZeroed<uint32_t>(fans);
-		config->fan_mapping_count = config->fan_mapping ? (uint32_t)fans : 0;
-		ok = config->fan_mapping != nullptr;
-	}
-	int i = 0;
-	eachElement(node, [&](xmlNode *c) {
-		if (!ok || !nameIs(c, "fan_mapping_config"))
-			return;
-		std::string name, order;
-		bool hasOrder = false;
-		eachAttribute(c, [&](const char *n, const std::string &v) {
-			if (is(n, "name"))
-				name = v;
-			else if (is(n, "order"))
-				order = v, hasOrder = true;
-			return true;
+	bool ok = readInternalMapping(
+		node, config, [](uint32_t &) {},
+		[](xmlNode *c, uint32_t &slot) {
+			return eachAttribute(c, [&](const char *n, const std::string &v) {
+				return !is(n, "order") || readU32(v, slot, "fan_mapping_config");
+			});
 		});
-		if (strcasecmp(name.c_str(), "internal") != 0)
-			return;
-		if (i >= fans) {
-			vlog(LOG_ERR, "%s:%d <fan_mapping_config> %d is beyond the board's %d fans", VEXO_AT, i + 1, fans);
-			ok = false;
-			return;
-		}
-		uint32_t &slot = config->fan_mapping[i++];
-		if (hasOrder)
-			ok = readU32(order, slot, "fan_mapping_config");
-	});
 	if (!ok) {
 		vlog(LOG_ERR, "%s:%d BMC Internal Fan Mapping parse fail", VEXO_AT);
 		return -1;

@@ -7,6 +7,8 @@
 #include <libxml/tree.h>
 #include <cstdlib>
 #include <string>
+#include <strings.h>
+#include <type_traits>
 #include <vector>
 #include <vexohw/fan_config.h>
 
@@ -103,6 +105,48 @@ T *allocZeroed(std::size_t n = 1)
 } // namespace vexo::fan
 
 namespace vexo::fan {
+
+// The "internal" <fan_mapping_config> children of a controller record, one
+// slot per board fan in a fresh array (each slot first set by init), each
+// element's attributes read into its slot by fill. More internal mappings
+// than the board has fans fail: the file is wrong.
+template <typename Config, typename Init, typename Fill>
+bool readInternalMapping(const xmlNode *node, Config *config, Init &&init, Fill &&fill)
+{
+	using Slot = std::remove_pointer_t<decltype(config->fan_mapping)>;
+	int fans = VEXOFanNumGet();
+	if (fans < 1)
+		return false;
+	std::free(config->fan_mapping);
+	config->fan_mapping = allocZeroed<Slot>(fans);
+	config->fan_mapping_count = config->fan_mapping ? (uint32_t)fans : 0;
+	if (!config->fan_mapping)
+		return false;
+	for (int k = 0; k < fans; ++k)
+		init(config->fan_mapping[k]);
+	bool ok = true;
+	int i = 0;
+	eachElement(node, [&](xmlNode *c) {
+		if (!ok || !nameIs(c, "fan_mapping_config"))
+			return;
+		std::string name;
+		eachAttribute(c, [&](const char *n, const std::string &v) {
+			if (strcasecmp(n, "name") == 0)
+				name = v;
+			return true;
+		});
+		if (strcasecmp(name.c_str(), "internal") != 0)
+			return;
+		if (i >= fans) {
+			vlog(LOG_ERR, "%s:%d <fan_mapping_config> %d is beyond the board's %d fans", VEXO_AT, i + 1, fans);
+			ok = false;
+			return;
+		}
+		ok = fill(c, config->fan_mapping[i++]);
+	});
+	return ok;
+}
+
 
 // The steps every file parser takes: read, one record per element, parse
 // each, then the derived full-speed records when the product drives fans.
