@@ -13,7 +13,7 @@ trap 'rm -rf "$box"' EXIT
 "$b/bin/vexosim" build "$top/examples/box12.json" "$box" >/dev/null
 for t in sysfs_attr_fuzz proc_files_fuzz platform_json_fuzz xml_docs_fuzz disk_snapshot_fuzz drive_ata_fuzz drive_nvme_fuzz \
 	disk_path_parse_fuzz kv_file_fuzz section_file_fuzz sg_raw_dump_fuzz sg_sat_identify_dump_fuzz \
-	smart_info_cache_fuzz smartctl_table_fuzz status_lookup_fuzz; do
+	smart_info_cache_fuzz smartctl_table_fuzz status_lookup_fuzz attr_db_fuzz; do
 	mkdir -p "$c/$t"
 done
 nul() { printf '\000'; }
@@ -136,3 +136,8 @@ printf '{"success":true,"data":{"update":{"available":true,"version":"VOS 7.3","
 mkdir -p "$pages/kit" && printf 'seed\n' >"$pages/kit/README"
 "$b/bin/vexosim" pack pack 7 "$box/run/vexosim/archive-keys/7.key" "$pages/kit.sa" "$pages/kit" >/dev/null
 { printf '\001'; cat "$pages/kit.sa"; } >"$c/archive_fuzz/whole"
+
+# The drive attribute database of the box, the model of its maker NVMe drive
+# and the vendor page the drive emulator answers for it.
+{ printf 'VEXO NM410 400GB'; nul; cat "$box/var/lib/drive_attribute/drive_attribute.db"; nul
+  printf '\000\000\000\000\001\000\000\000\014\000\000\000\042\000\000\000\226\000\000\000'; } >"$c/attr_db_fuzz/box12"

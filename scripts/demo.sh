@@ -185,3 +185,8 @@ run db status
 run db update
 run db status --local
 run compat --all
+# NVMe SMART information: the maker's own M.2 drive lists its health log and
+# the wear counters of its vendor log page, as the drive attribute database
+# describes them (one of them under the hidden name)
+echo "# NVMe SMART information: health values and vendor attributes"
+run smart attrs nvme1n1
