@@ -118,44 +118,28 @@ TEST(NvmeVendor, FieldsOfALogPage)
 
 TEST(NvmeVendor, DatabaseEntryOfAModel)
 {
-	struct Row {
-		const char *text;
-		int rc;
-	} rows[] = {{"{\"M\": {\"a\": 1}}", 0}, {"{\"N\": {}}", 1},  {"{\"M\": \"x\"}", -1},
-		    {"[{\"M\": {}}]", -1},      {"{\"M\": {}", -1}, {"", -1}};
-	for (const Row &r : rows) {
+	const std::pair<const char *, int> rows[] = {{"{\"M\": {\"a\": 1}}", 0}, {"{\"N\": {}}", 1}, {"{\"M\": \"x\"}", -1},
+						     {"[{\"M\": {}}]", -1},	{"{\"M\": {}", -1}, {"", -1}};
+	for (const auto &[text, rc] : rows) {
 		vexo::jsonc::Value v;
-		EXPECT_EQ(vexo::attrdb::select(r.text, "M", v), r.rc) << r.text;
-		EXPECT_EQ(v != nullptr, r.rc == 0) << r.text;
+		EXPECT_EQ(vexo::attrdb::select(text, "M", v), rc) << text;
+		EXPECT_EQ(v != nullptr, rc == 0) << text;
 	}
 }
 
 TEST(SsdBundle, AttributeOfAFigure)
 {
-	struct Row {
-		const char *info;
-		int type, rc, id;
-		uint64_t mask;
-		int shift;
-	} rows[] = {
-		{"2:162:0xffffffff:0", 2, 0, 162, 0xffffffff, 0},
-		{"1:5:0xff:0;2:170:0xff00:8;2:9:1:0", 2, 0, 170, 0xff00, 8},
-		{" 2 : 5 : 0x1 : 63 ;", 2, 0, 5, 1, 63},
-		{"1:5:0xff:0", 2, -1, 0, 0, 0},
-		{"2:0:1:0", 2, -1, 0, 0, 0},
-		{"2:5:1", 2, -1, 0, 0, 0},
-		{"2:5:1:64", 2, -1, 0, 0, 0},
-		{"2:5:1:0:9", 2, -1, 0, 0, 0},
-		{"2:5:-1:0", 2, -1, 0, 0, 0},
-		{"", 2, -1, 0, 0, 0},
-	};
-	for (const Row &r : rows) {
+	// Type 2 looked up; "" for a text refused, else "id mask shift".
+	const std::pair<const char *, const char *> rows[] = {
+		{"2:162:0xffffffff:0", "162 4294967295 0"}, {"1:5:0xff:0;2:170:0xff00:8;2:9:1:0", "170 65280 8"},
+		{" 2 : 5 : 0x1 : 63 ;", "5 1 63"},	   {"1:5:0xff:0", ""}, {"2:0:1:0", ""}, {"2:5:1", ""},
+		{"2:5:1:64", ""}, {"2:5:1:0:9", ""}, {"2:5:-1:0", ""}, {"", ""}};
+	for (const auto &[info, want] : rows) {
 		int id = 0, shift = 0;
 		uint64_t mask = 0;
-		EXPECT_EQ(VEXOSSDBundleSmartInfoGet(r.info, r.type, &id, &mask, &shift), r.rc) << r.info;
-		EXPECT_EQ(id, r.id) << r.info;
-		EXPECT_EQ(mask, r.mask) << r.info;
-		EXPECT_EQ(shift, r.shift) << r.info;
+		int rc = VEXOSSDBundleSmartInfoGet(info, 2, &id, &mask, &shift);
+		EXPECT_EQ(rc == 0 ? std::to_string(id) + " " + std::to_string(mask) + " " + std::to_string(shift) : "", want)
+			<< info;
 	}
 }
 
@@ -214,8 +198,13 @@ TEST_F(NvmeSmart, MakerDriveListsHealthThenVendorAttributes)
 		EXPECT_STREQ(m[w.name]->value, w.value) << w.name;
 		EXPECT_EQ(m[w.name]->status, w.status) << w.name;
 	}
-	EXPECT_EQ(countOf("nvme0n1", "cdw10=0x007f0002"), 1);
-	EXPECT_EQ(countOf("nvme0n1", "cdw10=0x007f00ca"), 1);
+	// The health log, Identify Controller for the maker and for the model,
+	// then the vendor page: 512 bytes each, for all namespaces.
+	const std::string log = "NVME_ADMIN opcode=0x02 flags=0x00 nsid=0xffffffff cdw2=0x00000000 cdw3=0x00000000 cdw10=";
+	const std::string rest = " cdw11=0x00000000 cdw12=0x00000000 cdw13=0x00000000 cdw14=0x00000000 cdw15=0x00000000 "
+				 "data_len=512 metadata_len=0 addr=set -> ok";
+	const std::string identify = "NVME_ADMIN opcode=0x06 flags=0x00 nsid=0x00000000*cdw10=0x00000001*data_len=4096";
+	expectSent("nvme0n1", {log + "0x007f0002" + rest, identify, identify, log + "0x007f00ca" + rest});
 	EXPECT_EQ(VEXODiskSSDBadBlockOverThreshold("/dev/nvme0n1"), 0); // 77 < 100
 }
 
@@ -250,6 +239,28 @@ TEST_F(NvmeSmart, DatabaseTroublesCostOnlyTheVendorEntries)
 		else
 			EXPECT_FALSE(log.has(LOG_ERR, "attribute DB")) << log.dump();
 	}
+}
+
+TEST_F(NvmeSmart, DebugOverridesComeBeforeTheVerdicts)
+{
+	drive("WD Red SN700 500GB", "\"critical_warning\":0");
+	unsigned life = 99, crit = 99;
+	EXPECT_EQ(VEXONVMeStatusDebugGet("/dev/nvme0n1", &life, &crit), 0); // gate closed
+	product({{"support_disk_status_debug", "yes"}});
+	root.write("/tmp/.disk_status_debug", "[VXN2310A01273]\ncrit=\"c\"\nperc_used=\"50\"\nlife=\"7\"\n");
+	EXPECT_EQ(VEXONVMeStatusDebugGet("/dev/nvme0n1", &life, &crit), 3);
+	EXPECT_EQ(life, 7u);
+	EXPECT_EQ(crit, 0xcu);
+	SmartInfoEntry *raw = nullptr;
+	ASSERT_EQ(VEXODiskAtaSmartInfoParse("/dev/nvme0n1", &raw), 0);
+	vexo::smart::UniqueList l(raw);
+	auto m = byName(raw);
+	EXPECT_STREQ(m["Critical Warning"]->value, "0xc");
+	EXPECT_EQ(m["Critical Warning"]->status, 2u);
+	EXPECT_STREQ(m["Percentage Used"]->value, "50%");
+	EXPECT_EQ(m["Percentage Used"]->status, 0u);
+	EXPECT_STREQ(m["Available Spare"]->raw, "7%");
+	EXPECT_EQ(m["Available Spare"]->status, 2u); // 7 % against the drive's 10 %
 }
 
 TEST_F(NvmeSmart, CriticalWarningCache)
