@@ -187,6 +187,8 @@ run db status --local
 run compat --all
 # NVMe SMART information: the maker's own M.2 drive lists its health log and
 # the wear counters of its vendor log page, as the drive attribute database
-# describes them (one of them under the hidden name)
+# describes them (one of them under the hidden name), and the same database's
+# bundle settings for its model
 echo "# NVMe SMART information: health values and vendor attributes"
 run smart attrs nvme1n1
+run firmware bundle nvme1n1
