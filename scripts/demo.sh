@@ -225,3 +225,11 @@ run firmware download
 # with their speeds, the derived full-speed groups and the controller forms
 echo "# fan configuration from the box's vcemd.xml"
 run fan config
+
+# NVMe SMART information: the maker's own M.2 drive lists its health log and
+# the wear counters of its vendor log page, as the drive attribute database
+# describes them (one of them under the hidden name), and the same database's
+# bundle settings for its model
+echo "# NVMe SMART information: health values and vendor attributes"
+run smart attrs nvme1n1
+run firmware bundle nvme1n1

@@ -227,6 +227,30 @@ VEXO_API int VEXOOnlineDBCheck(void);
    0x1100); -1 otherwise. */
 VEXO_API int VEXOOnlineDBAndFWCheck(void);
 
+/* The bundle settings of a drive model, from its entry in the drive
+   attribute database (<vexohw/attr_db.h>). Numbers there are JSON numbers
+   or strings read in base 0; a text longer than its buffer makes the entry
+   damaged. */
+typedef struct DriveBundleModelConf {
+	int isBundle;                          /* "is_bundle": 1 for "yes" (or a non-zero number) */
+	char availableFirmware[64];            /* "available_firmware": the build to run */
+	char availableFirmwareBinary[256];     /* "available_firmware_binary": its file name */
+	unsigned int mask;                     /* "mask": feature bits of the model */
+	int order;                             /* "order": place in an upgrade run, low first */
+	unsigned int laterBadBlockCount;       /* "later_bad_block_count" */
+	unsigned int badBlockCntThr;           /* "bad_block_cnt_thr": 0 means no bad-block check */
+	unsigned int avgEraseCount;            /* "avg_erase_count": rated erase cycles */
+	char bundleSmartAttrs[256];            /* "bundle_smart_attrs": see VEXOSSDBundleSmartInfoGet */
+	char bundleReserve1[256];              /* "bundle_reserve_1" */
+} DriveBundleModelConf;
+
+/* The settings of the disk's model into *conf (written only on 0). 0 the
+   model is a bundle drive; 1 the database has no entry for the model; 2 the
+   entry says it is not a bundle drive; -1 the database or the model can't
+   be read, or a member has the wrong type (0x0A00). A missing member reads
+   0 or "". */
+VEXO_API int VEXODriveBundleModelConfGet(const char *path, DriveBundleModelConf *conf);
+
 /* ---- Extension (VEXOHW_EXT_0) ---------------------------------------------- */
 
 /* One binary of the firmware folder, as its .FW_INFO names it. */

@@ -33,7 +33,15 @@ typedef struct SmartInfoEntry {
 VEXO_API void VEXODiskSmartInfoFree(SmartInfoEntry *list);
 /* The attribute list of a disk, from the cache when fresh. 0, or -1.
    A SCSI disk has no attribute table: -1 with 0xD900 and *list null.
-   NVMe disks are not served yet: -1 with 0x2D00 (VEXO_ERR_UNSUPPORTED). */
+   An NVMe disk's list is read from the drive every time (never cached):
+   the health values of VEXONVMeSmartInfoGet (<vexoplatform/nvme_smart.h>)
+   with value and raw the drive's text, worst and threshold empty, status 2
+   for "Critical Warning" above 0, "Percentage Used" above 99 and "Available
+   Spare" at or below "Available Spare Threshold" (debug overrides crit,
+   perc_used and life applied first), then the vendor entries of
+   GetNVMeVendorSpecificSmartInfo (<vexohw/smart_nvme.h>; their failure is
+   logged and the list goes without them). A drive that can't be asked:
+   "Can't get smart infomartion of  <path>" on standard output and -1. */
 VEXO_API int VEXODiskAtaSmartInfoParse(const char *path, SmartInfoEntry **list);
 /* Forces a fresh read into the cache; 0 and nothing done for "scsi" and
    "nvme" disks. 0, or -1 (also when the list was read but could not be

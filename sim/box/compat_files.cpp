@@ -3,7 +3,8 @@
 // small but in the delivered format, so that the drives of the bundled
 // boxes get every kind of verdict; and the disk action database that tells
 // which of the box's drives are the maker's own (their firmware is judged
-// against the database's builds).
+// against the database's builds), with the drive attribute database of
+// their NVMe models.
 #include "compat_files.h"
 
 #include <cctype>
@@ -98,7 +99,49 @@ std::string xmlAttr(const std::string &s)
 	return o;
 }
 
+// Text safe inside a JSON string.
+std::string jsonText(const std::string &s)
+{
+	std::string o;
+	for (char c : s) {
+		if (c == '"' || c == '\\')
+			o += '\\';
+		if (static_cast<unsigned char>(c) >= 0x20)
+			o += c;
+	}
+	return o;
+}
+
+// What the drive attribute database says of one of the maker's NVMe
+// models: the fields of its vendor log 0xCA (the layout the drive emulator
+// answers), and its drive bundle settings, with the later bad blocks as the
+// bad-block attribute (type 2: id 162, all 32 bits, no shift).
+constexpr const char *kNvmeAttrEntry = R"({
+  "nvme_smart_vendor_specific": { "0xca": { "length": "512", "attributes": {
+    "Program Fail Count": { "offset": "0", "size": "4", "hide_name": "0" },
+    "Erase Fail Count": { "offset": "4", "size": "4", "hide_name": "0" },
+    "Later Bad Block Count": { "offset": "8", "size": "4", "hide_name": "0" },
+    "Factory Bad Block Count": { "offset": "12", "size": "4", "hide_name": "0" },
+    "Average Erase Count": { "offset": "16", "size": "4", "hide_name": "0" },
+    "Max Erase Count": { "offset": "20", "size": "4", "hide_name": "0" },
+    "NAND Bytes Written": { "offset": "24", "size": "8", "hide_name": "0" },
+    "Host Bytes Written": { "offset": "32", "size": "8", "hide_name": "0" },
+    "Thermal Throttle Count": { "offset": "40", "size": "2", "hide_name": "1" } } } },
+  "is_bundle": "yes", "available_firmware": "VN0230", "available_firmware_binary": "VN0230.bin",
+  "mask": "0x0", "order": "1", "later_bad_block_count": "0", "bad_block_cnt_thr": "100",
+  "avg_erase_count": "3000", "bundle_smart_attrs": "2:162:0xffffffff:0", "bundle_reserve_1": "" })";
+
 } // namespace
+
+std::string driveAttributeDb(const Box &box)
+{
+	std::string db = "{";
+	std::set<std::string> listed;
+	for (const Device &d : box.devices)
+		if (d.vendor == kMaker && d.protocol == "nvme" && !d.model.empty() && listed.insert(d.model).second)
+			db += std::string(listed.size() > 1 ? ",\n" : "\n") + " \"" + jsonText(d.model) + "\": " + kNvmeAttrEntry;
+	return db + "\n}\n";
+}
 
 std::string diskActionXml(const Box &box)
 {
@@ -126,6 +169,8 @@ void compatFiles(const Box &box, Tree &tree)
 	tree.file(std::string(kDir) + "eunit_rule.db", kUnitRules);
 	tree.dir("/var/lib/diskaction");
 	tree.file("/var/lib/diskaction/diskaction.xml", diskActionXml(box));
+	tree.dir("/var/lib/drive_attribute");
+	tree.file("/var/lib/drive_attribute/drive_attribute.db", driveAttributeDb(box));
 }
 
 } // namespace vexosim

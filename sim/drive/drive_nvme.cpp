@@ -372,6 +372,35 @@ std::vector<uint8_t> firmwareSlotLog(const Drive &d)
 	return page;
 }
 
+// The maker's own drives keep wear and media counters in vendor log 0xCA
+// (512 bytes, little-endian fields at fixed offsets); the node's
+// nvme.vendor_log object overrides the defaults by key.
+constexpr unsigned kVendorLog = 0xCA;
+
+bool keepsVendorLog(const Drive &d) { return model(d).rfind("VEXO ", 0) == 0; }
+
+std::vector<uint8_t> vendorLog(const Drive &d)
+{
+	json_object *v = member(nvmeKeys(d), "vendor_log");
+	std::vector<uint8_t> page(512, 0);
+	struct Field {
+		std::size_t offset;
+		int bytes;
+		const char *key;
+		int64_t fallback;
+	};
+	static constexpr Field kFields[] = {
+		{0, 4, "program_fail_count", 0},	  {4, 4, "erase_fail_count", 1},
+		{8, 4, "later_bad_block_count", 12},	  {12, 4, "factory_bad_block_count", 34},
+		{16, 4, "average_erase_count", 150},	  {20, 4, "max_erase_count", 210},
+		{24, 8, "nand_bytes_written", 9876543210}, {32, 8, "host_bytes_written", 8765432109},
+		{40, 2, "thermal_throttle_count", 3},	  {42, 2, "power_loss_protection_failures", 0},
+	};
+	for (const auto &f : kFields)
+		putLe(page.data() + f.offset, static_cast<uint64_t>(num(v, f.key, f.fallback)), f.bytes);
+	return page;
+}
+
 // The whole page, or false when the drive keeps no such log.
 bool logPage(Drive &d, unsigned lid, std::vector<uint8_t> &page)
 {
@@ -391,6 +420,11 @@ bool logPage(Drive &d, unsigned lid, std::vector<uint8_t> &page)
 		return true;
 	case 0x06:
 		page = selfTestLog(d);
+		return true;
+	case kVendorLog:
+		if (!keepsVendorLog(d))
+			return false;
+		page = vendorLog(d);
 		return true;
 	default:
 		return false;

@@ -13,13 +13,15 @@
 #include <vexohw/remain_life.h>
 #include <vexohw/smart_info.h>
 #include <vexohw/smartctl.h>
+#include <vexohw/frame.h>
+#include <vexohw/smart_serial.h>
+#include <vexoplatform/nvme_smart.h>
 #include <vexoplatform/vexocore.h>
 
 #include "frame/boundary.h"
 #include "frame/err.h"
 #include "frame/log.h"
 #include "frame/text.h"
-#include "smartctl/health_sources.h"
 
 namespace {
 
@@ -73,13 +75,22 @@ try {
 	}
 	std::unique_ptr<SmartInfoEntry, void (*)(SmartInfoEntry *)> list(raw, VEXODiskSmartInfoFree);
 	if (nvme) {
-		// The health log's percentage used is what an NVMe drive says of its life.
-		unsigned used = 0;
-		if (vexo::health::nvmePercentageUsed(path, used)) {
-			a.remainLife = used >= 100 ? 0 : static_cast<int32_t>(100 - used);
-			vexo::copyText(a.lifeAttribute, sizeof(a.lifeAttribute), "Percentage Used");
-		} else {
+		// The drive's own rule picks the life value. The serial the disk is
+		// known by keeps a disk swapped behind this name from answering for
+		// it; without one the drive is still asked, unchecked.
+		int vexology = VEXODiskIsVexology(path), life = -1, from = 0;
+		char serial[64] = "";
+		if (vexology < 0)
+			vlog(LOG_ERR, "%s:%d Failed to identify the vendor of device %s", VEXO_AT, path);
+		else if (VEXODiskGetStrValueCacheFile(path, "serial", serial, sizeof(serial)) != 0)
+			vlog(LOG_ERR, "%s:%d Failed to get serial of [%s]", VEXO_AT, path);
+		serial[std::strcspn(serial, "\r\n")] = '\0';
+		if (vexology >= 0 && VEXONVMeRemainingLifeGet(path, vexology, serial, &life, &from) != 0)
 			vlog(LOG_ERR, "%s:%d Can't get remaning life of device %s", VEXO_AT, path);
+		else if (vexology >= 0) {
+			a.remainLife = life;
+			vexo::copyText(a.lifeAttribute, sizeof(a.lifeAttribute),
+				       from == VEXO_NVME_LIFE_FROM_AVAILABLE_SPARE ? "Available Spare" : "Percentage Used");
 		}
 	}
 	for (const SmartInfoEntry *e = raw; e; e = e->next) {

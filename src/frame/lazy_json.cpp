@@ -9,6 +9,7 @@ using vexo::lazy::jsonc;
 extern "C" {
 
 int json_object_put(struct json_object *o) { VEXO_LAZY_CALL(jsonc(), json_object_put, 0, o); }
+struct json_object *json_object_get(struct json_object *o) { VEXO_LAZY_CALL(jsonc(), json_object_get, nullptr, o); }
 int json_object_is_type(const struct json_object *o, enum json_type t) { VEXO_LAZY_CALL(jsonc(), json_object_is_type, 0, o, t); }
 const char *json_object_to_json_string_ext(struct json_object *o, int flags)
 {

@@ -1,5 +1,6 @@
 // The attribute list of a disk by its command family: ATA-style disks from
-// the cache or the tool; SCSI disks have no attribute table.
+// the cache or the tool, NVMe disks from the drive's health log; SCSI disks
+// have no attribute table.
 #include <cstring>
 #include <vexohw/disk_port.h>
 #include <vexohw/frame.h>
@@ -7,6 +8,7 @@
 
 #include "frame/err.h"
 #include "frame/priv.h"
+#include "smartctl/nvme_smart.h"
 #include "smartctl/smart_info_list.h"
 
 extern "C" VEXO_API int VEXODiskAtaSmartInfoParse(const char *path, SmartInfoEntry **list)
@@ -26,9 +28,8 @@ try {
 		return -1;
 	}
 	if (std::strcmp(type, "nvme") == 0) {
-		vlog(LOG_ERR, "%s:%d SMART attribute list of NVMe disk %s is not available", VEXO_AT, path);
-		VEXO_ERR(VEXO_ERR_UNSUPPORTED);
-		return -1;
+		// Not cached: every parse asks the drive.
+		return vexo::smart::nvmeSmartInfoList(path, list);
 	}
 	if (SmartInfoGet(path, type, list, 0) != 0) {
 		vlog(LOG_ERR, "%s:%d Failed to get smart info on %s, 0x%X", VEXO_AT, path, VLIBCErrGet());

@@ -13,7 +13,7 @@
 #include <vexohw/remain_life.h>
 #include <vexohw/frame.h>
 #include <vexohw/smart_serial.h>
-#include <vexoplatform/nvme_admin.h>
+#include <vexoplatform/nvme_smart.h>
 
 #include "frame/err.h"
 #include "smartctl/disk_health_status.h"
@@ -24,23 +24,11 @@ namespace {
 
 using vexo::PathDir;
 
-constexpr unsigned kNvmeHealthLog = 2;
-constexpr unsigned kNvmeHealthLogSize = 512;
-constexpr size_t kCriticalWarningByte = 0, kPercentageUsedByte = 5;
 
 bool cachedFlag(const char *path, const char *key)
 {
 	int v = 0;
 	return VEXODiskGetIntValueCacheFile(path, key, &v) == 0 && v == 1;
-}
-
-bool healthLogByte(const char *path, size_t offset, unsigned &out)
-{
-	uint8_t page[kNvmeHealthLogSize] = {};
-	if (VEXONVMeLogGet(path, kNvmeHealthLog, page, sizeof(page)) != 0)
-		return false;
-	out = page[offset];
-	return true;
 }
 
 // The kernel's read-only flag of the block device: a drive that has gone
@@ -85,9 +73,9 @@ LifeAnswers lifeAnswers(const char *path)
 
 bool smartAttributeIgnorable(const char *path) { return cachedFlag(path, "smart_attr_ignore"); }
 
-bool nvmeCriticalWarning(const char *path, unsigned &bitmap) { return healthLogByte(path, kCriticalWarningByte, bitmap); }
+bool nvmeCriticalWarning(const char *path, unsigned &bitmap) { return VEXONVMeCriticalWarningGet(path, &bitmap) == 0; }
 
-bool nvmePercentageUsed(const char *path, unsigned &percent) { return healthLogByte(path, kPercentageUsedByte, percent); }
+bool nvmePercentageUsed(const char *path, unsigned &percent) { return VEXONVMePercentageUsedGet(path, &percent) == 0; }
 
 int advWeight(const char *path, const PathDir *, std::string *advStatus)
 {

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <map>
 #include <set>
+#include <tuple>
 #include <vexohw/smartctl.h>
 
 #include "smartctl/drive_sim.h"
@@ -442,6 +443,25 @@ TEST_F(BoxCli, BadArgumentsAreRefusedClearly)
 
 // Port list by number and by name agree, and every listed disk finds its
 // way back: name -> id -> position -> path, and name -> encoded index -> path.
+TEST_F(BoxCli, NvmeAttributesAndBundleSettings)
+{
+	// The maker's drive adds its vendor attributes (ids from 160) to the
+	// health values; the other NVMe drive has none, and no bundle entry.
+	for (const auto &[disk, vendor, bundle] : {std::tuple{"nvme1n1", 9, "true"}, std::tuple{"nvme0n1", 0, "false"}}) {
+		Ran r = box->vexohw({"--json", "smart", "attrs", disk});
+		ASSERT_EQ(r.status, 0) << disk << ": " << r.err;
+		JsonDoc doc(r.out);
+		ASSERT_TRUE(doc.obj && json_object_is_type(doc.obj, json_type_array)) << r.out;
+		int n = 0;
+		for (size_t i = 0; i < json_object_array_length(doc.obj); ++i)
+			n += std::stoi(text(json_object_array_get_idx(doc.obj, i), "id")) >= 160;
+		EXPECT_EQ(n, vendor) << r.out;
+		Ran b = box->vexohw({"--json", "firmware", "bundle", disk});
+		JsonDoc conf(b.out);
+		EXPECT_EQ(text(conf.obj, "bundle"), bundle) << b.out;
+	}
+}
+
 TEST_F(BoxCli, PortListAndDevicePathRoundTrips)
 {
 	const std::map<std::string, std::vector<std::string>> want = {

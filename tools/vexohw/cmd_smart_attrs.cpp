@@ -1,4 +1,5 @@
-// SMART attribute lists: the live list of a disk and its cached copy.
+// SMART attribute lists: the live list of a disk (an NVMe disk's from its
+// health log and vendor pages) and the cached copy of an ATA disk's.
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -66,8 +67,6 @@ int smartAttrs(Context &ctx)
 		int code = VLIBCErrGet();
 		if (code == VEXO_ERR_WRONG_IFACE)
 			return fail("%s is a SCSI disk: it has no ATA attribute table", path.c_str());
-		if (code == VEXO_ERR_UNSUPPORTED)
-			return fail("%s: attribute lists of NVMe disks are not available", path.c_str());
 		return fail("cannot read the SMART attributes of %s (error 0x%04X)", path.c_str(), code);
 	}
 	UniqueList owned(list);
@@ -112,7 +111,7 @@ int smartCache(Context &ctx)
 	return 0;
 }
 
-VEXO_CLI_COMMAND("smart attrs", "DISK [--wake]", "SMART attribute table of an ATA disk (cached for an hour)", smartAttrs, {});
+VEXO_CLI_COMMAND("smart attrs", "DISK [--wake]", "SMART attribute table of an ATA disk (cached for an hour), or an NVMe disk's health values and vendor attributes", smartAttrs, {});
 VEXO_CLI_COMMAND("smart cache", "DISK [--refresh [--wake]]", "the cached SMART attribute list and its age; --refresh reads the drive",
 		 smartCache, {});
 
