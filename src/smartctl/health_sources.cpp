@@ -1,9 +1,9 @@
 // Where each health source of the verdict comes in. The remaining life is
-// asked of its family (<vexohw/remain_life.h>); the SSD bad blocks and the
-// advanced test publish their findings in the disk's value cache, a value
-// that is not there being a source with nothing to say; the drive
-// analytics, the SSD bundle and the error accounting answer through
-// <vexohw/disk_health.h>.
+// asked of its family (<vexohw/remain_life.h>) and the SSD bad blocks of
+// theirs (<vexohw/ssd_bundle.h>); the advanced test publishes its findings
+// in the disk's value cache, a value that is not there being a source with
+// nothing to say; the drive analytics, the SSD bundle and the error
+// accounting answer through <vexohw/disk_health.h>.
 #include <cstdint>
 #include <string>
 #include <vexohw/disk.h>
@@ -13,6 +13,7 @@
 #include <vexohw/remain_life.h>
 #include <vexohw/frame.h>
 #include <vexohw/smart_serial.h>
+#include <vexohw/ssd_bundle.h>
 #include <vexoplatform/nvme_smart.h>
 
 #include "frame/err.h"
@@ -67,7 +68,7 @@ LifeAnswers lifeAnswers(const char *path)
 	a.belowMail = VEXODiskIsBelowLifeMailNotifyThrWithValue(h.remainLife) == 1;
 	a.vexology = VEXODiskIsVexology(path) == 1;
 	a.readOnly = readOnly(path);
-	a.badBlockOver = cachedFlag(path, "ssd_bad_block_over_thr");
+	a.badBlockOver = VEXODiskSSDBadBlockOverThreshold(path) == 1;
 	return a;
 }
 

@@ -172,8 +172,14 @@ TEST_F(Verdict, LifeAndMediaOverlay)
 		attr5(100, r.past ? 4 : 100, 10, 40, r.danger ? 0 : 40);
 		root.conf("/etc/vexoinfo.conf", {{"remain_life_thr_enable", r.below ? "yes" : "no"}, {"remain_life_thr_value", "50"}});
 		root.write("/sys/block/sda/ro", r.readOnly ? "1\n" : "0\n");
-		for (auto [key, v] : {std::pair{"ssd_bad_block_over_thr", r.badBlock}, {"smart_attr_ignore", r.ignore}})
-			VEXODiskUpdateIntValueCacheFile("sda", key, v);
+		VEXODiskUpdateIntValueCacheFile("sda", "smart_attr_ignore", r.ignore);
+		// An SSD bundle drive whose bad blocks (attribute 5's raw 8) reach
+		// its model's threshold of 8, or stay under 9.
+		root.write("/sys/block/sda/queue/rotational", "0\n");
+		root.write("/sys/block/sda/device/model", "VEXO HAT5300-8T\n");
+		root.write("/var/lib/drive_attribute/drive_attribute.db",
+			   std::string(R"({"VEXO HAT5300-8T": {"is_bundle": "yes", "bundle_smart_attrs": "2:5:0xffffffff:0",
+				"bad_block_cnt_thr": ")") + (r.badBlock ? "8" : "9") + "\"}}");
 		SmartWarningReason reason{};
 		int weight = -1;
 		EXPECT_EQ(SmartInfoStatusGet("/dev/sda", &reason, &weight, nullptr, nullptr, 1), r.status) << r.what;
