@@ -240,10 +240,14 @@ int readSettings(const LedBrightnessConfig &c, int &level, char *schedule)
 	char buf[512];
 	if (!setting(VEXO_LED_BRIGHTNESS_SCHEDULE_KEY, buf, sizeof buf))
 		return -1;
-	if (buf[0])
-		std::snprintf(schedule, VEXO_LED_SCHEDULE_LENGTH + 1, "%s", buf);
+	// A stored value longer than a week is cut to one (and then judged).
+	size_t n = std::strlen(buf);
+	n = n > VEXO_LED_SCHEDULE_LENGTH ? VEXO_LED_SCHEDULE_LENGTH : n;
+	if (n)
+		std::memcpy(schedule, buf, n);
 	else
-		std::memset(schedule, '1', VEXO_LED_SCHEDULE_LENGTH), schedule[VEXO_LED_SCHEDULE_LENGTH] = '\0';
+		std::memset(schedule, '1', n = VEXO_LED_SCHEDULE_LENGTH);
+	schedule[n] = '\0';
 	if (!setting(VEXO_LED_BRIGHTNESS_LEVEL_KEY, buf, sizeof buf))
 		return -1;
 	char *end = nullptr;
