@@ -142,3 +142,9 @@ mkdir -p "$c/fan_config_fuzz"
 cp "$box/usr/vexo/etc.defaults/vcemd.xml" "$c/fan_config_fuzz/box12"
 printf '<vcemd><adt_fan_config type="DUAL_MODE_HIGH"><alert_config name="nic" alert_temp="70"/><pwm_config name="pwm1" sensor_type="manual"/><manual_config name="cpu_temperature" temp="40" fan_speed="80"/><manual_config name="nic_temperature" temp="50" fan_speed="90"/><fan_mapping_config name="internal" order="1" module="2" pwm="pwm1"/></adt_fan_config><fan_config type="DUAL_MODE_LOW_EBOX"><disk_temperature fan_speed="40%%25hz">30</disk_temperature><fan_module_config order="1"/></fan_config></vcemd>\n' \
 	>"$c/fan_config_fuzz/adt-manual-ebox"
+
+# The dimmer's description as the box ships it, with stored settings.
+mkdir -p "$c/led_brightness_fuzz"
+{ cat "$box/usr/vexo/etc.defaults/led_brightness.xml"; nul
+  printf 'led_brightness_schedule="%s"\nled_brightness_adjusted_level="2"\n' \
+	"$(printf '%056d' 0 | tr 0 1)$(printf '%056d' 0 | tr 0 2)$(printf '%056d' 0)"; } >"$c/led_brightness_fuzz/box12"
