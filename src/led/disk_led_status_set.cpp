@@ -18,6 +18,7 @@
 #include "frame/clock.h"
 #include "frame/err.h"
 #include "frame/sysroot.h"
+#include "frame/unique.h"
 
 namespace {
 
@@ -206,12 +207,13 @@ int startSwitch(const Drive &d, int duration)
 		if (second != 0)
 			::_exit(second < 0 ? 1 : 0);
 		// The host's null device: the child's streams are the process's, not the box's.
-		int null = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-		if (null >= 0) {
-			for (int fd = 0; fd <= 2; ++fd)
-				::dup2(null, fd);
-			if (null > 2)
-				::close(null);
+		{
+			vexo::UniqueFd null(::open("/dev/null", O_RDWR | O_CLOEXEC));
+			for (int fd = 0; null && fd <= 2; ++fd)
+				if (null.get() != fd)
+					::dup2(null.get(), fd);
+			if (null && null.get() <= 2)
+				(void)null.release(); // it is one of the three now
 		}
 		int rc = 1;
 		try {
