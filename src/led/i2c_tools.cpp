@@ -65,7 +65,9 @@ int transfer(const Target &t, char readWrite, uint8_t command, int size, i2c_smb
 	io.size = size;
 	io.data = &data;
 	if (t.bus.ioctl(I2C_SMBUS, &io) < 0) {
-		vlog(LOG_ERR, "%s:%d i2c transfer to 0x%02X failed, errno=%d", VEXO_AT, t.address, errno);
+		// No answer is what a probe for a chip the board lacks gets: not an error of its own.
+		vlog(errno == ENXIO || errno == EREMOTEIO ? LOG_DEBUG : LOG_ERR, "%s:%d i2c transfer to 0x%02X failed, errno=%d",
+		     VEXO_AT, t.address, errno);
 		return -1;
 	}
 	return 0;
