@@ -9,6 +9,7 @@
 #include <vexohw/vcemd.h>
 
 #include "frame/err.h"
+#include "frame/priv.h"
 #include "frame/sysroot.h"
 
 namespace {
@@ -112,6 +113,7 @@ int VEXOBuzzerPause(void)
 try {
 	if (vexo::sysroot::access(VEXO_BUZZER_PAUSE_FILE, F_OK) == 0)
 		return 0;
+	ENTERCriticalSection;
 	if (VLIBCFileTouch(VEXO_BUZZER_PAUSE_FILE) != 0) {
 		vlog(LOG_ERR, "%s:%d Failed to touch %s.", VEXO_AT, VEXO_BUZZER_PAUSE_FILE);
 		VEXO_ERR(VEXO_ERR_WRITE);
@@ -125,6 +127,7 @@ int VEXOBuzzerResume(void)
 try {
 	if (vexo::sysroot::access(VEXO_BUZZER_PAUSE_FILE, F_OK) != 0 && errno == ENOENT)
 		return 0;
+	ENTERCriticalSection;
 	if (vexo::sysroot::unlink(VEXO_BUZZER_PAUSE_FILE) != 0) {
 		vlog(LOG_ERR, "%s:%d Failed to delete file [%s], errno=[%d/%m]", VEXO_AT, VEXO_BUZZER_PAUSE_FILE, errno);
 		VEXO_ERR(VEXO_ERR_WRITE);

@@ -17,6 +17,7 @@
 
 #include "frame/clock.h"
 #include "frame/err.h"
+#include "frame/priv.h"
 #include "frame/sysroot.h"
 #include "frame/unique.h"
 
@@ -131,6 +132,7 @@ bool removeSection(const Drive &d, pid_t owner = 0)
 	}
 	if (owner && sectionPid(d) != owner)
 		return true; // a later request took the drive over
+	ENTERCriticalSection;
 	return VLIBCFileRemoveSection(VEXO_DISK_LED_STATUS_FILE, d.section.c_str()) >= 0;
 }
 
@@ -165,6 +167,7 @@ int switchChild(const Drive &d, int duration)
 			VEXO_ERR(VEXO_ERR_LOCK);
 			return 1;
 		}
+		ENTERCriticalSection;
 		vexo::sysroot::mkdir("/run/vexostorage", 0755);
 		previous = sectionPid(d);
 		int added = VLIBCFileAddSection(VEXO_DISK_LED_STATUS_FILE, d.section.c_str(), h.get());
@@ -257,6 +260,7 @@ int restore(const Drive &d)
 		vlog(LOG_ERR, "%s:%d Failed to set disk led back for %s", VEXO_AT, d.path.c_str());
 		rc = -1;
 	}
+	ENTERCriticalSection;
 	if (VLIBCFileRemoveSection(VEXO_DISK_LED_STATUS_FILE, d.section.c_str()) < 0) {
 		vlog(LOG_ERR, "%s:%d Failed to remove led status key for %s", VEXO_AT, d.path.c_str());
 		rc = -1;
@@ -358,6 +362,7 @@ try {
 	}
 	if (std::difftime(static_cast<std::time_t>(when), vexo::clock::wallSeconds()) <= 0) {
 		// Its child is gone or late: the request is over.
+		ENTERCriticalSection;
 		if (VLIBCFileRemoveSection(VEXO_DISK_LED_STATUS_FILE, d.section.c_str()) < 0)
 			vlog(LOG_ERR, "%s:%d Failed to remove %s on %s", VEXO_AT, d.section.c_str(), VEXO_DISK_LED_STATUS_FILE);
 		*out = s;

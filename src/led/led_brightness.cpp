@@ -12,6 +12,7 @@
 
 #include "frame/clock.h"
 #include "frame/err.h"
+#include "frame/priv.h"
 #include "frame/sysroot.h"
 #include "frame/xml.h"
 #include "led/led_private.h"
@@ -381,13 +382,21 @@ try {
 		{VEXO_LED_BRIGHTNESS_SCHEDULE_KEY, schedule},
 		{VEXO_LED_BRIGHTNESS_LEVEL_KEY, levelText.c_str()},
 	};
-	for (const auto &[key, value] : keys)
-		if (VLIBCFileSetKeyValue(VEXO_LED_BRIGHTNESS_SETTINGS_FILE, key, value, VLIBC_KV_TEMPLATE) != 1) {
-			vlog(LOG_ERR, "%s:%d Fail to get value(%s) in %s", VEXO_AT, key, VEXO_LED_BRIGHTNESS_SETTINGS_FILE);
-			VEXO_ERR(VEXO_ERR_WRITE);
-			VLIBCFileUnlock(kLockClassVexoInfo);
-			return -1;
-		}
+	bool written = true;
+	{
+		ENTERCriticalSection;
+		for (const auto &[key, value] : keys)
+			if (VLIBCFileSetKeyValue(VEXO_LED_BRIGHTNESS_SETTINGS_FILE, key, value, VLIBC_KV_TEMPLATE) != 1) {
+				vlog(LOG_ERR, "%s:%d Fail to get value(%s) in %s", VEXO_AT, key, VEXO_LED_BRIGHTNESS_SETTINGS_FILE);
+				VEXO_ERR(VEXO_ERR_WRITE);
+				written = false;
+				break;
+			}
+	}
+	if (!written) {
+		VLIBCFileUnlock(kLockClassVexoInfo);
+		return -1;
+	}
 	if (VLIBCFileUnlock(kLockClassVexoInfo) != 0)
 		vlog(LOG_ERR, "%s:%d Fail to unlock file LOCK_VEXOINFO", VEXO_AT);
 	c.reset();
