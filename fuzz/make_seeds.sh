@@ -147,3 +147,9 @@ printf '<vcemd><adt_fan_config type="DUAL_MODE_HIGH"><alert_config name="nic" al
 # and the vendor page the drive emulator answers for it.
 { printf 'VEXO NM410 400GB'; nul; cat "$box/var/lib/drive_attribute/drive_attribute.db"; nul
   printf '\000\000\000\000\001\000\000\000\014\000\000\000\042\000\000\000\226\000\000\000'; } >"$c/attr_db_fuzz/box12"
+
+# The dimmer's description as the box ships it, with stored settings.
+mkdir -p "$c/led_brightness_fuzz"
+{ cat "$box/usr/vexo/etc.defaults/led_brightness.xml"; nul
+  printf 'led_brightness_schedule="%s"\nled_brightness_adjusted_level="2"\n' \
+	"$(printf '%056d' 0 | tr 0 1)$(printf '%056d' 0 | tr 0 2)$(printf '%056d' 0)"; } >"$c/led_brightness_fuzz/box12"

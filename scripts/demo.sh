@@ -233,3 +233,17 @@ run fan config
 echo "# NVMe SMART information: health values and vendor attributes"
 run smart attrs nvme1n1
 run firmware bundle nvme1n1
+
+# indicators: the LED dimmer over the box's emulated I2C chip, a schedule
+# stored and applied, and a drive's LED switched for two seconds (the
+# daemon's log shows the requests, the child puts it back)
+echo "# LED dimmer, its schedule, and a drive's locate LED"
+run led brightness set 5
+run led schedule set 2 "$(printf '%0120d' 0 | tr 0 1)$(printf '%048d' 0 | tr 0 2)"
+build/bin/vexosim start "$root"
+run led locate sda 2
+sleep 1
+run led status sda
+sleep 2
+build/bin/vexosim stop "$root"
+grep 'command=\(14\|28\|29\)' "$root/var/log/vcemd_sim.log" | cut -c1-60 || true

@@ -1,6 +1,7 @@
 #include "build.h"
 #include "compat_files.h"
 #include "fan_files.h"
+#include "led_files.h"
 
 #include "sysfs.h"
 
@@ -116,6 +117,7 @@ private:
 		tree_.file("/etc.defaults/VERSION", quoted(box_.version));
 		compatFiles(box_, tree_);
 		fanFiles(box_, tree_);
+		ledFiles(box_, tree_);
 		std::string ports = "[pci]\n";
 		for (const auto &s : box_.slots)
 			ports += "pci" + std::to_string(s.slot) + "=\"" + s.pciId + "\"\n";

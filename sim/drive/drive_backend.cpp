@@ -23,6 +23,7 @@
 
 #include "drive_model.h"
 #include "drive_nvme.h"
+#include "i2c_bus.h"
 
 namespace vexosim::drive {
 namespace {
@@ -591,7 +592,9 @@ int emuIoctl(int h, unsigned long req, void *arg)
 	d.advanceSelfTest(); // a drive works on its self-test between commands
 	std::string line;
 	Outcome o;
-	switch (req) {
+	if (isI2cRequest(req)) {
+		o = i2cRequest(d, h, req, arg, line);
+	} else switch (req) {
 	case HDIO_DRIVE_CMD:
 		o = hdioDriveCmd(d, static_cast<uint8_t *>(arg), line);
 		break;
@@ -747,6 +750,7 @@ int emuClose(int h)
 		std::lock_guard<std::mutex> lk(gMutex);
 		gNodes.erase(h);
 	}
+	i2cForget(h);
 	return ::close(h);
 }
 
