@@ -13,7 +13,7 @@ trap 'rm -rf "$box"' EXIT
 "$b/bin/vexosim" build "$top/examples/box12.json" "$box" >/dev/null
 for t in sysfs_attr_fuzz proc_files_fuzz platform_json_fuzz xml_docs_fuzz disk_snapshot_fuzz drive_ata_fuzz drive_nvme_fuzz \
 	disk_path_parse_fuzz kv_file_fuzz section_file_fuzz sg_raw_dump_fuzz sg_sat_identify_dump_fuzz \
-	smart_info_cache_fuzz smartctl_table_fuzz status_lookup_fuzz; do
+	smart_info_cache_fuzz smartctl_table_fuzz status_lookup_fuzz ebox_answer_fuzz; do
 	mkdir -p "$c/$t"
 done
 nul() { printf '\000'; }
@@ -142,3 +142,7 @@ mkdir -p "$c/fan_config_fuzz"
 cp "$box/usr/vexo/etc.defaults/vcemd.xml" "$c/fan_config_fuzz/box12"
 printf '<vcemd><adt_fan_config type="DUAL_MODE_HIGH"><alert_config name="nic" alert_temp="70"/><pwm_config name="pwm1" sensor_type="manual"/><manual_config name="cpu_temperature" temp="40" fan_speed="80"/><manual_config name="nic_temperature" temp="50" fan_speed="90"/><fan_mapping_config name="internal" order="1" module="2" pwm="pwm1"/></adt_fan_config><fan_config type="DUAL_MODE_LOW_EBOX"><disk_temperature fan_speed="40%%25hz">30</disk_temperature><fan_module_config order="1"/></fan_config></vcemd>\n' \
 	>"$c/fan_config_fuzz/adt-manual-ebox"
+# The unit driver's answers: a register read, a short one and a poll.
+printf '\001i2c=0x04\n' >"$c/ebox_answer_fuzz/read"
+printf '\007i2c=0x8c 0x46 0xff\n' >"$c/ebox_answer_fuzz/short"
+printf '\002[i2c]\nfanTach1=1680\nfanTach2=0\n' >"$c/ebox_answer_fuzz/poll"
