@@ -225,3 +225,15 @@ run firmware download
 # with their speeds, the derived full-speed groups and the controller forms
 echo "# fan configuration from the box's vcemd.xml"
 run fan config
+
+# expansion units: the box's unit takes GPIO command words; the 60-bay box's
+# fourth unit, an XU11, is driven by I2C lines written into vexo_pm_i2c (the
+# simulated unit driver logs each line it is handed)
+echo "# expansion units: GPIO words and I2C lines"
+run eunit list
+root60=$top/build/demo-root60
+build/bin/vexosim build "$top/examples/box60.json" "$root60" >/dev/null
+root=$root60 run eunit fan 16 middle
+root=$root60 run eunit power 16 off
+root=$root60 run eunit list
+cat "$root60"/run/vexosim/unit/*.log
