@@ -233,7 +233,10 @@ echo "# expansion units: GPIO words and I2C lines"
 run eunit list
 root60=$top/build/demo-root60
 build/bin/vexosim build "$top/examples/box60.json" "$root60" >/dev/null
-root=$root60 run eunit fan 16 middle
-root=$root60 run eunit power 16 off
-root=$root60 run eunit list
+main=$root
+root=$root60
+run eunit fan 16 middle
+run eunit power 16 off
+run eunit list
+root=$main
 cat "$root60"/run/vexosim/unit/*.log
