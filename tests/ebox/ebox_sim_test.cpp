@@ -65,6 +65,7 @@ protected:
 	VEXO_EBOX_HANDLE_T *get(bool unitLevel = false, int expect = 1)
 	{
 		auto *h = new VEXO_EBOX_HANDLE_T{};
+		h->sem_id = -1; // a refused unit leaves the handle as it was
 		handles.push_back(h);
 		int rc = unitLevel ? VEXOEBoxUnitHandleGet(kDir, h, 4) : VEXOEBoxHandleGet(kDir, h, 4);
 		EXPECT_EQ(rc, expect);
