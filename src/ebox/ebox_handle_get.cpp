@@ -1,5 +1,6 @@
 // A unit's sysfs directory into a handle: the family from the device id,
 // the slots from the family, the unit's place in its chain and its model.
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -7,6 +8,23 @@
 
 #include "ebox/ebox_private.h"
 #include "frame/err.h"
+
+// The record as the unit's other users lay it out: two 4096-byte paths, the
+// port, the semaphore, inner, then the 31 slots in order.
+static_assert(offsetof(VEXO_EBOX_HANDLE_T, info_path) == 4096);
+static_assert(offsetof(VEXO_EBOX_HANDLE_T, port) == 8192);
+static_assert(offsetof(VEXO_EBOX_HANDLE_T, sem_id) == 8196);
+static_assert(offsetof(VEXO_EBOX_HANDLE_T, inner) == 8200);
+static_assert(offsetof(VEXO_EBOX_HANDLE_T, EncodeCmd) == 8208);
+static_assert(offsetof(VEXO_EBOX_HANDLE_T, ReadGpio) == 8208 + 2 * 8);
+static_assert(offsetof(VEXO_EBOX_HANDLE_T, FanCTL) == 8208 + 12 * 8);
+static_assert(offsetof(VEXO_EBOX_HANDLE_T, LedAlarmCTL) == 8208 + 30 * 8);
+static_assert(sizeof(VEXO_EBOX_HANDLE_T) == 8208 + 31 * 8);
+static_assert(offsetof(VEXO_EBOX_I2C_T, reg) == 2);
+static_assert(offsetof(VEXO_EBOX_I2C_T, write_data) == 4);
+static_assert(offsetof(VEXO_EBOX_I2C_T, read_data) == 11);
+static_assert(offsetof(VEXO_EBOX_I2C_T, length) == 18);
+static_assert(sizeof(VEXO_EBOX_I2C_T) == 20);
 
 namespace vexo::ebox {
 
