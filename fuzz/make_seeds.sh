@@ -13,7 +13,7 @@ trap 'rm -rf "$box"' EXIT
 "$b/bin/vexosim" build "$top/examples/box12.json" "$box" >/dev/null
 for t in sysfs_attr_fuzz proc_files_fuzz platform_json_fuzz xml_docs_fuzz disk_snapshot_fuzz drive_ata_fuzz drive_nvme_fuzz \
 	disk_path_parse_fuzz kv_file_fuzz section_file_fuzz sg_raw_dump_fuzz sg_sat_identify_dump_fuzz \
-	smart_info_cache_fuzz smartctl_table_fuzz status_lookup_fuzz attr_db_fuzz; do
+	smart_info_cache_fuzz smartctl_table_fuzz status_lookup_fuzz attr_db_fuzz ebox_answer_fuzz; do
 	mkdir -p "$c/$t"
 done
 nul() { printf '\000'; }
@@ -153,3 +153,8 @@ mkdir -p "$c/led_brightness_fuzz"
 { cat "$box/usr/vexo/etc.defaults/led_brightness.xml"; nul
   printf 'led_brightness_schedule="%s"\nled_brightness_adjusted_level="2"\n' \
 	"$(printf '%056d' 0 | tr 0 1)$(printf '%056d' 0 | tr 0 2)$(printf '%056d' 0)"; } >"$c/led_brightness_fuzz/box12"
+
+# The unit driver's answers: a register read, a short one and a poll.
+printf '\001i2c=0x04\n' >"$c/ebox_answer_fuzz/read"
+printf '\007i2c=0x8c 0x46 0xff\n' >"$c/ebox_answer_fuzz/short"
+printf '\002[i2c]\nfanTach1=1680\nfanTach2=0\n' >"$c/ebox_answer_fuzz/poll"

@@ -247,3 +247,18 @@ run led status sda
 sleep 2
 build/bin/vexosim stop "$root"
 grep 'command=\(14\|28\|29\)' "$root/var/log/vcemd_sim.log" | cut -c1-60 || true
+
+# expansion units: the box's unit takes GPIO command words; the 60-bay box's
+# fourth unit, an XU11, is driven by I2C lines written into vexo_pm_i2c (the
+# simulated unit driver logs each line it is handed)
+echo "# expansion units: GPIO words and I2C lines"
+run eunit list
+root60=$top/build/demo-root60
+build/bin/vexosim build "$top/examples/box60.json" "$root60" >/dev/null
+main=$root
+root=$root60
+run eunit fan 16 middle
+run eunit power 16 off
+run eunit list
+root=$main
+cat "$root60"/run/vexosim/unit/*.log

@@ -89,6 +89,14 @@ void Sysfs::hostNames(const std::string &sh, const std::string &transName, const
 {
 	out_.file(sh + "/vexo_diskname_trans", transName + "\n");
 	out_.file(sh + "/vexo_pm_info", pmInfo ? quoted(*pmInfo) : "vexo_device_list=\"\"\n");
+	if (!pmInfo)
+		return;
+	// The unit's command files: the GPIO word (its input lines before any
+	// command) and, on the I2C-managed family, the I2C text protocol.
+	out_.file(sh + "/vexo_pm_gpio", "0x00000000\n");
+	for (const auto &[k, v] : *pmInfo)
+		if (k == "deviceid" && v.find("5755") != std::string::npos)
+			out_.file(sh + "/vexo_pm_i2c", "");
 }
 
 std::string Sysfs::usbHost(int port, int hostNo, const std::string &procName)

@@ -24,6 +24,7 @@
 #include "drive_model.h"
 #include "drive_nvme.h"
 #include "i2c_bus.h"
+#include "unit_ctl.h"
 
 namespace vexosim::drive {
 namespace {
@@ -34,6 +35,22 @@ struct Node {
 
 std::mutex gMutex;
 std::map<int, Node> gNodes; // handle (the node file's descriptor) -> node
+
+// Expansion unit command files: handle -> host path, root, appliance path.
+struct UnitFile {
+	std::string host, root, app;
+};
+std::map<int, UnitFile> gUnitFiles;
+
+bool unitLookup(int h, UnitFile &out)
+{
+	std::lock_guard<std::mutex> lk(gMutex);
+	auto it = gUnitFiles.find(h);
+	if (it == gUnitFiles.end())
+		return false;
+	out = it->second;
+	return true;
+}
 
 bool lookup(int h, Node &out)
 {
@@ -565,13 +582,21 @@ int emuOpen(const char *hostPath, const char *appliancePath, int flags)
 	struct stat st;
 	if (::stat(hostPath, &st) != 0 || !S_ISREG(st.st_mode))
 		return ::open(hostPath, flags | O_CLOEXEC); // a real node: the kernel's
-	int fd = ::open(hostPath, O_RDWR | O_CLOEXEC);
-	if (fd < 0)
-		return -1;
 	std::string host = hostPath, app = appliancePath ? appliancePath : "";
 	std::string root = host.size() >= app.size() && host.compare(host.size() - app.size(), app.size(), app) == 0
 				   ? host.substr(0, host.size() - app.size())
 				   : std::string();
+	if (unit::isCommandFile(app)) {
+		int ufd = ::open(hostPath, flags | O_CLOEXEC);
+		if (ufd >= 0) {
+			std::lock_guard<std::mutex> lk(gMutex);
+			gUnitFiles[ufd] = UnitFile{host, root, app};
+		}
+		return ufd;
+	}
+	int fd = ::open(hostPath, O_RDWR | O_CLOEXEC);
+	if (fd < 0)
+		return -1;
 	std::string name = app.substr(app.rfind('/') + 1);
 	std::string log = root + "/run/vexosim/drive/" + name + ".log";
 	appendLog(log, "OPEN flags=" + std::to_string(flags));
@@ -736,6 +761,11 @@ ssize_t emuRead(int h, void *buf, size_t len)
 
 ssize_t emuWrite(int h, const void *buf, size_t len)
 {
+	UnitFile uf;
+	if (unitLookup(h, uf))
+		return unit::command(uf.host, uf.root, uf.app, std::string(static_cast<const char *>(buf), len))
+			       ? static_cast<ssize_t>(len)
+			       : -1;
 	Node node;
 	if (lookup(h, node)) {
 		errno = EINVAL;
@@ -749,6 +779,7 @@ int emuClose(int h)
 	{
 		std::lock_guard<std::mutex> lk(gMutex);
 		gNodes.erase(h);
+		gUnitFiles.erase(h);
 	}
 	i2cForget(h);
 	return ::close(h);
