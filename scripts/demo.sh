@@ -225,3 +225,12 @@ run firmware download
 # with their speeds, the derived full-speed groups and the controller forms
 echo "# fan configuration from the box's vcemd.xml"
 run fan config
+
+# status mail: a disk whose commands time out calls for a warning mail; the
+# rows it would carry, then the mail spooled (and the hot spare manager told)
+echo "# a disk's status mail"
+mkdir -p "$root/run/vexostorage/disks/sda"
+printf '5' >"$root/run/vexostorage/disks/sda/timeout_weight"
+run mail content sda
+run mail send sda
+rm -f "$root/run/vexostorage/disks/sda/timeout_weight"

@@ -59,8 +59,9 @@ int vexostorage(int argc, char **argv)
 		std::string dev = argv[3];
 		if (dev.rfind("/dev/", 0) != 0 || !plainName(dev.substr(5)))
 			return usage();
-		if (!readNode(dev).get()) {
-			std::fprintf(stderr, "vexostorage: %s: %s\n", dev.c_str(), std::strerror(errno));
+		struct stat st;
+		if (vexo::sysroot::stat(("/sys/block/" + dev.substr(5)).c_str(), &st) != 0) {
+			std::fprintf(stderr, "vexostorage: %s: no such disk\n", dev.c_str());
 			return 1;
 		}
 		FILE *f = std::fopen(vexo::sysroot::path("/tmp/vexosim_hotspare").c_str(), "a");
