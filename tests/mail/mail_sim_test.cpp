@@ -7,6 +7,7 @@
 #include <vexohw/disk_mail.h>
 #include <vexohw/frame.h>
 #include <vexohw/smart_info.h>
+#include <vexohw/smart_status.h>
 
 #include "overview_doc/overview_fixture.h"
 
@@ -42,12 +43,20 @@ protected:
 		root.conf("/usr/vexo/vexoman/webman/texts/enu/strings", kTexts);
 		root.write("/run/vexostorage/disks/sda/compatibility_action", "{}");
 		hotspare(0);
-		root.write("/usr/bin/smartctl",
-			   "#!/bin/sh\ncat <<'EOF'\nID# ATTRIBUTE_NAME          FLAG     VALUE WORST THRESH TYPE      "
-			   "UPDATED  WHEN_FAILED RAW_VALUE\n"
-			   "  5 Reallocated_Sector_Ct   0x0033   100   100   010    Pre-fail  Always       -       0\n\nEOF\n",
-			   0755);
+		smart(100, 100);
 		ASSERT_EQ(VEXODiskXmlHotPlugUpdate(1, "/dev/sda"), 0);
+	}
+	// Attribute 5 as smartctl shows it, threshold 10.
+	void smart(int value, int worst)
+	{
+		char row[160];
+		std::snprintf(row, sizeof(row),
+			      "  5 Reallocated_Sector_Ct   0x0033   %03d   %03d   010    Pre-fail  Always       -       0\n", value,
+			      worst);
+		root.write("/usr/bin/smartctl",
+			   std::string("#!/bin/sh\ncat <<'EOF'\nID# ATTRIBUTE_NAME          FLAG     VALUE WORST THRESH TYPE      "
+				       "UPDATED  WHEN_FAILED RAW_VALUE\n") + row + "\nEOF\n",
+			   0755);
 	}
 	void hotspare(int exitCode)
 	{
@@ -120,6 +129,32 @@ TEST_F(Mail, SentWhenTheStatusCallsForIt)
 					 std::string("%DISK_FIRM%=SC60"), std::string("%CONTENT%=SMART: ")})
 			EXPECT_NE(m.find(line + (line.back() == ' ' ? "" : "\n")), std::string::npos) << line << "\n" << m;
 		EXPECT_EQ(m.find("%EUNIT_ID%"), std::string::npos) << m; // an internal disk
+	}
+}
+
+TEST_F(Mail, AttributeReasonsLogged)
+{
+	struct Case {
+		int value, worst;
+		bool acknowledge; // the user muted the attribute at these values, then it got worse
+		const char *key, *line;
+	} cases[] = {
+		{100, 5, false, "DiskStatusWarning", "#5, cur 100, wor 5, thr 10, fail type: PAST"},
+		{5, 5, false, "DiskStatusCritical", "#5, cur 5, wor 5, thr 10, fail type: CRITICAL"},
+		{100, 9, true, "DiskStatusWarning", "#5, cur 100, wor 8, thr 10, fail type: REPEAT"},
+	};
+	for (const Case &c : cases) {
+		root.remove(SMART_ACTION_LOG);
+		smart(c.value, c.worst);
+		if (c.acknowledge) {
+			ASSERT_EQ(VEXODiskAtaSmartInfoUpdate("/dev/sda"), 0);
+			ASSERT_EQ(SmartInfoActionRecord("/dev/sda", 1, SMART_WARNING_SMART, "5"), 0);
+			smart(c.value, c.worst - 1);
+		}
+		LogCapture log;
+		ASSERT_EQ(VEXODiskMailSend("/dev/sda"), 0) << log.dump();
+		EXPECT_TRUE(log.has(LOG_WARNING, std::string("/dev/sda Warning SMART info: ") + c.line)) << log.dump();
+		EXPECT_EQ(mails().back().rfind(std::string("tag=") + c.key + "\n", 0), 0u) << mails().back();
 	}
 }
 
