@@ -1,8 +1,6 @@
 // The disk status mail against an emulated drive: when it is due, the
 // reasons logged, what lands in the spool, and the HTML rows in the mail
 // language.
-#include <filesystem>
-#include <set>
 #include <syslog.h>
 #include <vexohw/disk_mail.h>
 #include <vexohw/frame.h>
@@ -68,17 +66,6 @@ protected:
 	{
 		for (const auto &[k, v] : values)
 			root.write("/run/vexostorage/disks/sda/" + k, v);
-	}
-	std::vector<std::string> mails() const
-	{
-		std::set<std::string> names;
-		std::error_code ec;
-		for (const auto &e : std::filesystem::directory_iterator(root.host("/var/spool/vexonotify"), ec))
-			names.insert(e.path().filename().string());
-		std::vector<std::string> out;
-		for (const auto &n : names)
-			out.push_back(root.read("/var/spool/vexonotify/" + n));
-		return out;
 	}
 };
 
