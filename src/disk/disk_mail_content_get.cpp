@@ -340,8 +340,9 @@ try {
 	};
 	if (unc) {
 		rows.push_back({BadSector, std::to_string(attr.unc), attr.unc > 0 ? kRed : nullptr});
-		if (!errorRow(std::size(kErrorSources) - 1))
-			return -1;
+		for (std::size_t i = 0; i < std::size(kErrorSources); ++i)
+			if (kErrorSources[i].label == ErrUnc && !errorRow(i))
+				return -1;
 	} else {
 		if (!isOneOf(adv, {"unknown", "not_support"}) &&
 		    !wordRow(texts, wordOf(kSourceWords, adv), AdvStatus, rows)) {
