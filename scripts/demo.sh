@@ -262,3 +262,12 @@ run eunit power 16 off
 run eunit list
 root=$main
 cat "$root60"/run/vexosim/unit/*.log
+
+# status mail: a disk whose commands time out calls for a warning mail; the
+# rows it would carry, then the mail spooled (and the hot spare manager told)
+echo "# a disk's status mail"
+mkdir -p "$root/run/vexostorage/disks/sda"
+printf '5' >"$root/run/vexostorage/disks/sda/timeout_weight"
+run mail content sda
+run mail send sda
+rm -f "$root/run/vexostorage/disks/sda/timeout_weight"

@@ -127,7 +127,25 @@ private:
 		tree_.file("/usr/vexo/vexoman/webman/texts/enu/strings",
 			   quoted({{"volume_disk_info", "Drive"},
 				   {"volume_system_disk", "System device"},
-				   {"dedicated_ssd_cache", "Cache device"}}));
+				   {"dedicated_ssd_cache", "Cache device"},
+				   // the status mail's
+				   {"size_tb", "TB"}, {"size_gb", "GB"}, {"size_mb", "MB"}, {"size_kb", "KB"}, {"size_byte", "Bytes"},
+				   {"disk_status_normal", "Normal"}, {"disk_status_warning", "Warning"},
+				   {"disk_status_critical", "Critical"}, {"disk_status_failing", "Failing"},
+				   {"disk_status_unknown", "Unknown"}, {"disk_smart_status_normal", "Healthy"},
+				   {"disk_smart_status_failing", "Failing"}, {"disk_adv_status_not_test", "Not tested"},
+				   {"disk_can_not_test", "Cannot be tested"}, {"disk_bad_sector_ct", "Bad sector count"},
+				   {"disk_identify_failed_ct", "Identify failures"}, {"disk_retry_ct", "Reconnection count"},
+				   {"disk_remain_life", "Estimated remaining life"}, {"smart_status", "SMART status"},
+				   {"disk_ironwolf_health_status", "Advanced test"}, {"disk_wdda_title", "Drive analytics"},
+				   {"disk_error_timeout_title", "Command timeouts"},
+				   {"disk_error_reset_fail_title", "Reset failures"},
+				   {"disk_error_unc_title", "Uncorrectable errors"}, {"ssd_bundle_useful_time", "Useful time left"},
+				   {"colon", ":"}, {"ssd_bundle_replace_now", "Replace now"},
+				   {"ssd_bundle_time_long", "More than ten years"}, {"ssd_bundle_time_week", "week"},
+				   {"ssd_bundle_time_weeks", "weeks"}, {"ssd_bundle_time_month", "month"},
+				   {"ssd_bundle_time_months", "months"}, {"ssd_bundle_time_year", "year"},
+				   {"ssd_bundle_time_years", "years"}}));
 	}
 
 	// An ATA port with its SCSI host, as libata registers them under a

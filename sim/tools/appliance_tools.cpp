@@ -49,9 +49,26 @@ std::string diskOfGeneric(const std::string &sg)
 int vexostorage(int argc, char **argv)
 {
 	auto usage = [] {
-		std::fprintf(stderr, "Usage: vexostorage --reset-disk-attr <disk name> serial-mask\n");
+		std::fprintf(stderr, "Usage: vexostorage --reset-disk-attr <disk name> serial-mask\n"
+				     "       vexostorage --hotspare -n /dev/<disk name>\n");
 		return 2;
 	};
+	// The hot spare manager hears of a disk's health: the stand-in keeps
+	// one line per notice in /tmp/vexosim_hotspare for tests to read.
+	if (argc == 4 && std::strcmp(argv[1], "--hotspare") == 0 && std::strcmp(argv[2], "-n") == 0) {
+		std::string dev = argv[3];
+		if (dev.rfind("/dev/", 0) != 0 || !plainName(dev.substr(5)))
+			return usage();
+		struct stat st;
+		if (vexo::sysroot::stat(("/sys/block/" + dev.substr(5)).c_str(), &st) != 0) {
+			std::fprintf(stderr, "vexostorage: %s: no such disk\n", dev.c_str());
+			return 1;
+		}
+		FILE *f = std::fopen(vexo::sysroot::path("/tmp/vexosim_hotspare").c_str(), "a");
+		bool ok = f && std::fprintf(f, "health %s\n", dev.c_str()) > 0;
+		ok = f && std::fclose(f) == 0 && ok;
+		return ok ? 0 : 1;
+	}
 	if (argc != 4 || std::strcmp(argv[1], "--reset-disk-attr") != 0)
 		return usage();
 	std::string name = argv[2], attr = argv[3];

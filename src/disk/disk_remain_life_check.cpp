@@ -227,7 +227,7 @@ try {
 		event = kLifeWarnEvent;
 		detail = std::string(life) + " " + std::to_string(thr);
 	} else {
-		int months = (days % 365) / 30 + (days / 365) * 12;
+		int months = vexo::life::monthsOfDays(days);
 		ok = ok && setTag(h, "%DISK_LIFE_MONTH_VALUE%", std::to_string(months)) &&
 		     setTag(h, "%DISK_LIFE_MONTH_UNIT%", months == 1 ? "vos:disk_info:ssd_bundle_time_month"
 								    : "vos:disk_info:ssd_bundle_time_months");

@@ -8,4 +8,8 @@ namespace vexo::life {
 // can't be read (logged).
 int userThreshold(int &value);
 
+// Whole months in a number of days left: 30-day months within the year,
+// twelve for each full year.
+constexpr int monthsOfDays(int days) { return (days % 365) / 30 + (days / 365) * 12; }
+
 } // namespace vexo::life

@@ -23,7 +23,7 @@ inline constexpr Key kKeys[] = {
 	{"ironwolf", KeyType::Int}, {"is_vexo_drive", KeyType::Int}, {"mask_serial", KeyType::Int}, {"predict_weight", KeyType::Int},
 	{"read_only", KeyType::Int}, {"remain_life", KeyType::Int}, {"remain_life_danger", KeyType::Int},
 	{"reset_fail_weight", KeyType::Int}, {"sct_cmd_support", KeyType::Int},
-	{"smart_attr_ignore", KeyType::Int}, {"ssd_bundle_warning_weight", KeyType::Int}, {"smart_damage_weight", KeyType::Int},
+	{"smart_attr_ignore", KeyType::Int}, {"ssd_bundle_warning_weight", KeyType::Int}, {"ssd_bundle_days_left", KeyType::Int}, {"smart_damage_weight", KeyType::Int},
 	{"smart_selftest_log_type", KeyType::Int}, {"smart_test_ignore", KeyType::Int},
 	{"smart_test_support", KeyType::Int}, {"ssd_bad_block_over_thr", KeyType::Int},
 	{"timeout_weight", KeyType::Int}, {"unc_weight", KeyType::Int}, {"wdda_support", KeyType::Int},

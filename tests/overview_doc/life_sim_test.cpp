@@ -59,18 +59,6 @@ protected:
 		root.conf("/etc/vexoinfo.conf", user);
 	}
 	void notify(bool on) { root.write("/run/vexostorage/disks/sda/compatibility_action", on ? "{}" : R"({"notify_lifetime":false})"); }
-	// The notifications spooled, oldest first, each as its text.
-	std::vector<std::string> mails() const
-	{
-		std::set<std::string> names;
-		std::error_code ec;
-		for (const auto &e : std::filesystem::directory_iterator(root.host("/var/spool/vexonotify"), ec))
-			names.insert(e.path().filename().string());
-		std::vector<std::string> out;
-		for (const auto &n : names)
-			out.push_back(root.read("/var/spool/vexonotify/" + n));
-		return out;
-	}
 };
 
 TEST_F(Life, ThresholdsAndDanger)

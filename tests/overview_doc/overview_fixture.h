@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstdlib>
+#include <filesystem>
+#include <set>
 #include <string>
 #include <vexohw/disk_overview.h>
 #include <vexoplatform/logdb.h>
@@ -44,6 +46,18 @@ protected:
 		vexo::xml::Doc d = vexo::xml::readFile(VEXO_DISK_OVERVIEW_XML);
 		xmlNode *e = d ? vexo::overview::diskElement(d, serial) : nullptr;
 		return e ? vexo::overview::text(vexo::overview::child(e, name)) : "";
+	}
+	// The notifications spooled, oldest first, each as its text.
+	std::vector<std::string> mails() const
+	{
+		std::set<std::string> names;
+		std::error_code ec;
+		for (const auto &e : std::filesystem::directory_iterator(root.host("/var/spool/vexonotify"), ec))
+			names.insert(e.path().filename().string());
+		std::vector<std::string> out;
+		for (const auto &n : names)
+			out.push_back(root.read("/var/spool/vexonotify/" + n));
+		return out;
 	}
 	// The disk events logged: "msg model serial info" per row.
 	std::vector<std::string> events() const

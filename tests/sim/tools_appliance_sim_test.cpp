@@ -57,15 +57,23 @@ TEST_F(ApplianceTools, VexostorageUsage)
 		{"--reset-disk-attr", "sda", "serial-mask", "extra"},
 		{"--reset-disk-attr", "../sda", "serial-mask"},
 		{"--hotspare", "-q", "sda"},
+		{"--hotspare", "-n", "/dev/../sda"},
 	};
 	for (const auto &args : bad) {
 		std::vector<std::string> argv = {"/usr/vexo/sbin/vexostorage"};
 		argv.insert(argv.end(), args.begin(), args.end());
 		ToolRun r = run(argv);
 		EXPECT_EQ(r.status, 2) << argv.size();
-		EXPECT_EQ(r.err, "Usage: vexostorage --reset-disk-attr <disk name> serial-mask\n");
+		EXPECT_EQ(r.err, "Usage: vexostorage --reset-disk-attr <disk name> serial-mask\n"
+				 "       vexostorage --hotspare -n /dev/<disk name>\n");
 	}
 	EXPECT_FALSE(root.exists("/run/vexostorage/disks/sda/mask_serial"));
+	// A health notice for a disk there is, and none for one that isn't.
+	root.mkdirs("/tmp");
+	root.mkdirs("/sys/block/sda");
+	EXPECT_EQ(run({"/usr/vexo/sbin/vexostorage", "--hotspare", "-n", "/dev/sda"}).status, 0);
+	EXPECT_EQ(run({"/usr/vexo/sbin/vexostorage", "--hotspare", "-n", "/dev/sdz"}).status, 1);
+	EXPECT_EQ(root.read("/tmp/vexosim_hotspare"), "health /dev/sda\n");
 }
 
 // The product line by exit status; "busy" answers 16 (try again) that many
