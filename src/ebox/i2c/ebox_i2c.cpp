@@ -20,6 +20,15 @@ constexpr int kLineMax = 128, kAnswerMax = 512;
 // What the common frame of every operation decided.
 enum class Gate { Fail, Busy, Go };
 
+// Leaves an operation that may not run now with the answer it gives when
+// refused, or the one it gives while the kernel handles the unit's errors.
+#define EBOX_GATE(handle, what, refused, busy)                                                                     \
+	do {                                                                                                       \
+		const Gate g_ = gate(handle, what, __LINE__);                                                      \
+		if (g_ != Gate::Go)                                                                                \
+			return g_ == Gate::Busy ? (busy) : (refused);                                              \
+	} while (0)
+
 // The kernel's error handling first, then the model: only the XU11 speaks
 // this protocol. `what` names the operation in the refusal.
 Gate gate(VEXO_EBOX_HANDLE_T *h, const char *what, int line)
@@ -160,14 +169,7 @@ int uniqueGet575(VEXO_EBOX_HANDLE_T *h, char *buf, int size) { return hostInfoDe
 
 int fanNumberGet575(VEXO_EBOX_HANDLE_T *h)
 {
-	switch (gate(h, "Fan Number", __LINE__)) {
-	case Gate::Fail:
-		return -1;
-	case Gate::Busy:
-		return 0;
-	case Gate::Go:
-		break;
-	}
+	EBOX_GATE(h, "Fan Number", -1, 0);
 	return pollFans(h, nullptr, 8);
 }
 
@@ -273,14 +275,7 @@ extern "C" VEXO_API int VEXOEBoxI2cPoll(VEXO_EBOX_HANDLE_T *handle, PVLIBSZHASH 
 VEXO_C_CATCH(-1)
 
 extern "C" VEXO_API int VEXOEBoxI2cFanCTL(VEXO_EBOX_HANDLE_T *handle, FAN_SPEED speed) try {
-	switch (gate(handle, "Fan Control Conf", __LINE__)) {
-	case Gate::Fail:
-		return 0;
-	case Gate::Busy:
-		return 1;
-	case Gate::Go:
-		break;
-	}
+	EBOX_GATE(handle, "Fan Control Conf", 0, 1);
 	if (speed < FAN_SPEED_STOP || speed > FAN_SPEED_FULL) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return 0;
@@ -295,28 +290,14 @@ extern "C" VEXO_API int VEXOEBoxI2cFanCTL(VEXO_EBOX_HANDLE_T *handle, FAN_SPEED 
 VEXO_C_CATCH(0)
 
 extern "C" VEXO_API int VEXOEBoxI2cIsPowerOn(VEXO_EBOX_HANDLE_T *handle) try {
-	switch (gate(handle, "Power Status", __LINE__)) {
-	case Gate::Fail:
-		return -1;
-	case Gate::Busy:
-		return 1;
-	case Gate::Go:
-		break;
-	}
+	EBOX_GATE(handle, "Power Status", -1, 1);
 	unsigned char v;
 	return readReg(handle, kRegPower, v) == 0 ? (v >> 2) & 1 : -1;
 }
 VEXO_C_CATCH(-1)
 
 extern "C" VEXO_API int VEXOEBoxI2cPowerCTL(VEXO_EBOX_HANDLE_T *handle, int on) try {
-	switch (gate(handle, "Power Control", __LINE__)) {
-	case Gate::Fail:
-		return -1;
-	case Gate::Busy:
-		return 0;
-	case Gate::Go:
-		break;
-	}
+	EBOX_GATE(handle, "Power Control", -1, 0);
 	if (!handle->IsPowerOn) {
 		VEXO_ERR(VEXO_ERR_UNSUPPORTED);
 		return -1;
@@ -333,14 +314,7 @@ extern "C" VEXO_API int VEXOEBoxI2cPowerCTL(VEXO_EBOX_HANDLE_T *handle, int on) 
 VEXO_C_CATCH(-1)
 
 extern "C" VEXO_API int VEXOEBoxI2cWhichFanErr(VEXO_EBOX_HANDLE_T *handle, int *errs, int count) try {
-	switch (gate(handle, "Fan Status", __LINE__)) {
-	case Gate::Fail:
-		return -1;
-	case Gate::Busy:
-		return 0;
-	case Gate::Go:
-		break;
-	}
+	EBOX_GATE(handle, "Fan Status", -1, 0);
 	if (!errs || count < 1 || count > 8) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -359,14 +333,7 @@ extern "C" VEXO_API int VEXOEBoxI2cWhichFanErr(VEXO_EBOX_HANDLE_T *handle, int *
 VEXO_C_CATCH(-1)
 
 extern "C" VEXO_API int VEXOEBoxI2cRedundantPowerStatGet(VEXO_EBOX_HANDLE_T *handle, int *states, int count) try {
-	switch (gate(handle, "Redundant Power Status", __LINE__)) {
-	case Gate::Fail:
-		return -1;
-	case Gate::Busy:
-		return 0;
-	case Gate::Go:
-		break;
-	}
+	EBOX_GATE(handle, "Redundant Power Status", -1, 0);
 	unsigned char v;
 	if (!states || count < 1) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -381,41 +348,20 @@ extern "C" VEXO_API int VEXOEBoxI2cRedundantPowerStatGet(VEXO_EBOX_HANDLE_T *han
 VEXO_C_CATCH(-1)
 
 extern "C" VEXO_API int VEXOEBoxI2cIsPowerBtnDisabled(VEXO_EBOX_HANDLE_T *handle) try {
-	switch (gate(handle, "Power Button Status", __LINE__)) {
-	case Gate::Fail:
-		return -1;
-	case Gate::Busy:
-		return 0;
-	case Gate::Go:
-		break;
-	}
+	EBOX_GATE(handle, "Power Button Status", -1, 0);
 	unsigned char v;
 	return readReg(handle, kRegPowerBtn, v) == 0 ? v & 1 : -1;
 }
 VEXO_C_CATCH(-1)
 
 extern "C" VEXO_API int VEXOEBoxI2cPowerBtnDisableSet(VEXO_EBOX_HANDLE_T *handle, int disable) try {
-	switch (gate(handle, "Power Button Control", __LINE__)) {
-	case Gate::Fail:
-		return -1;
-	case Gate::Busy:
-		return 0;
-	case Gate::Go:
-		break;
-	}
+	EBOX_GATE(handle, "Power Button Control", -1, 0);
 	return updateReg(handle, kRegPowerBtn, 0x01, disable ? 0x01 : 0x00);
 }
 VEXO_C_CATCH(-1)
 
 extern "C" VEXO_API int VEXOEBoxI2cSwitchModeGet(VEXO_EBOX_HANDLE_T *handle, int *mode) try {
-	switch (gate(handle, "Switch Mode", __LINE__)) {
-	case Gate::Fail:
-		return -1;
-	case Gate::Busy:
-		return 0;
-	case Gate::Go:
-		break;
-	}
+	EBOX_GATE(handle, "Switch Mode", -1, 0);
 	unsigned char v;
 	if (!mode) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -429,14 +375,7 @@ extern "C" VEXO_API int VEXOEBoxI2cSwitchModeGet(VEXO_EBOX_HANDLE_T *handle, int
 VEXO_C_CATCH(-1)
 
 extern "C" VEXO_API int VEXOEBoxI2cLedAlarmCTL(VEXO_EBOX_HANDLE_T *handle, int state) try {
-	switch (gate(handle, "Alarm LED Control", __LINE__)) {
-	case Gate::Fail:
-		return -1;
-	case Gate::Busy:
-		return 0;
-	case Gate::Go:
-		break;
-	}
+	EBOX_GATE(handle, "Alarm LED Control", -1, 0);
 	if (state < 0 || state > 3) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -446,14 +385,7 @@ extern "C" VEXO_API int VEXOEBoxI2cLedAlarmCTL(VEXO_EBOX_HANDLE_T *handle, int s
 VEXO_C_CATCH(-1)
 
 extern "C" VEXO_API int VEXOEBoxI2cLedDiskStatCTL(VEXO_EBOX_HANDLE_T *handle, int disk, int state) try {
-	switch (gate(handle, "Disk LED Control", __LINE__)) {
-	case Gate::Fail:
-		return -1;
-	case Gate::Busy:
-		return 0;
-	case Gate::Go:
-		break;
-	}
+	EBOX_GATE(handle, "Disk LED Control", -1, 0);
 	if (disk < 1 || disk > kXU11Bays || state < 0 || state > 0xFF) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -464,14 +396,7 @@ extern "C" VEXO_API int VEXOEBoxI2cLedDiskStatCTL(VEXO_EBOX_HANDLE_T *handle, in
 VEXO_C_CATCH(-1)
 
 extern "C" VEXO_API int VEXOEBoxI2cLedDiskStatAllCTL(VEXO_EBOX_HANDLE_T *handle, int state) try {
-	switch (gate(handle, "Disk LED Control", __LINE__)) {
-	case Gate::Fail:
-		return -1;
-	case Gate::Busy:
-		return 0;
-	case Gate::Go:
-		break;
-	}
+	EBOX_GATE(handle, "Disk LED Control", -1, 0);
 	if (state < 0 || state > 0xFF) {
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
 		return -1;
@@ -490,14 +415,7 @@ extern "C" VEXO_API int VEXOEBoxI2cLedDiskStatAllCTL(VEXO_EBOX_HANDLE_T *handle,
 VEXO_C_CATCH(-1)
 
 extern "C" VEXO_API int VEXOEBoxI2cLedDiskLightCTL(VEXO_EBOX_HANDLE_T *handle, int on) try {
-	switch (gate(handle, "Disk Light Control", __LINE__)) {
-	case Gate::Fail:
-		return -1;
-	case Gate::Busy:
-		return 0;
-	case Gate::Go:
-		break;
-	}
+	EBOX_GATE(handle, "Disk Light Control", -1, 0);
 	unsigned char v = on ? 1 : 0;
 	return writeRegs(handle, kRegDiskLight, &v, 1);
 }
