@@ -13,12 +13,11 @@
 #include "asleep.h"
 #include "compat_firmware.h"
 #include "cli.h"
+#include "disk_args.h"
 
 using namespace vexo::cli;
 
 namespace {
-
-std::string devicePath(const std::string &arg) { return arg.rfind("/dev/", 0) == 0 ? arg : "/dev/" + arg; }
 
 const char *verdictMeaning(int status)
 {

@@ -21,13 +21,13 @@
 
 #include "asleep.h"
 #include "cli.h"
+#include "disk_args.h"
+#include "spool.h"
 #include "compat_firmware.h"
 
 using namespace vexo::cli;
 
 namespace {
-
-std::string devicePath(const std::string &arg) { return arg.rfind("/dev/", 0) == 0 ? arg : "/dev/" + arg; }
 
 Value cached(const std::string &path, const char *key)
 {
@@ -159,22 +159,13 @@ Value readNotification(const std::string &host, const std::string &name)
 
 int notifyList(Context &ctx)
 {
-	char dir[4096];
-	if (VEXOExtSysrootPath(VEXO_NOTIFY_SPOOL_DIR, dir, sizeof dir) != 0)
-		return fail("cannot place the spool");
+	std::string dir;
 	std::vector<std::string> names;
-	if (DIR *d = ::opendir(dir)) {
-		while (dirent *e = ::readdir(d)) {
-			std::string n = e->d_name;
-			if (n[0] != '.' && n.size() > 4 && n.compare(n.size() - 4, 4, ".ntf") == 0)
-				names.push_back(n);
-		}
-		::closedir(d);
-	}
-	std::sort(names.begin(), names.end());
+	if (!spoolNames(dir, names))
+		return fail("cannot place the spool");
 	Value rows = Value::list();
 	for (const std::string &n : names)
-		rows.push(readNotification(std::string(dir) + "/" + n, n));
+		rows.push(readNotification(dir + "/" + n, n));
 	printTable(ctx, rows,
 		   {{"time", "TIME"}, {"tag", "TAG"}, {"disk_id", "DISK"}, {"model", "MODEL"}, {"where", "WHERE"}},
 		   "notifications waiting in " VEXO_NOTIFY_SPOOL_DIR);

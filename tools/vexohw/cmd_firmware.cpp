@@ -23,6 +23,7 @@
 
 #include "asleep.h"
 #include "cli.h"
+#include "disk_args.h"
 
 using namespace vexo::cli;
 
@@ -30,8 +31,6 @@ namespace {
 
 constexpr const char *kStateWords[] = {"do_nothing", "going_to_start", "upgrading_all", "post_handle"};
 constexpr const char *kPlanDir = "/var/lib/drive-bundle/fw-upgrade/";
-
-std::string devicePath(const std::string &arg) { return arg.rfind("/dev/", 0) == 0 ? arg : "/dev/" + arg; }
 
 const char *statusWord(int s)
 {

@@ -13,12 +13,11 @@
 
 #include "asleep.h"
 #include "cli.h"
+#include "disk_args.h"
 
 using namespace vexo::cli;
 
 namespace {
-
-std::string devicePath(const std::string &arg) { return arg.rfind("/dev/", 0) == 0 ? arg : "/dev/" + arg; }
 
 // The self-test log reader needs the disk's log kind in its cache, which
 // the health refresh fills; a disk nobody refreshed yet gets it now.

@@ -14,6 +14,7 @@
 
 #include "asleep.h"
 #include "cli.h"
+#include "spool.h"
 
 using namespace vexo::cli;
 
@@ -93,25 +94,6 @@ int life(Context &ctx)
 		    {"below_user_threshold", "BELOW_USER"}, {"below_show_threshold", "BELOW_SHOW"},
 		    {"below_mail_threshold", "BELOW_MAIL"}, {"danger", "DANGER"}, {"power_mode", "ASLEEP"}});
 	return 0;
-}
-
-// Notifications waiting in the spool: the mail a check sent is the one
-// that was not there before it.
-int spooled()
-{
-	char host[4096];
-	if (VEXOExtSysrootPath(VEXO_NOTIFY_SPOOL_DIR, host, sizeof(host)) != 0)
-		return 0;
-	DIR *d = ::opendir(host);
-	if (!d)
-		return 0;
-	int n = 0;
-	for (struct dirent *e; (e = ::readdir(d));) {
-		std::string name = e->d_name;
-		n += name.size() > 4 && name.compare(name.size() - 4, 4, ".ntf") == 0;
-	}
-	::closedir(d);
-	return n;
 }
 
 int lifeCheck(Context &ctx)

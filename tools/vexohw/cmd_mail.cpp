@@ -10,30 +10,12 @@
 
 #include "asleep.h"
 #include "cli.h"
+#include "disk_args.h"
+#include "spool.h"
 
 using namespace vexo::cli;
 
 namespace {
-
-std::string devicePath(const std::string &arg) { return arg.rfind("/dev/", 0) == 0 ? arg : "/dev/" + arg; }
-
-// The notifications waiting in the spool.
-int spooled()
-{
-	char host[4096];
-	if (VEXOExtSysrootPath(VEXO_NOTIFY_SPOOL_DIR, host, sizeof(host)) != 0)
-		return 0;
-	DIR *d = ::opendir(host);
-	if (!d)
-		return 0;
-	int n = 0;
-	for (struct dirent *e; (e = ::readdir(d));) {
-		std::string name = e->d_name;
-		n += name.size() > 4 && name.compare(name.size() - 4, 4, ".ntf") == 0;
-	}
-	::closedir(d);
-	return n;
-}
 
 int mailContent(Context &ctx)
 {

@@ -48,6 +48,9 @@ inline int portTypeParse(const std::string &text)
 	return -1;
 }
 
+// A disk named as "sda" or "/dev/sda".
+inline std::string devicePath(const std::string &arg) { return arg.rfind("/dev/", 0) == 0 ? arg : "/dev/" + arg; }
+
 // A whole decimal number within [lo, hi]; false for anything else.
 inline bool parseInt(const std::string &text, long lo, long hi, int &out)
 {
