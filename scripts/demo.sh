@@ -262,3 +262,8 @@ run eunit power 16 off
 run eunit list
 root=$main
 cat "$root60"/run/vexosim/unit/*.log
+
+# fan loop: one pass over the box's tables, each read from its source (disks,
+# the adapter's sensor), the level it picks, and the speed each group runs at
+echo "# fan levels: temperatures, levels and speeds per group"
+run fan levels
