@@ -103,6 +103,20 @@ VEXO_API int VEXODiskTempGetFromResource(const char *path, VEXO_DISK_RESOURCE_T 
 /* Adapters in the box without a table of their own go to handle->nic_tables. 0, or -1. */
 VEXO_API int VEXOFanInitNicFanTableList(VEXO_FAN_HANDLE_T *handle);
 VEXO_API void VEXOFanNicFanTableListFree(VEXO_FAN_HANDLE_T *handle);
+/* Logs the decision in *status and what every table's source reads now. 0, or -1. */
+VEXO_API int VEXOFanDebugPrint(VEXO_FAN_HANDLE_T *handle, VEXO_FAN_TABLE_T *tables, VEXO_FAN_STATUS_T *status,
+			       int force_line);
+
+/* The board's sensors. The board answers the CPU temperature request with
+ * { int32 type; int32 count; int32 temps[16] } (type 1: the surface pair)
+ * and the system sensor request with one int32. */
+/* The machine's temperature into *temperature: 3 (CPU sensor), 1 (system sensor) or 0. */
+VEXO_API int VEXOHWSurfaceTempGet(int *temperature);
+/* The larger of the surface and the hottest internal disk. 0, or -1. */
+VEXO_API int VEXOHWSysTempDegree(int *temperature);
+/* *warning 1 when the surface is above the limit of the user's mode in
+   /tmp/systempwarning. 0, or -1. */
+VEXO_API int VEXOHWSysTempWarning(int *warning);
 
 VEXO_END_DECLS
 

@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "fan/fan_private.h"
+#include "fan/fan_board.h"
 #include "fan/fan_sources.h"
 #include "frame/err.h"
 #include <vexohw/disk_port.h>
@@ -43,9 +44,11 @@ void pushTable(VEXO_FAN_TABLE_OPS_T *ops)
 
 // The records. The fan loop gives each its operations; the four group
 // records differ only in how a speed is applied.
-VEXO_FAN_CONFIG_OPS_T gCpuFanOps = {FAN_CONFIG_NAME_CPUFAN, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
-VEXO_FAN_CONFIG_OPS_T gEboxOps = {FAN_CONFIG_NAME_EBOX, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
-VEXO_FAN_CONFIG_OPS_T gInternalOps = {FAN_CONFIG_NAME_INTERNAL, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
+#define VEXO_GROUP_OPS(name, speed)                                                                     \
+	{name, VEXOFanTemperatureUpdate, VEXOFanTableLookUp, VEXOIsOverBufferLimit, VEXOFanDebugPrint, speed, nullptr}
+VEXO_FAN_CONFIG_OPS_T gCpuFanOps = VEXO_GROUP_OPS(FAN_CONFIG_NAME_CPUFAN, vexo::fan::cpuFanSpeedChange);
+VEXO_FAN_CONFIG_OPS_T gEboxOps = VEXO_GROUP_OPS(FAN_CONFIG_NAME_EBOX, vexo::fan::eboxSpeedChange);
+VEXO_FAN_CONFIG_OPS_T gInternalOps = VEXO_GROUP_OPS(FAN_CONFIG_NAME_INTERNAL, vexo::fan::peripheralSpeedChange);
 // Adapter groups 4 to 9 and 11 to 18.
 VEXO_FAN_CONFIG_OPS_T gExternalNicOps[14] = {};
 
@@ -128,11 +131,11 @@ int nicListGet(VEXO_FAN_READING_T *r, VEXO_FAN_HANDLE_T *h)
 }
 
 #define VEXO_TABLE_OPS(T, get, tune) {static_cast<FAN_TABLE_TYPE>(T), debugGet<T>, get, VEXOFanTableLevelGet, tune, nullptr}
-VEXO_FAN_TABLE_OPS_T gThermalOps = VEXO_TABLE_OPS(FAN_TABLE_THERMAL, nullptr, nullptr);
+VEXO_FAN_TABLE_OPS_T gThermalOps = VEXO_TABLE_OPS(FAN_TABLE_THERMAL, vexo::fan::thermalTemperatureGet, nullptr);
 VEXO_FAN_TABLE_OPS_T gDiskOps = VEXO_TABLE_OPS(FAN_TABLE_DISK, diskGet, diskTune);
 VEXO_FAN_TABLE_OPS_T gSysDiskOps = VEXO_TABLE_OPS(FAN_TABLE_SYSDISK, sysDiskGet, sysDiskTune);
 VEXO_FAN_TABLE_OPS_T gEboxDiskOps = VEXO_TABLE_OPS(FAN_TABLE_EBOX_DISK, vexo::fan::eboxRead, vexo::fan::eboxTune);
-VEXO_FAN_TABLE_OPS_T gCpuOps = VEXO_TABLE_OPS(FAN_TABLE_CPU, nullptr, nullptr);
+VEXO_FAN_TABLE_OPS_T gCpuOps = VEXO_TABLE_OPS(FAN_TABLE_CPU, vexo::fan::cpuTemperatureGet, nullptr);
 VEXO_FAN_TABLE_OPS_T gM2Ops = VEXO_TABLE_OPS(FAN_TABLE_M2, m2Get, m2Tune);
 VEXO_FAN_TABLE_OPS_T gU2Ops = VEXO_TABLE_OPS(FAN_TABLE_U2, u2Get, u2Tune);
 #define VEXO_NIC_OPS(T) VEXO_TABLE_OPS(T, nicGet<T>, nullptr)
