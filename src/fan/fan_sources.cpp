@@ -458,6 +458,7 @@ extern "C" VEXO_API int VEXODiskInRangeFromResource(const char *path, VEXO_DISK_
 extern "C" VEXO_API int VEXOFanInitNicFanTableList(VEXO_FAN_HANDLE_T *h) try {
 	if (!h)
 		return -1;
+	VEXOFanNicFanTableListFree(h); // a second call rebuilds, never doubles
 	for (int type = kTableTypeFirst; type <= kTableTypeLast; ++type) {
 		int vendor = 0, device = 0;
 		if (VEXOFanTableNicSSIDGet(type, &vendor, &device) != 0 || VEXOFanIsFanTableExist(h->status_list, type) ||

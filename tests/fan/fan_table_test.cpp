@@ -182,6 +182,15 @@ TEST(FanLevels, UpdateCountsDueReadings)
 	}
 	EXPECT_EQ(n.speed, FAN_SPEED_UNKNOWN);
 	EXPECT_EQ(log.count(LOG_ERR, "<disk_temperature> Temperature Get fail"), 1);
+	// A product that asks for it runs full when no disk reports.
+	Sysroot root;
+	root.write(VEXO_FAN_ALL_DISK_FAIL_FILE, "");
+	root.write("/etc.defaults/vexoinfo.conf", "support_fan_adjust_by_all_disk_temp_fail=\"full\"\n");
+	gSource = FAN_SOURCE_NONE;
+	int failFlags = 0;
+	EXPECT_EQ(VEXOFanTemperatureUpdate(&h, &gTable, &failFlags), 1);
+	EXPECT_EQ(n.level, 4);
+	EXPECT_EQ(n.temperature, 1000);
 	// A node of another type is passed over with a line.
 	VEXO_FAN_STATUS_T other = node(3, FAN_SPEED_LOW, 0);
 	h.status_list = &other;
@@ -255,4 +264,52 @@ TEST(FanSources, DebugFilesAndHottestDisk)
 	EXPECT_EQ(log.count(LOG_ERR, "no Disk List"), 1);
 	EXPECT_EQ(log.count(LOG_ERR, "wrong Parameter"), 1);
 	VLIBCSzListFree(empty);
+}
+
+TEST(FanSources, AdapterAndSasFiles)
+{
+	Sysroot root;
+	VEXOFanTableTypeOpsListInit();
+	// eth0 and eth1 are xnic01 (0x1001), eth2 another maker's card; eth3 reads nonsense.
+	const struct {
+		const char *ifc, *vendor, *device, *temp;
+	} nics[] = {{"eth0", "0x7053", "0x1001", "47.9\n"}, {"eth1", "0x7053", "0x1001", "200\n"},
+		    {"eth2", "0x8086", "0x1001", "90\n"},	 {"eth3", "0x7053", "0x1001", "nan\n"}};
+	for (const auto &n : nics) {
+		std::string d = std::string("/sys/class/net/") + n.ifc;
+		root.write(d + "/device/subsystem_vendor", n.vendor);
+		root.write(d + "/device/subsystem_device", n.device);
+		root.write(d + "/temperature", n.temp);
+	}
+	root.write("/sys/bus/pci/devices/0000:05:00.0/subsystem_vendor", "0x7053\n");
+	root.write("/sys/bus/pci/devices/0000:05:00.0/subsystem_device", "0x1001\n");
+	const std::string sas = "/sys/class/sas_host/host0/device/scsi_host/host0/";
+	root.write(sas + "ioc_temperature", "61.2\n");
+	VEXO_FAN_HANDLE_T h{};
+	VEXO_FAN_READING_T r{};
+	LogCapture log;
+	EXPECT_EQ(VEXOFanTableTypeOpsGet(FAN_TABLE_XNIC01)->TemperatureGet(&r, &h), FAN_SOURCE_EXTERNAL_NIC);
+	EXPECT_EQ(r.temperature, 47);
+	EXPECT_STREQ(r.name, "eth0");
+	EXPECT_EQ(log.count(LOG_ERR, "Fail to get temperature from /sys/class/net/eth3/temperature"), 1);
+	r = VEXO_FAN_READING_T{};
+	EXPECT_EQ(VEXOFanTableTypeOpsGet(FAN_TABLE_SAS)->TemperatureGet(&r, &h), 0); // no board name yet
+	root.write(sas + "board_name", "VX-SAS\n");
+	EXPECT_EQ(VEXOFanTableTypeOpsGet(FAN_TABLE_SAS)->TemperatureGet(&r, &h), FAN_SOURCE_SAS);
+	EXPECT_EQ(r.temperature, 61);
+	EXPECT_STREQ(r.name, "VX-SAS");
+	// The generic table covers the inserted adapter that has no node; a second init does not double it.
+	ASSERT_EQ(VEXOFanInitNicFanTableList(&h), 0);
+	ASSERT_EQ(VEXOFanInitNicFanTableList(&h), 0);
+	ASSERT_TRUE(h.nic_tables && !h.nic_tables->next);
+	r = VEXO_FAN_READING_T{};
+	EXPECT_EQ(VEXOFanTableTypeOpsGet(FAN_TABLE_NIC)->TemperatureGet(&r, &h), FAN_SOURCE_EXTERNAL_NIC);
+	EXPECT_EQ(r.temperature, 47);
+	root.write("/tmp/xnic01tmp.txt", "66,eth9\n");
+	int source = 0;
+	EXPECT_EQ(VEXOFanTableTypeOpsGet(FAN_TABLE_NIC)->DebugTemperatureGet(&r, &h, &source), 1);
+	EXPECT_EQ(source, FAN_SOURCE_EXTERNAL_NIC);
+	EXPECT_EQ(r.temperature, 66);
+	VEXOFanNicFanTableListFree(&h);
+	EXPECT_EQ(h.nic_tables, nullptr);
 }
