@@ -313,3 +313,28 @@ TEST(FanSources, AdapterAndSasFiles)
 	VEXOFanNicFanTableListFree(&h);
 	EXPECT_EQ(h.nic_tables, nullptr);
 }
+
+TEST(FanLevels, DebugPrintTellsFakeFromReal)
+{
+	Sysroot root;
+	VEXO_FAN_STATUS_T n = node(2, FAN_SPEED_HIGH, 2);
+	VEXO_FAN_HANDLE_T h{};
+	h.config_name = FAN_CONFIG_NAME_CPUFAN;
+	h.status_list = &n;
+	gSource = FAN_SOURCE_DISK;
+	gTemp = 55;
+	LogCapture log;
+	EXPECT_EQ(VEXOFanDebugPrint(&h, &gTable, &n, 1), 0);
+	EXPECT_EQ(log.count(LOG_INFO, "fan_type:CPUFAN **Speed change**"), 1);
+	EXPECT_EQ(log.count(LOG_INFO, "current_speed HIGH table:<disk_temperature>"), 1);
+	EXPECT_EQ(log.count(LOG_INFO, "[real]: <disk_temperature> disk 55"), 1);
+	// The real ops of the disk table see the debug file first.
+	root.write("/tmp/disktmp.txt", "70,sdz\n");
+	VEXO_FAN_TABLE_T real = gTable;
+	VEXOFanTableTypeOpsListInit();
+	real.ops = VEXOFanTableTypeOpsGet(FAN_TABLE_DISK);
+	EXPECT_EQ(VEXOFanDebugPrint(&h, &real, &n, 0), 0);
+	EXPECT_EQ(log.count(LOG_INFO, "[fake]: <disk_temperature> 70"), 1);
+	EXPECT_EQ(VEXOFanDebugPrint(nullptr, &gTable, &n, 0), -1);
+	EXPECT_EQ(log.count(LOG_ERR, "FanDebugPrint fail wrong parameters"), 1);
+}
