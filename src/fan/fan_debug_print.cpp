@@ -1,6 +1,8 @@
 // The fan loop's account of a decision in the log: the group, the speed in
 // force, and for every table its node and what its source reads now.
 #include <cstdint>
+#include <cstring>
+#include <string>
 #include <vexohw/fan_table.h>
 
 #include "fan/fan_board.h"
@@ -37,11 +39,18 @@ extern "C" VEXO_API int VEXOFanDebugPrint(VEXO_FAN_HANDLE_T *h, VEXO_FAN_TABLE_T
 		vlog(LOG_ERR, "%s:%d FanDebugPrint fail wrong parameters", VEXO_AT);
 		return -1;
 	}
-	const char *label = groupLabel(h->config_name);
+	std::string label = groupLabel(h->config_name);
+	// On a SAS model a unit is told apart by its disks' three-letter device.
+	const char *first = h->ebox ? VLIBCSzListGet(h->ebox->disks, 0) : nullptr;
+	if (h->config_name == FAN_CONFIG_NAME_EBOX && first && VLIBCSupportSAS() > 0) {
+		if (std::strncmp(first, "/dev/", 5) == 0)
+			first += 5;
+		label = "EBOX_" + std::string(first).substr(0, 3);
+	}
 	if (force_line)
-		vlog(LOG_INFO, "%s:%d fan_type:%s **Speed change**: \n", VEXO_AT, label);
+		vlog(LOG_INFO, "%s:%d fan_type:%s **Speed change**: \n", VEXO_AT, label.c_str());
 	else
-		vlog(LOG_INFO, "%s:%d fan_type:%s \n", VEXO_AT, label);
+		vlog(LOG_INFO, "%s:%d fan_type:%s \n", VEXO_AT, label.c_str());
 	vlog(LOG_INFO, "%s:%d current_speed %s table:<%s> \n", VEXO_AT, vexo::fan::speedText(status->speed).c_str(),
 	     VEXOFanTableNameGet(status->table_type));
 	uint16_t reg = 0;

@@ -1,6 +1,7 @@
 // The board's part in the fan loop over the emulated control device: the
 // requests a speed change sends (the kick of a standing fan included), the
 // CPU and surface readings, and the warning limit per fan mode.
+#include <sstream>
 #include <string>
 #include <syslog.h>
 #include <vector>
@@ -22,17 +23,11 @@ std::vector<std::string> sent(const Sysroot &root)
 {
 	const std::string log = "/run/vexosim/drive/vexobios.log";
 	std::vector<std::string> out;
-	if (!root.exists(log))
-		return out;
-	std::string text = root.read(log), line;
+	std::istringstream in(root.exists(log) ? root.read(log) : "");
 	root.remove(log);
-	for (size_t at = 0; at < text.size(); at = text.find('\n', at) + 1) {
-		line = text.substr(at, text.find('\n', at) - at);
+	for (std::string line; std::getline(in, line);)
 		if (line.rfind("OPEN", 0) != 0)
 			out.push_back(line.substr(0, line.find(" ->")));
-		if (text.find('\n', at) == std::string::npos)
-			break;
-	}
 	return out;
 }
 
