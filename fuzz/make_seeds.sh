@@ -158,3 +158,8 @@ mkdir -p "$c/led_brightness_fuzz"
 printf '\001i2c=0x04\n' >"$c/ebox_answer_fuzz/read"
 printf '\007i2c=0x8c 0x46 0xff\n' >"$c/ebox_answer_fuzz/short"
 printf '\002[i2c]\nfanTach1=1680\nfanTach2=0\n' >"$c/ebox_answer_fuzz/poll"
+
+# Fan sources: a debug line, a SAS host's temperature and board, an adapter's vendor.
+mkdir -p "$c/fan_sources_fuzz"
+{ printf '45,sda\n'; nul; printf '52.75\n'; nul; printf 'SAS9300-8e\n'; nul; printf '0x7053\n'; } >"$c/fan_sources_fuzz/hot"
+{ printf '0\n'; nul; printf 'nan\n'; nul; nul; printf '7053\n'; } >"$c/fan_sources_fuzz/off"

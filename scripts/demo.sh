@@ -271,3 +271,8 @@ printf '5' >"$root/run/vexostorage/disks/sda/timeout_weight"
 run mail content sda
 run mail send sda
 rm -f "$root/run/vexostorage/disks/sda/timeout_weight"
+
+# fan loop: one pass over the box's tables, each read from its source (disks,
+# the adapter's sensor), the level it picks, and the speed each group runs at
+echo "# fan levels: temperatures, levels and speeds per group"
+run fan levels

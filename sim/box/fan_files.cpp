@@ -79,10 +79,21 @@ void fanFiles(const Box &box, Tree &tree)
 	// Where the fan loop publishes the disk warning temperature, under its lock.
 	tree.dir("/var/lock");
 	tree.dir("/run");
-	tree.file("/dev/vexobios", "{\"board_fans\": " + std::to_string(kBoardFans) + "}\n");
+	tree.file("/dev/vexobios", "{\"board_fans\": " + std::to_string(kBoardFans) +
+					   ", \"cpu_temperatures\": [52, 57], \"sys_temperature\": 38}\n");
 	const std::string nic = "/sys/bus/pci/devices/0000:05:00.0/";
 	tree.file(nic + "subsystem_vendor", hex(0x7053));
 	tree.file(nic + "subsystem_device", hex(kFanNicDevice));
+	// The adapter's port with its sensor, and a SAS host with its controller's.
+	tree.file(nic + "net/eth2/temperature", "47.5\n");
+	tree.link("/sys/class/net/eth2", "/sys/bus/pci/devices/0000:05:00.0/net/eth2");
+	tree.link("/sys/bus/pci/devices/0000:05:00.0/net/eth2/device", "/sys/bus/pci/devices/0000:05:00.0");
+	const std::string sas = "/sys/devices/pci0000:00/0000:00:03.0/host8/";
+	tree.file(sas + "scsi_host/host8/ioc_temperature", "52\n");
+	tree.file(sas + "scsi_host/host8/board_name", "VX-SAS9300\n");
+	tree.dir(sas + "sas_host/host8");
+	tree.link("/sys/class/sas_host/host8", sas + "sas_host/host8");
+	tree.link(sas + "sas_host/host8/device", sas.substr(0, sas.size() - 1));
 }
 
 } // namespace vexosim

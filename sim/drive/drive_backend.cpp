@@ -605,6 +605,52 @@ int emuOpen(const char *hostPath, const char *appliancePath, int flags)
 	return fd;
 }
 
+// The board control device's sensor and fan requests, answered from and
+// recorded in its node: "cpu_temperatures" (a list), "sys_temperature",
+// "fan_speed", "cpufan_speed", "fan_register". A sensor the node lacks is a
+// request the board does not know.
+Outcome boardRequest(Drive &d, unsigned long req, void *arg, std::string &line)
+{
+	json_object *v = nullptr;
+	auto has = [&](const char *key) { return json_object_object_get_ex(d.node(), key, &v); };
+	auto *w = static_cast<int32_t *>(arg);
+	if (!arg)
+		return refuse(EFAULT, "null argument");
+	switch (req) {
+	case 0xC0104B22UL: {
+		line = "BOARD_CPU_TEMPERATURE";
+		if (!has("cpu_temperatures") || !json_object_is_type(v, json_type_array))
+			return refuse(ENOTTY, "no CPU sensor");
+		int n = std::min<int>(16, (int)json_object_array_length(v));
+		w[1] = n;
+		for (int i = 0; i < n; ++i)
+			w[2 + i] = json_object_get_int(json_object_array_get_idx(v, i));
+		return Outcome{};
+	}
+	case 0xC0044B10UL:
+		line = "BOARD_SYS_TEMPERATURE";
+		if (!has("sys_temperature"))
+			return refuse(ENOTTY, "no system sensor");
+		w[0] = json_object_get_int(v);
+		return Outcome{};
+	case 0xC0024B14UL:
+		line = "BOARD_FAN_REGISTER";
+		if (!has("board_fans"))
+			return refuse(ENOTTY, "not the board control device");
+		*static_cast<uint16_t *>(arg) = has("fan_register") ? (uint16_t)json_object_get_int(v) : 0;
+		return Outcome{};
+	default: {
+		const char *key = req == 0xC00C4B0CUL ? "fan_speed" : "cpufan_speed";
+		line = std::string(req == 0xC00C4B0CUL ? "BOARD_FAN_SPEED " : "BOARD_CPUFAN_SPEED ") + std::to_string(w[2]);
+		if (!has("board_fans"))
+			return refuse(ENOTTY, "not the board control device");
+		json_object_object_add(d.node(), key, json_object_new_int(w[2]));
+		d.markChanged();
+		return Outcome{};
+	}
+	}
+}
+
 int emuIoctl(int h, unsigned long req, void *arg)
 {
 	Node node;
@@ -731,6 +777,13 @@ int emuIoctl(int h, unsigned long req, void *arg)
 		}
 		break;
 	}
+	case 0xC0104B22UL: // CPU temperatures: type, count, up to 16 readings
+	case 0xC0044B10UL: // system sensor
+	case 0xC00C4B0CUL: // fan speed: 0, 1, speed
+	case 0xC00C4B23UL: // CPU fan speed: 0, 1, speed
+	case 0xC0024B14UL: // fan register
+		o = boardRequest(d, req, arg, line);
+		break;
 	default: {
 		char b[64];
 		std::snprintf(b, sizeof(b), "IOCTL 0x%lx", req);

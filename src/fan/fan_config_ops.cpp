@@ -4,7 +4,10 @@
 #include <mutex>
 
 #include "fan/fan_private.h"
+#include "fan/fan_board.h"
+#include "fan/fan_sources.h"
 #include "frame/err.h"
+#include <vexohw/disk_port.h>
 
 namespace {
 
@@ -41,22 +44,109 @@ void pushTable(VEXO_FAN_TABLE_OPS_T *ops)
 
 // The records. The fan loop gives each its operations; the four group
 // records differ only in how a speed is applied.
-VEXO_FAN_CONFIG_OPS_T gCpuFanOps = {FAN_CONFIG_NAME_CPUFAN, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
-VEXO_FAN_CONFIG_OPS_T gEboxOps = {FAN_CONFIG_NAME_EBOX, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
-VEXO_FAN_CONFIG_OPS_T gInternalOps = {FAN_CONFIG_NAME_INTERNAL, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
+#define VEXO_GROUP_OPS(name, speed)                                                                     \
+	{name, VEXOFanTemperatureUpdate, VEXOFanTableLookUp, VEXOIsOverBufferLimit, VEXOFanDebugPrint, speed, nullptr}
+VEXO_FAN_CONFIG_OPS_T gCpuFanOps = VEXO_GROUP_OPS(FAN_CONFIG_NAME_CPUFAN, vexo::fan::cpuFanSpeedChange);
+VEXO_FAN_CONFIG_OPS_T gEboxOps = VEXO_GROUP_OPS(FAN_CONFIG_NAME_EBOX, vexo::fan::eboxSpeedChange);
+VEXO_FAN_CONFIG_OPS_T gInternalOps = VEXO_GROUP_OPS(FAN_CONFIG_NAME_INTERNAL, vexo::fan::peripheralSpeedChange);
 // Adapter groups 4 to 9 and 11 to 18.
 VEXO_FAN_CONFIG_OPS_T gExternalNicOps[14] = {};
 
-VEXO_FAN_TABLE_OPS_T gThermalOps = {FAN_TABLE_THERMAL, nullptr, nullptr, nullptr, nullptr, nullptr};
-VEXO_FAN_TABLE_OPS_T gDiskOps = {FAN_TABLE_DISK, nullptr, nullptr, nullptr, nullptr, nullptr};
-VEXO_FAN_TABLE_OPS_T gSysDiskOps = {FAN_TABLE_SYSDISK, nullptr, nullptr, nullptr, nullptr, nullptr};
-VEXO_FAN_TABLE_OPS_T gEboxDiskOps = {FAN_TABLE_EBOX_DISK, nullptr, nullptr, nullptr, nullptr, nullptr};
-VEXO_FAN_TABLE_OPS_T gCpuOps = {FAN_TABLE_CPU, nullptr, nullptr, nullptr, nullptr, nullptr};
-VEXO_FAN_TABLE_OPS_T gM2Ops = {FAN_TABLE_M2, nullptr, nullptr, nullptr, nullptr, nullptr};
-VEXO_FAN_TABLE_OPS_T gU2Ops = {FAN_TABLE_U2, nullptr, nullptr, nullptr, nullptr, nullptr};
-// One per adapter type and one for the generic type 11.
-VEXO_FAN_TABLE_OPS_T gExternalNicTableOps[15] = {};
-VEXO_FAN_TABLE_OPS_T gSasOps = {FAN_TABLE_SAS, nullptr, nullptr, nullptr, nullptr, nullptr};
+// The sources, one record per table type; every one finds its level the
+// same way.
+template <int Type>
+int debugGet(VEXO_FAN_READING_T *r, VEXO_FAN_HANDLE_T *h, int *source)
+{
+	return vexo::fan::debugRead(Type, r, h, source);
+}
+template <int Type>
+int nicGet(VEXO_FAN_READING_T *r, VEXO_FAN_HANDLE_T *)
+{
+	return vexo::fan::nicRead(Type, r);
+}
+int diskGet(VEXO_FAN_READING_T *r, VEXO_FAN_HANDLE_T *h)
+{
+	return vexo::fan::listRead(VEXODiskInternalDiskWithoutM2Enum, r, h, false);
+}
+int sysDiskGet(VEXO_FAN_READING_T *r, VEXO_FAN_HANDLE_T *h)
+{
+	return vexo::fan::listRead(VEXODiskSystemInstallationDeviceEnum, r, h, false);
+}
+int m2Get(VEXO_FAN_READING_T *r, VEXO_FAN_HANDLE_T *h) { return vexo::fan::listRead(VEXODiskM2DriveEnum, r, h, true); }
+int u2Get(VEXO_FAN_READING_T *r, VEXO_FAN_HANDLE_T *h) { return vexo::fan::listRead(VEXODiskU2DriveEnum, r, h, true); }
+int sasGet(VEXO_FAN_READING_T *r, VEXO_FAN_HANDLE_T *) { return vexo::fan::sasRead(r); }
+int diskTune(VEXO_FAN_HANDLE_T *h, int s)
+{
+	return vexo::fan::listTune(VEXODiskInternalDiskWithoutM2Enum, FAN_TABLE_DISK, h, s, false);
+}
+int sysDiskTune(VEXO_FAN_HANDLE_T *h, int s)
+{
+	return vexo::fan::listTune(VEXODiskSystemInstallationDeviceEnum, FAN_TABLE_SYSDISK, h, s, false);
+}
+int m2Tune(VEXO_FAN_HANDLE_T *h, int s) { return vexo::fan::listTune(VEXODiskM2DriveEnum, FAN_TABLE_M2, h, s, true); }
+int u2Tune(VEXO_FAN_HANDLE_T *h, int s) { return vexo::fan::listTune(VEXODiskU2DriveEnum, FAN_TABLE_U2, h, s, true); }
+
+// The generic adapter table: every adapter without a table of its own, the
+// hottest deciding.
+int nicListDebugGet(VEXO_FAN_READING_T *r, VEXO_FAN_HANDLE_T *h, int *source)
+{
+	int result = 0;
+	VEXO_FAN_READING_T best{};
+	bool taken = false;
+	for (NIC_FAN_TABLE_OPS_T *n = h ? h->nic_tables : nullptr; n; n = n->next) {
+		if (!n->ops || !n->ops->DebugTemperatureGet)
+			continue;
+		VEXO_FAN_READING_T one{};
+		int rc = n->ops->DebugTemperatureGet(&one, h, source);
+		result |= rc;
+		if (one.temperature < 1) {
+			*r = one;
+			return result;
+		}
+		if (!taken || one.temperature > best.temperature) {
+			best = one;
+			taken = true;
+		}
+	}
+	if (taken)
+		*r = best;
+	return result;
+}
+int nicListGet(VEXO_FAN_READING_T *r, VEXO_FAN_HANDLE_T *h)
+{
+	int result = 0;
+	bool taken = false;
+	for (NIC_FAN_TABLE_OPS_T *n = h ? h->nic_tables : nullptr; n; n = n->next) {
+		if (!n->ops || !n->ops->TemperatureGet)
+			continue;
+		VEXO_FAN_READING_T one{};
+		int rc = n->ops->TemperatureGet(&one, h);
+		result |= rc;
+		if (rc != 0 && (!taken || one.temperature > r->temperature)) {
+			*r = one;
+			taken = true;
+		}
+	}
+	return result;
+}
+
+#define VEXO_TABLE_OPS(T, get, tune) {static_cast<FAN_TABLE_TYPE>(T), debugGet<T>, get, VEXOFanTableLevelGet, tune, nullptr}
+VEXO_FAN_TABLE_OPS_T gThermalOps = VEXO_TABLE_OPS(FAN_TABLE_THERMAL, vexo::fan::thermalTemperatureGet, nullptr);
+VEXO_FAN_TABLE_OPS_T gDiskOps = VEXO_TABLE_OPS(FAN_TABLE_DISK, diskGet, diskTune);
+VEXO_FAN_TABLE_OPS_T gSysDiskOps = VEXO_TABLE_OPS(FAN_TABLE_SYSDISK, sysDiskGet, sysDiskTune);
+VEXO_FAN_TABLE_OPS_T gEboxDiskOps = VEXO_TABLE_OPS(FAN_TABLE_EBOX_DISK, vexo::fan::eboxRead, vexo::fan::eboxTune);
+VEXO_FAN_TABLE_OPS_T gCpuOps = VEXO_TABLE_OPS(FAN_TABLE_CPU, vexo::fan::cpuTemperatureGet, nullptr);
+VEXO_FAN_TABLE_OPS_T gM2Ops = VEXO_TABLE_OPS(FAN_TABLE_M2, m2Get, m2Tune);
+VEXO_FAN_TABLE_OPS_T gU2Ops = VEXO_TABLE_OPS(FAN_TABLE_U2, u2Get, u2Tune);
+#define VEXO_NIC_OPS(T) VEXO_TABLE_OPS(T, nicGet<T>, nullptr)
+// One per adapter type and one for the generic type 11, in type order.
+VEXO_FAN_TABLE_OPS_T gExternalNicTableOps[15] = {
+	VEXO_NIC_OPS(6),  VEXO_NIC_OPS(7),  VEXO_NIC_OPS(8),  VEXO_NIC_OPS(9),	VEXO_NIC_OPS(10),
+	{FAN_TABLE_NIC, nicListDebugGet, nicListGet, VEXOFanTableLevelGet, nullptr, nullptr},
+	VEXO_NIC_OPS(14), VEXO_NIC_OPS(15), VEXO_NIC_OPS(16), VEXO_NIC_OPS(17), VEXO_NIC_OPS(18),
+	VEXO_NIC_OPS(22), VEXO_NIC_OPS(23), VEXO_NIC_OPS(24), VEXO_NIC_OPS(25),
+};
+VEXO_FAN_TABLE_OPS_T gSasOps = VEXO_TABLE_OPS(FAN_TABLE_SAS, sasGet, nullptr);
 
 void cpuFanOpsInit() { pushConfig(&gCpuFanOps); }
 void eboxOpsInit() { pushConfig(&gEboxOps); }
@@ -76,14 +166,8 @@ void internalOpsInit() { pushConfig(&gInternalOps); }
 
 void externalNicTableOpsInit()
 {
-	int i = 0;
-	for (int type = vexo::fan::kTableTypeFirst; type <= vexo::fan::kTableTypeLast; ++type) {
-		if (!VEXOFanIsNicFanTable(type))
-			continue;
-		gExternalNicTableOps[i] = VEXO_FAN_TABLE_OPS_T{};
-		gExternalNicTableOps[i].type = static_cast<FAN_TABLE_TYPE>(type);
-		pushTable(&gExternalNicTableOps[i++]);
-	}
+	for (VEXO_FAN_TABLE_OPS_T &ops : gExternalNicTableOps)
+		pushTable(&ops);
 }
 
 } // namespace
