@@ -109,9 +109,9 @@ private:
 		info.insert(info.end(), box_.vexoinfo.begin(), box_.vexoinfo.end());
 		// The product's remaining-life thresholds in percent, unless the
 		// description sets its own.
-		for (const auto &[k, v] : KeyValues{{"remain_life_show_thr_value", "10"}, {"remain_life_mail_notify_thr_value", "3"}})
-			if (std::none_of(info.begin(), info.end(), [&](const auto &kv) { return kv.first == k; }))
-				info.emplace_back(k, v);
+		for (const auto &d : KeyValues{{"remain_life_show_thr_value", "10"}, {"remain_life_mail_notify_thr_value", "3"}})
+			if (std::none_of(info.begin(), info.end(), [&](const auto &kv) { return kv.first == d.first; }))
+				info.push_back(d);
 		tree_.file("/etc.defaults/vexoinfo.conf", quoted(info));
 		tree_.file("/etc/vexoinfo.conf", "");
 		tree_.file("/etc.defaults/VERSION", quoted(box_.version));
