@@ -44,6 +44,22 @@ VEXO_API int VEXOExtSysrootPath(const char *path, char *out, int size);
 /* Closes a handle from VEXOIDiskRawOpen. 0, or -1 with errno set. */
 VEXO_API int VEXOExtDeviceClose(int handle);
 
+/* Serialises the read-modify-write of VEXOLedAHALedSet between processes. */
+#define VEXO_LED_AHA_LOCK_FILE "/var/lock/.led_aha.lock"
+
+/*
+ * Sets an LED that hangs off an I2C chip of the board, without the platform
+ * daemon: the bits under mask of register reg of the device at address on
+ * bus take those of value, the register's other bits kept (read, then
+ * written back, under VEXO_LED_AHA_LOCK_FILE for 10 seconds; a mask of 0xFF
+ * writes value without reading). bus is the adapter's number ("0", "0x1")
+ * or its name as /sys/class/i2c-dev/i2c-N/name gives it, which must name
+ * one adapter. address 0x03 to 0x77, reg, mask and value 0 to 0xFF, mask
+ * not 0. 0, or -1 (0x0D00 bad arguments, 0x2A00 no such bus, 0x0400 lock,
+ * 0x6C00 the chip did not answer).
+ */
+VEXO_API int VEXOLedAHALedSet(const char *bus, int address, int reg, int mask, int value);
+
 /* How a per-disk cache value is stored, and read back. */
 #define VEXO_EXT_CACHE_INT 0   /* VEXODiskGetIntValueCacheFile */
 #define VEXO_EXT_CACHE_LLINT 1 /* VEXODiskGetLLIntValueCacheFile */

@@ -27,9 +27,17 @@ VEXO_BEGIN_DECLS
 /* Modes of VEXODiskLedStatusSet. */
 #define VEXO_DISK_LED_MODE_SWITCH "switch"
 #define VEXO_DISK_LED_MODE_RESTORE "restore"
+#define VEXO_DISK_LED_MODE_FAULTY "faulty"
+#define VEXO_DISK_LED_MODE_NORMAL "normal"
 
-/* The 36-byte payload of commands 14 and 28: the drive and what to do.
-   mode is 1 (switch) in 14 and 0 (back to normal) in 28. */
+/* DiskLedRequest.mode: what the daemon does with the drive's LED. */
+#define VEXO_DISK_LED_REQUEST_NORMAL 0 /* command 28: back to normal */
+#define VEXO_DISK_LED_REQUEST_SWITCH 1 /* command 14: locate, for duration seconds */
+#define VEXO_DISK_LED_REQUEST_FAULTY 2 /* command 14: faulty, until put back */
+
+/* The 36-byte payload of commands 14 and 28: the drive and what to do
+   (VEXO_DISK_LED_REQUEST_*). duration and pid are those of the switch
+   concerned, 0 when there is none. */
 typedef struct DiskLedRequest {
 	DiskId id;
 	int32_t mode;
@@ -54,18 +62,34 @@ typedef struct DiskLedStatus {
 } DiskLedStatus;
 
 /*
- * mode "switch": changes the drive's LED for duration seconds (1 or more)
- * from a child process and returns at once; a second switch replaces the
- * first. mode "restore": VEXODiskLedStatusRestore. 0, or -1 (0x0D00 for a
- * bad argument or mode).
+ * mode, with disk_path a drive ("/dev/sda"):
+ *  "switch"  changes the drive's LED for duration seconds (1 or more) from
+ *            a detached child, which puts it back (command 28) when the
+ *            time is over; returns at once. A second switch replaces the
+ *            first.
+ *  "restore" ends a switch early: VEXODiskLedStatusRestore.
+ *  "faulty"  sets the faulty LED (command 14, mode FAULTY) and keeps it:
+ *            no child, nothing in the status file, no LED log line. A
+ *            switch under way is ended first (its child stopped, its
+ *            section removed), so that it cannot put the LED back.
+ *  "normal"  puts the LED back (command 28), also when no switch is under
+ *            way: the way out of "faulty". A switch under way is ended as
+ *            by "restore".
+ * duration is read by "switch" only. An unknown mode is refused with a log
+ * line. 0, or -1 (0x0D00 for a bad argument or mode, 0x0400 when the
+ * status file's lock can't be had, 0x0F00 when the daemon or the child
+ * failed; the log says which).
  */
 VEXO_API int VEXODiskLedStatusSet(const char *disk_path, const char *mode, int duration);
 /* The drive's request, if any; an expired one is removed. 0, or -1. */
 VEXO_API int VEXODiskLedStatusGet(const char *disk_path, DiskLedStatus *out);
 /* Removes the drive's section of the status file (none is no failure). 0, or -1. */
 VEXO_API int VEXODiskLedStatusRemoveFile(const DiskId *disk_id);
-/* Ends a switch early: stops its child, puts the LED back, removes the
-   section. A drive without a request gives 0 and sends nothing. 0, or -1. */
+/* Ends a switch early, under the status file's lock: stops its child,
+   puts the LED back (command 28 and the "restore" log line), removes the
+   section. A drive without a request, or with one whose time is over,
+   gives 0 and sends nothing (the stale section is removed, and the pid in
+   it, perhaps another process's by now, is left alone). 0, or -1. */
 VEXO_API int VEXODiskLedStatusRestore(const char *disk_path);
 
 /* ---- Buzzer -------------------------------------------------------------- */
@@ -106,6 +130,9 @@ typedef struct LedBrightnessLevel {
 } LedBrightnessLevel;
 
 typedef struct LedBrightnessConfig {
+	/* The description's bus element may hold a number or the name of the
+	   adapter (/sys/class/i2c-dev/i2c-N/name); here it is the number. A
+	   name no adapter has passes the chip over. */
 	int32_t bus;
 	int32_t address;
 	int32_t offset;

@@ -6,14 +6,15 @@ namespace vexosim {
 namespace {
 
 // Two possible chips: an older one at 0x2c (absent here) with three levels,
-// and the one on this board with six, level 3 the default.
-constexpr const char *kLedBrightnessXml = R"(<?xml version="1.0" encoding="UTF-8"?>
+// and the one on this board with six, level 3 the default, its bus named by
+// the adapter's name.
+const std::string kLedBrightnessXml = R"(<?xml version="1.0" encoding="UTF-8"?>
 <led_brightness>
   <i2c><bus>0</bus><address>0x2c</address><offset>0x00</offset><command_type>I2C</command_type></i2c>
   <brightness><value>0</value><i2cValue>0x00</i2cValue></brightness>
   <brightness><value>1</value><i2cValue>0x7F</i2cValue><default>true</default></brightness>
   <brightness><value>2</value><i2cValue>0xFF</i2cValue></brightness>
-  <i2c><bus>0</bus><address>0x2d</address><offset>0x01</offset><command_type>SMBUS</command_type></i2c>
+  <i2c><bus>)" + std::string(kDimmerAdapter) + R"(</bus><address>0x2d</address><offset>0x01</offset><command_type>SMBUS</command_type></i2c>
   <brightness><value>0</value><i2cValue>0x00</i2cValue></brightness>
   <brightness><value>1</value><i2cValue>0x20</i2cValue></brightness>
   <brightness><value>2</value><i2cValue>0x40</i2cValue></brightness>
@@ -32,6 +33,7 @@ void ledFiles(const Box &box, Tree &tree)
 	// The chip starts at the default level's byte.
 	tree.file("/dev/i2c-" + std::to_string(kDimmerBus),
 		  "{\"i2c\": {\"0x2d\": {\"registers\": {\"0x01\": 128}}}}\n");
+	tree.file("/sys/class/i2c-dev/i2c-" + std::to_string(kDimmerBus) + "/name", std::string(kDimmerAdapter) + "\n");
 	tree.dir("/var/lock");
 	tree.dir("/run/vexostorage");
 }

@@ -13,6 +13,9 @@ inline constexpr int kDimmerBus = 0;
 inline constexpr int kDimmerAddress = 0x2d;
 inline constexpr int kDimmerAbsentAddress = 0x2c;
 inline constexpr int kDimmerRegister = 0x01;
+// The bus's adapter name (/sys/class/i2c-dev/i2c-0/name): the description
+// names the dimmer's bus by it.
+inline constexpr const char *kDimmerAdapter = "vexo-board-smbus";
 
 void ledFiles(const Box &box, Tree &tree);
 

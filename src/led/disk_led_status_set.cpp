@@ -185,12 +185,12 @@ int switchChild(const Drive &d, int duration)
 	// The child of the request replaced must not put the LED back early.
 	if (previous > 0 && previous != self)
 		::kill(previous, SIGTERM);
-	if (sendRequest(VEXO_VCEMD_CMD_DISK_LED_SET, d, 1, duration, self) != 0 || sendLog(d, "switch", duration) != 0) {
+	if (sendRequest(VEXO_VCEMD_CMD_DISK_LED_SET, d, VEXO_DISK_LED_REQUEST_SWITCH, duration, self) != 0 || sendLog(d, "switch", duration) != 0) {
 		removeSection(d, self);
 		return 1;
 	}
 	vexo::clock::sleepMs(static_cast<std::int64_t>(duration) * 1000);
-	int rc = sendRequest(VEXO_VCEMD_CMD_DISK_LED_SET_BACK, d, 0, duration, self) == 0 &&
+	int rc = sendRequest(VEXO_VCEMD_CMD_DISK_LED_SET_BACK, d, VEXO_DISK_LED_REQUEST_NORMAL, duration, self) == 0 &&
 			 sendLog(d, "restore", duration) == 0
 		 ? 0
 		 : 1;
@@ -241,33 +241,92 @@ int startSwitch(const Drive &d, int duration)
 	return 0;
 }
 
-int restore(const Drive &d)
+// Under the held lock: the child of the drive's switch that is under way,
+// or 0. A section whose time is over is removed and its pid left alone:
+// that child is gone and the number may be another process's by now.
+pid_t liveSwitch(const Drive &d)
+{
+	Hash h(VLIBCSzHashAlloc(8));
+	if (!h)
+		return 0;
+	VLIBSZHASH *raw = h.get();
+	int n = VLIBCFileGetSection(VEXO_DISK_LED_STATUS_FILE, d.section.c_str(), &raw);
+	h.release();
+	h.reset(raw);
+	if (n < 0)
+		return 0;
+	const char *pid = VLIBCSzHashGetValue(h.get(), "pid"), *due = VLIBCSzHashGetValue(h.get(), "time");
+	pid_t child = pid ? static_cast<pid_t>(std::strtol(pid, nullptr, 10)) : 0;
+	if (child > 0 && due &&
+	    std::difftime(static_cast<std::time_t>(std::strtoll(due, nullptr, 10)), vexo::clock::wallSeconds()) > 0)
+		return child;
+	ENTERCriticalSection;
+	VLIBCFileRemoveSection(VEXO_DISK_LED_STATUS_FILE, d.section.c_str());
+	return 0;
+}
+
+// Under the held lock: the switch's child, stopped so that nothing puts
+// the LED back behind the caller; and its section. False, logged, on failure.
+bool stopChild(pid_t child)
+{
+	if (::kill(child, SIGTERM) == 0 || errno == ESRCH)
+		return true;
+	vlog(LOG_ERR, "%s:%d Failed to kill process: %d", VEXO_AT, child);
+	return false;
+}
+
+bool dropSection(const Drive &d)
+{
+	ENTERCriticalSection;
+	if (VLIBCFileRemoveSection(VEXO_DISK_LED_STATUS_FILE, d.section.c_str()) >= 0)
+		return true;
+	vlog(LOG_ERR, "%s:%d Failed to remove led status key for %s", VEXO_AT, d.path.c_str());
+	return false;
+}
+
+// "restore" ends a switch early; "normal" puts the LED back also when no
+// switch is under way (after "faulty").
+int restore(const Drive &d, bool always)
 {
 	StatusLock lock;
 	if (!lock.held()) {
 		VEXO_ERR(VEXO_ERR_LOCK);
 		return -1;
 	}
-	pid_t child = sectionPid(d);
-	if (child <= 0)
+	pid_t child = liveSwitch(d);
+	if (child <= 0 && !always)
 		return 0; // nothing under way
-	int rc = 0;
-	if (::kill(child, SIGTERM) != 0 && errno != ESRCH) {
-		vlog(LOG_ERR, "%s:%d Failed to kill process: %d", VEXO_AT, child);
-		rc = -1;
-	}
-	if (sendRequest(VEXO_VCEMD_CMD_DISK_LED_SET_BACK, d, 0, 0, child) != 0 || sendLog(d, "restore", 0) != 0) {
+	bool ok = child <= 0 || stopChild(child);
+	if (sendRequest(VEXO_VCEMD_CMD_DISK_LED_SET_BACK, d, VEXO_DISK_LED_REQUEST_NORMAL, 0, child) != 0 ||
+	    (child > 0 && sendLog(d, "restore", 0) != 0)) {
 		vlog(LOG_ERR, "%s:%d Failed to set disk led back for %s", VEXO_AT, d.path.c_str());
-		rc = -1;
+		ok = false;
 	}
-	ENTERCriticalSection;
-	if (VLIBCFileRemoveSection(VEXO_DISK_LED_STATUS_FILE, d.section.c_str()) < 0) {
-		vlog(LOG_ERR, "%s:%d Failed to remove led status key for %s", VEXO_AT, d.path.c_str());
-		rc = -1;
-	}
-	if (rc != 0)
+	if (child > 0 && !dropSection(d))
+		ok = false;
+	if (!ok)
 		VEXO_ERR(VEXO_ERR_INTERNAL);
-	return rc;
+	return ok ? 0 : -1;
+}
+
+// The faulty LED stays until "normal": a switch under way is ended first,
+// or its child would put the LED back to normal over it.
+int faulty(const Drive &d)
+{
+	StatusLock lock;
+	if (!lock.held()) {
+		VEXO_ERR(VEXO_ERR_LOCK);
+		return -1;
+	}
+	pid_t child = liveSwitch(d);
+	bool ok = child <= 0 || (stopChild(child) && dropSection(d));
+	if (ok && sendRequest(VEXO_VCEMD_CMD_DISK_LED_SET, d, VEXO_DISK_LED_REQUEST_FAULTY, 0, 0) != 0)
+		ok = false;
+	if (!ok) {
+		vlog(LOG_ERR, "%s:%d Failed to set disk led faulty", VEXO_AT);
+		VEXO_ERR(VEXO_ERR_INTERNAL);
+	}
+	return ok ? 0 : -1;
 }
 
 } // namespace
@@ -284,12 +343,15 @@ try {
 	Drive d;
 	if (!drive(disk_path, d))
 		return -1;
-	if (std::strcmp(mode, VEXO_DISK_LED_MODE_RESTORE) == 0) {
-		if (restore(d) == 0)
+	const bool normal = std::strcmp(mode, VEXO_DISK_LED_MODE_NORMAL) == 0;
+	if (normal || std::strcmp(mode, VEXO_DISK_LED_MODE_RESTORE) == 0) {
+		if (restore(d, normal) == 0)
 			return 0;
 		vlog(LOG_ERR, "%s:%d Failed to restore disk led status for %s", VEXO_AT, disk_path);
 		return -1;
 	}
+	if (std::strcmp(mode, VEXO_DISK_LED_MODE_FAULTY) == 0)
+		return faulty(d);
 	if (std::strcmp(mode, VEXO_DISK_LED_MODE_SWITCH) != 0 || duration < 1) {
 		vlog(LOG_ERR, "%s:%d Bad mode %s or duration %d for %s", VEXO_AT, mode, duration, disk_path);
 		VEXO_ERR(VEXO_ERR_BAD_PARAM);
@@ -309,7 +371,7 @@ try {
 	Drive d;
 	if (!drive(disk_path, d))
 		return -1;
-	if (restore(d) == 0)
+	if (restore(d, false) == 0)
 		return 0;
 	vlog(LOG_ERR, "%s:%d Failed to restore disk led status for %s", VEXO_AT, disk_path);
 	return -1;

@@ -156,7 +156,13 @@ Config load()
 			if (chosen)
 				break;
 			LedBrightnessConfig probe{};
-			if (!childNumber(n, "bus", probe.bus) || !childNumber(n, "address", probe.address))
+			// The bus by number or by its adapter's name: numbers can change
+			// between kernels, the name of the board's adapter does not.
+			std::string bus = childText(n, "bus");
+			bus.erase(0, bus.find_first_not_of(" \t\r\n"));
+			bus.erase(bus.find_last_not_of(" \t\r\n") + 1);
+			if ((probe.bus = vexo::led::lookup_i2c_bus(bus.c_str(), true)) < 0 ||
+			    !childNumber(n, "address", probe.address))
 				continue;
 			if (!childNumber(n, "offset", probe.offset))
 				probe.offset = 0;

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <string>
 
+#include <vexohw/ext.h>
 #include <vexohw/led.h>
 #include <vexoplatform/vexocore.h>
 
@@ -73,6 +74,59 @@ int ledRestore(Context &ctx)
 	if (VEXODiskLedStatusRestore(devPath(ctx.args[0]).c_str()) != 0)
 		return fail("led restore: failed (error 0x%04X; --verbose tells more)", VLIBCErrGet());
 	return ledStatus(ctx);
+}
+
+// "faulty" and "normal": the LED held by the daemon, no child.
+int ledMode(Context &ctx, const char *mode)
+{
+	if (ctx.args.size() != 1)
+		return fail("usage: led %s DISK", mode);
+	if (VEXODiskLedStatusSet(devPath(ctx.args[0]).c_str(), mode, 0) != 0)
+		return fail("led %s: failed (error 0x%04X; --verbose tells more)", mode, VLIBCErrGet());
+	Value r = Value::object();
+	r.set("disk", devPath(ctx.args[0]));
+	r.set("led", mode);
+	printRecord(ctx, r);
+	return 0;
+}
+
+int ledFaulty(Context &ctx)
+{
+	return ledMode(ctx, VEXO_DISK_LED_MODE_FAULTY);
+}
+
+int ledNormal(Context &ctx)
+{
+	return ledMode(ctx, VEXO_DISK_LED_MODE_NORMAL);
+}
+
+// A byte 0 to 0xFF, decimal or 0x-prefixed.
+bool byteArg(const std::string &text, int &out)
+{
+	char *end = nullptr;
+	long v = std::strtol(text.c_str(), &end, 0);
+	if (text.empty() || *end || v < 0 || v > 0xFF)
+		return false;
+	out = static_cast<int>(v);
+	return true;
+}
+
+int chipSet(Context &ctx)
+{
+	int v[4] = {};
+	if (ctx.args.size() != 5 || !byteArg(ctx.args[1], v[0]) || !byteArg(ctx.args[2], v[1]) ||
+	    !byteArg(ctx.args[3], v[2]) || !byteArg(ctx.args[4], v[3]))
+		return fail("usage: led chip set BUS ADDRESS REGISTER MASK VALUE");
+	if (VEXOLedAHALedSet(ctx.args[0].c_str(), v[0], v[1], v[2], v[3]) != 0)
+		return fail("led chip set: failed (error 0x%04X; --verbose tells more)", VLIBCErrGet());
+	Value r = Value::object();
+	r.set("bus", ctx.args[0]);
+	r.set("address", v[0]);
+	r.set("register", v[1]);
+	r.set("mask", v[2]);
+	r.set("value", v[3] & v[2]);
+	printRecord(ctx, r);
+	return 0;
 }
 
 int brightness(Context &ctx)
@@ -161,6 +215,11 @@ VEXO_CLI_COMMAND("led status", "DISK...", "whether a disk's LED is switched for 
 		 ledStatus, {});
 VEXO_CLI_COMMAND("led locate", "DISK SECONDS", "switch a disk's LED for a while; a child puts it back", ledLocate, {});
 VEXO_CLI_COMMAND("led restore", "DISK", "end a locate request early", ledRestore, {});
+VEXO_CLI_COMMAND("led faulty", "DISK", "light a disk's faulty LED until `led normal` (ends a locate request)", ledFaulty, {});
+VEXO_CLI_COMMAND("led normal", "DISK", "put a disk's LED back to normal (ends a locate request or a faulty LED)",
+		 ledNormal, {});
+VEXO_CLI_COMMAND("led chip set", "BUS ADDRESS REGISTER MASK VALUE",
+		 "set the bits under MASK of an LED chip's register on an I2C bus (number or adapter name)", chipSet, {});
 VEXO_CLI_COMMAND("led brightness", "", "the LED dimmer's level, its range and the weekly schedule", brightness, {});
 VEXO_CLI_COMMAND("led brightness set", "LEVEL", "set the dimmer's level now (-1: the default)", brightnessSet, {});
 VEXO_CLI_COMMAND("led schedule set", "LEVEL SCHEDULE", "store the adjusted level and the 168-hour schedule, and apply them",
