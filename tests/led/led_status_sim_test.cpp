@@ -1,9 +1,12 @@
 // A drive's LED switched for a while, with a real child process and the
 // simulated daemon receiving every request; and the buzzer's settings.
+#include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <sys/wait.h>
 #include <syslog.h>
 #include <thread>
 #include <unistd.h>
@@ -176,6 +179,83 @@ TEST(LedStatus, StaleSectionAndBadArguments)
 		EXPECT_TRUE(log.has(LOG_ERR, b.log)) << log.dump();
 	}
 	EXPECT_TRUE(box.daemon.events().empty());
+}
+
+// What each mode sends after what was under way, and that no child is left
+// to put the LED back behind it. A stale section's pid may be anyone's now:
+// a live process of ours stands in for it and must survive.
+TEST(LedStatus, ModesOverASwitchOrAStaleSection)
+{
+	Box box;
+	enum Before { Nothing, Switch, Stale };
+	const struct {
+		const char *mode;
+		Before before;
+		int code, request; // the daemon request the mode sends (code 0: none)
+		bool restoreLine;  // the "restore" log line after it
+	} cases[] = {
+		{"faulty", Switch, 14, VEXO_DISK_LED_REQUEST_FAULTY, false},
+		{"normal", Switch, 28, VEXO_DISK_LED_REQUEST_NORMAL, true},
+		{"normal", Nothing, 28, VEXO_DISK_LED_REQUEST_NORMAL, false},
+		{"faulty", Stale, 14, VEXO_DISK_LED_REQUEST_FAULTY, false},
+		{"restore", Stale, 0, 0, false},
+	};
+	size_t sent = 0;
+	for (const auto &c : cases) {
+		std::vector<std::string> want;
+		pid_t child = 0, bystander = 0;
+		if (c.before == Switch) {
+			ASSERT_EQ(VEXODiskLedStatusSet("/dev/sdd", "switch", 600), 0);
+			ASSERT_GT(child = box.pid("/dev/sdd"), 0);
+			want = {request(14, "/dev/sdd", 1, 600, child), logRecord("/dev/sdd", "switch", 10)};
+			box.daemon.events(sent + 2);
+		} else if (c.before == Stale) {
+			if ((bystander = ::fork()) == 0) {
+				::pause();
+				::_exit(0);
+			}
+			box.root.write(VEXO_DISK_LED_STATUS_FILE, "[" + box.section("/dev/sdd") + "]\ntime=\"1000\"\npid=\"" +
+								   std::to_string(bystander) + "\"\nduration=\"60\"\n");
+		}
+		EXPECT_EQ(VEXODiskLedStatusSet("/dev/sdd", c.mode, 0), 0) << c.mode;
+		if (c.code)
+			want.push_back(request(c.code, "/dev/sdd", c.request, 0, c.code == 28 ? child : 0));
+		if (c.restoreLine)
+			want.push_back(logRecord("/dev/sdd", "restore", 0));
+		for (int i = 0; i < 100 && child && vexo::proc::alive(child); ++i)
+			std::this_thread::sleep_for(std::chrono::milliseconds(20));
+		EXPECT_FALSE(child && vexo::proc::alive(child)) << c.mode;
+		EXPECT_TRUE(box.sectionGone("/dev/sdd")) << c.mode;
+		if (bystander) {
+			EXPECT_TRUE(vexo::proc::alive(bystander)) << c.mode;
+			::kill(bystander, SIGKILL);
+			::waitpid(bystander, nullptr, 0);
+		}
+		std::vector<std::string> got = box.daemon.events(sent + want.size());
+		EXPECT_EQ(std::vector<std::string>(got.begin() + static_cast<long>(std::min(sent, got.size())), got.end()), want)
+			<< c.mode;
+		sent = got.size();
+	}
+}
+
+// With the daemon gone, each mode fails with its own lines.
+TEST(LedStatus, ModesWithoutTheDaemon)
+{
+	Box box;
+	ASSERT_EQ(box.daemon.vexosim("stop"), 0);
+	const struct {
+		const char *mode, *log, *log2;
+	} cases[] = {
+		{"faulty", "Failed to set disk led faulty", nullptr},
+		{"normal", "Failed to set disk led back for /dev/sde", "Failed to restore disk led status for /dev/sde"},
+	};
+	for (const auto &c : cases) {
+		LogCapture log;
+		VLIBCErrClear();
+		EXPECT_EQ(VEXODiskLedStatusSet("/dev/sde", c.mode, 0), -1) << c.mode;
+		EXPECT_EQ(VLIBCErrGet(), VEXO_ERR_INTERNAL) << c.mode;
+		EXPECT_TRUE(log.has(LOG_ERR, c.log) && (!c.log2 || log.has(LOG_ERR, c.log2))) << log.dump();
+	}
 }
 
 TEST(Buzzer, SettingsAndPause)
