@@ -192,70 +192,49 @@ TEST(LedStatus, ModesOverASwitchOrAStaleSection)
 		const char *mode;
 		Before before;
 		int code, request; // the daemon request the mode sends (code 0: none)
-		bool restoreLine;  // the "restore" log line after it
 	} cases[] = {
-		{"faulty", Switch, 14, VEXO_DISK_LED_REQUEST_FAULTY, false},
-		{"normal", Switch, 28, VEXO_DISK_LED_REQUEST_NORMAL, true},
-		{"normal", Nothing, 28, VEXO_DISK_LED_REQUEST_NORMAL, false},
-		{"faulty", Stale, 14, VEXO_DISK_LED_REQUEST_FAULTY, false},
-		{"restore", Stale, 0, 0, false},
+		{"faulty", Switch, 14, VEXO_DISK_LED_REQUEST_FAULTY}, {"normal", Switch, 28, VEXO_DISK_LED_REQUEST_NORMAL},
+		{"normal", Nothing, 28, VEXO_DISK_LED_REQUEST_NORMAL}, {"faulty", Stale, 14, VEXO_DISK_LED_REQUEST_FAULTY},
+		{"restore", Stale, 0, 0},
 	};
 	size_t sent = 0;
 	for (const auto &c : cases) {
 		std::vector<std::string> want;
-		pid_t child = 0, bystander = 0;
+		pid_t child = 0, bystander = c.before == Stale ? ::fork() : 0;
+		if (bystander == 0 && c.before == Stale)
+			::_exit(::pause());
 		if (c.before == Switch) {
 			ASSERT_EQ(VEXODiskLedStatusSet("/dev/sdd", "switch", 600), 0);
 			ASSERT_GT(child = box.pid("/dev/sdd"), 0);
 			want = {request(14, "/dev/sdd", 1, 600, child), logRecord("/dev/sdd", "switch", 10)};
 			box.daemon.events(sent + 2);
-		} else if (c.before == Stale) {
-			if ((bystander = ::fork()) == 0) {
-				::pause();
-				::_exit(0);
-			}
+		} else if (bystander) {
 			box.root.write(VEXO_DISK_LED_STATUS_FILE, "[" + box.section("/dev/sdd") + "]\ntime=\"1000\"\npid=\"" +
 								   std::to_string(bystander) + "\"\nduration=\"60\"\n");
 		}
 		EXPECT_EQ(VEXODiskLedStatusSet("/dev/sdd", c.mode, 0), 0) << c.mode;
 		if (c.code)
 			want.push_back(request(c.code, "/dev/sdd", c.request, 0, c.code == 28 ? child : 0));
-		if (c.restoreLine)
+		if (c.code == 28 && child)
 			want.push_back(logRecord("/dev/sdd", "restore", 0));
-		for (int i = 0; i < 100 && child && vexo::proc::alive(child); ++i)
+		for (int i = 0; i < 100 && vexo::proc::alive(child); ++i)
 			std::this_thread::sleep_for(std::chrono::milliseconds(20));
-		EXPECT_FALSE(child && vexo::proc::alive(child)) << c.mode;
-		EXPECT_TRUE(box.sectionGone("/dev/sdd")) << c.mode;
-		if (bystander) {
-			EXPECT_TRUE(vexo::proc::alive(bystander)) << c.mode;
-			::kill(bystander, SIGKILL);
+		EXPECT_TRUE(!vexo::proc::alive(child) && box.sectionGone("/dev/sdd")) << c.mode;
+		EXPECT_EQ(vexo::proc::alive(bystander), bystander > 0) << c.mode;
+		if (bystander && ::kill(bystander, SIGKILL) == 0)
 			::waitpid(bystander, nullptr, 0);
-		}
 		std::vector<std::string> got = box.daemon.events(sent + want.size());
 		EXPECT_EQ(std::vector<std::string>(got.begin() + static_cast<long>(std::min(sent, got.size())), got.end()), want)
 			<< c.mode;
 		sent = got.size();
 	}
-}
-
-// With the daemon gone, each mode fails with its own lines.
-TEST(LedStatus, ModesWithoutTheDaemon)
-{
-	Box box;
+	// Without the daemon each fails with its own line.
 	ASSERT_EQ(box.daemon.vexosim("stop"), 0);
-	const struct {
-		const char *mode, *log, *log2;
-	} cases[] = {
-		{"faulty", "Failed to set disk led faulty", nullptr},
-		{"normal", "Failed to set disk led back for /dev/sde", "Failed to restore disk led status for /dev/sde"},
-	};
-	for (const auto &c : cases) {
-		LogCapture log;
-		VLIBCErrClear();
-		EXPECT_EQ(VEXODiskLedStatusSet("/dev/sde", c.mode, 0), -1) << c.mode;
-		EXPECT_EQ(VLIBCErrGet(), VEXO_ERR_INTERNAL) << c.mode;
-		EXPECT_TRUE(log.has(LOG_ERR, c.log) && (!c.log2 || log.has(LOG_ERR, c.log2))) << log.dump();
-	}
+	LogCapture log;
+	EXPECT_EQ(VEXODiskLedStatusSet("/dev/sde", "faulty", 0) + VEXODiskLedStatusSet("/dev/sde", "normal", 0), -2);
+	EXPECT_TRUE(VLIBCErrGet() == VEXO_ERR_INTERNAL && log.has(LOG_ERR, "Failed to set disk led faulty") &&
+		    log.has(LOG_ERR, "Failed to restore disk led status for /dev/sde"))
+		<< log.dump();
 }
 
 TEST(Buzzer, SettingsAndPause)
