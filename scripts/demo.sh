@@ -245,6 +245,7 @@ run led locate sda 2
 sleep 1
 run led status sda
 sleep 2
+run led faulty sdb
 build/bin/vexosim stop "$root"
 grep 'command=\(14\|28\|29\)' "$root/var/log/vcemd_sim.log" | cut -c1-60 || true
 
