@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <scsi/sg.h>
 #include <sys/wait.h>
 #include <syslog.h>
@@ -414,21 +415,22 @@ TEST_F(Temperature, NvmeHealthLog)
 
 TEST_F(Temperature, CliNamesTheSource)
 {
-	EXPECT_NE(cli({"--json", "smart", "temp", "sda"}).find("\"temperature_c\": 41,\n  \"source\": \"smart_data\""),
-		  std::string::npos);
+	using testing::HasSubstr;
+	EXPECT_THAT(cli({"--json", "smart", "temp", "sda"}),
+		    HasSubstr("\"temperature_c\": 41,\n  \"source\": \"smart_data\""));
 	sctFlag(1);
-	EXPECT_NE(cli({"smart", "temp", "/dev/sda"}).find("sct_status_log"), std::string::npos);
+	EXPECT_THAT(cli({"smart", "temp", "/dev/sda"}), HasSubstr("sct_status_log"));
 	debugTemperature("77");
-	EXPECT_NE(cli({"--json", "smart", "temp", "sda"}).find("\"temperature_c\": 77,\n  \"source\": \"debug_override\""),
-		  std::string::npos);
+	EXPECT_THAT(cli({"--json", "smart", "temp", "sda"}),
+		    HasSubstr("\"temperature_c\": 77,\n  \"source\": \"debug_override\""));
 	sysfs("sda", "ATA", "VEXO HAT5300-8T", true, "offline");
-	EXPECT_NE(cli({"--json", "smart", "temp", "sda"}).find("\"temperature_c\": null,\n  \"source\": \"not_running\""),
-		  std::string::npos);
+	EXPECT_THAT(cli({"--json", "smart", "temp", "sda"}),
+		    HasSubstr("\"temperature_c\": null,\n  \"source\": \"not_running\""));
 	DiskLayout(root).nvme("nvme0n1", "0000:00:01.0");
 	node("nvme0n1", R"({"protocol":"nvme","temperature":38})");
-	EXPECT_NE(cli({"smart", "temp", "nvme0n1"}).find("nvme_health_log"), std::string::npos);
-	EXPECT_NE(cli({"--json", "disk", "serial", "sda"}).find("\"serial\": \"ZL2K4T7C\",\n  \"firmware\": \"VX01\""),
-		  std::string::npos);
+	EXPECT_THAT(cli({"smart", "temp", "nvme0n1"}), HasSubstr("nvme_health_log"));
+	EXPECT_THAT(cli({"--json", "disk", "serial", "sda"}),
+		    HasSubstr("\"serial\": \"ZL2K4T7C\",\n  \"firmware\": \"VX01\""));
 }
 
 TEST_F(Temperature, FromCache)
@@ -525,7 +527,8 @@ protected:
 		root.diskDir(name);
 	}
 	// Its drive with a self-test history (newest first) and extra raw logs.
-	void selfTests(const std::string &name, const std::string &serial, const std::string &tests, const std::string &logs = "")
+	void selfTests(const std::string &name, const std::string &serial, const std::string &tests,
+		       const std::string &logs = "")
 	{
 		node(name, R"({"protocol":"ata","model":"VEXO HAT5300-8T","serial":")" + serial +
 				   R"(","firmware":"SC60","size_bytes":8001563222016,"self_tests":)" + tests +

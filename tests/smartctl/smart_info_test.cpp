@@ -614,7 +614,6 @@ TEST_F(SmartAttrsCli, TableJsonAndCache)
 
 // The raw value rule, the temperature attributes of the SMART data page and
 // the two dump readers against output captured from the real tools.
-namespace {
 
 void putSlot(unsigned char *page, int index, unsigned char id, std::initializer_list<unsigned char> raw)
 {
@@ -635,8 +634,6 @@ std::string withByte200(std::string dump, const char *hex)
 	dump.replace(ninth, 2, hex);
 	return dump;
 }
-
-} // namespace
 
 // IDENTIFY and SMART text fields are stored with each pair of bytes swapped.
 TEST(ByteOrder, SwapTouchesExactlyTwoBytes)
@@ -898,10 +895,6 @@ TEST(SelfTestDecode, LatestResultAndWords)
 	EXPECT_EQ(SmartTestResultStringTransfer(8, w, sizeof(w)), -1);
 	EXPECT_EQ(SmartTestStatusStringTransfer(3, w, 4), -1); // "fail" and its NUL need 5
 }
-
-} // namespace
-
-namespace {
 
 TEST(SelfTestDocument, ShownEntriesAndAMissingResult)
 {
