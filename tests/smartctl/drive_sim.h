@@ -14,6 +14,16 @@
 
 namespace vexo::test {
 
+// The lines of a file in the root; none when it is missing.
+inline std::vector<std::string> linesOf(const Sysroot &root, const std::string &path)
+{
+	std::vector<std::string> out;
+	std::istringstream in(root.exists(path) ? root.read(path) : "");
+	for (std::string l; std::getline(in, l);)
+		out.push_back(l);
+	return out;
+}
+
 // The backend is chosen once per process, so it must be named before the
 // first device is opened: a static initializer in each test executable.
 inline bool installDriveEmulator()
@@ -43,13 +53,9 @@ protected:
 	// Command lines of the log, without the OPEN lines.
 	std::vector<std::string> commands(const std::string &name) const
 	{
-		std::vector<std::string> out;
-		if (!root.exists("/run/vexosim/drive/" + name + ".log"))
-			return out;
-		std::istringstream in(root.read("/run/vexosim/drive/" + name + ".log"));
-		for (std::string l; std::getline(in, l);)
-			if (l.rfind("OPEN", 0) != 0)
-				out.push_back(l);
+		auto out = linesOf(root, "/run/vexosim/drive/" + name + ".log");
+		out.erase(std::remove_if(out.begin(), out.end(), [](const std::string &l) { return l.rfind("OPEN", 0) == 0; }),
+			  out.end());
 		return out;
 	}
 	// The commands `name` received since the last check, against `want` in

@@ -8,21 +8,21 @@
 #include <vexohw/smart_info.h>
 #include <vexohw/smart_status.h>
 
+#include "support/disk_layout.h"
 #include "support/vexotest.h"
 
 using namespace vexo::test;
 
 namespace {
 
-const std::string kDev = "/sys/devices/pci0000:00/host0/target0:0:0/0:0:0:0/", kCache = "/run/vexostorage/disks/sda/";
+const std::string kDev = "/sys/block/sda/device/", kCache = "/run/vexostorage/disks/sda/";
 
 struct Disk {
 	Sysroot root;
 	Disk()
 	{
-		root.write(kDev + "block/sda/ro", "0\n");
-		root.symlink("../devices/pci0000:00/host0/target0:0:0/0:0:0:0/block/sda", "/sys/block/sda");
-		root.symlink("../..", kDev + "block/sda/device");
+		DiskLayout(root).sata("sda", 1);
+		root.write("/sys/block/sda/ro", "0\n");
 		root.diskDir("sda");
 	}
 	void key(const std::string &k, const std::string &v) const { root.write(kCache + k, v); }
@@ -65,7 +65,7 @@ TEST(HealthHelpers, FailurePaths)
 {
 	Disk d;
 	// What makes each call's own value unreadable.
-	d.root.write(kDev + "block/sda/ro", "2\n");
+	d.root.write("/sys/block/sda/ro", "2\n");
 	d.count("iotmo_cnt", "junk");
 	d.count("ioerr_cnt", "-1");
 	d.count(nullptr, "many");

@@ -3,14 +3,20 @@
 // turn, the debug overrides of an attribute list, and the self-test records.
 #include <algorithm>
 #include <cstring>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <scsi/sg.h>
 #include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 #include <vexohw/disk_state.h>
+#include <vexohw/frame.h>
 #include <vexohw/smart_serial.h>
 #include <vexohw/smart_temperature.h>
+#include <vexohw/smart_test.h>
+#include <vexoplatform/logdb.h>
+#include <vexoplatform/vexocore.h>
 
-#include "frame/exec.h"
 #include "smartctl/drive_sim.h"
 #include "smartctl/sim_disk.h"
 #include "smartctl/smart_util.h"
@@ -207,16 +213,22 @@ TEST_F(Serial, WhatIsMasked)
 	expectSent("sda", {kIdGet, kId, kIdGet, kId, kIdGet, kId}); // the log neither read nor written
 }
 
-TEST_F(Serial, AtaFailedStoreIsLoggedAndTheMaskedSerialShown)
+TEST_F(Serial, FailedStoreIsLoggedAndTheMaskedSerialShown)
 {
 	maskFlag(1);
 	ata("ZL20ABCD", R"(,"faults":{"smart_write_log":{"errno":"EIO"}})");
 	LogCapture log;
 	EXPECT_EQ(uiSerial(), "ZL21ABCD");
-	EXPECT_TRUE(log.has(LOG_ERR, "MaskSerial(")) << log.dump();
-	EXPECT_TRUE(log.has(LOG_ERR, "VEXODiskLogPage set failed"));
-	EXPECT_TRUE(log.has(LOG_ERR, "sat smart write log failed"));
 	EXPECT_EQ(stored(), "");
+	for (const char *line : {"MaskSerial(", "VEXODiskLogPage set failed", "sat smart write log failed"})
+		EXPECT_TRUE(log.has(LOG_ERR, line)) << log.dump();
+
+	sas("SX0001234", R"(,"faults":{"log_select":{"errno":"EIO"}})");
+	LogCapture sasLog;
+	EXPECT_EQ(uiSerial(), "SX0101234");
+	for (const char *line : {"ScsiWriteApplicationClient(", "sas_command_interface set application client failed.",
+				 "VEXODiskLogPage set failed"})
+		EXPECT_TRUE(sasLog.has(LOG_ERR, line)) << sasLog.dump();
 }
 
 TEST_F(Serial, SasApplicationClientPage)
@@ -241,17 +253,6 @@ TEST_F(Serial, SasApplicationClientPage)
 	EXPECT_EQ(VEXODiskMaskSerialGet("/dev/sda", sn, sizeof(sn)), 0);
 	EXPECT_EQ(VEXODiskMaskSerialSet("/dev/sda", "1234567890123456789012345"), -1);
 	EXPECT_ERR(0x0D00);
-}
-
-TEST_F(Serial, SasFailedStore)
-{
-	sas("SX0001234", R"(,"faults":{"log_select":{"errno":"EIO"}})");
-	maskFlag(1);
-	LogCapture log;
-	EXPECT_EQ(uiSerial(), "SX0101234");
-	EXPECT_TRUE(log.has(LOG_ERR, "ScsiWriteApplicationClient(")) << log.dump();
-	EXPECT_TRUE(log.has(LOG_ERR, "sas_command_interface set application client failed."));
-	EXPECT_TRUE(log.has(LOG_ERR, "VEXODiskLogPage set failed"));
 }
 
 TEST_F(Serial, MarvellWrapperHasNoStore)
@@ -290,16 +291,7 @@ protected:
 		root.write("/tmp/.disk_status_debug", "[OTHER]\ntemp=1\n[ZL2K4T7C]\ntemp=" + value + "\n");
 	}
 	void sctFlag(int v) { root.write("/run/vexostorage/disks/sda/sct_cmd_support", std::to_string(v)); }
-	// bin/vexohw in this root and device backend; its standard output.
-	std::string cli(std::vector<std::string> args)
-	{
-		ScopedEnv noRoot("VEXO_SYSROOT", nullptr); // the CLI's own path is not under the root
-		args.insert(args.begin(), buildDir() + "/bin/vexohw");
-		vexo::exec::Options o;
-		o.env = {"VEXO_SYSROOT=" + root.root()};
-		o.timeoutMs = 60000;
-		return vexo::exec::run(args, o).out;
-	}
+	std::string cli(const std::vector<std::string> &args) { return runVexohw(root, args).out; }
 };
 
 TEST_F(Temperature, EachSourceInItsTurn)
@@ -423,21 +415,22 @@ TEST_F(Temperature, NvmeHealthLog)
 
 TEST_F(Temperature, CliNamesTheSource)
 {
-	EXPECT_NE(cli({"--json", "smart", "temp", "sda"}).find("\"temperature_c\": 41,\n  \"source\": \"smart_data\""),
-		  std::string::npos);
+	using testing::HasSubstr;
+	EXPECT_THAT(cli({"--json", "smart", "temp", "sda"}),
+		    HasSubstr("\"temperature_c\": 41,\n  \"source\": \"smart_data\""));
 	sctFlag(1);
-	EXPECT_NE(cli({"smart", "temp", "/dev/sda"}).find("sct_status_log"), std::string::npos);
+	EXPECT_THAT(cli({"smart", "temp", "/dev/sda"}), HasSubstr("sct_status_log"));
 	debugTemperature("77");
-	EXPECT_NE(cli({"--json", "smart", "temp", "sda"}).find("\"temperature_c\": 77,\n  \"source\": \"debug_override\""),
-		  std::string::npos);
+	EXPECT_THAT(cli({"--json", "smart", "temp", "sda"}),
+		    HasSubstr("\"temperature_c\": 77,\n  \"source\": \"debug_override\""));
 	sysfs("sda", "ATA", "VEXO HAT5300-8T", true, "offline");
-	EXPECT_NE(cli({"--json", "smart", "temp", "sda"}).find("\"temperature_c\": null,\n  \"source\": \"not_running\""),
-		  std::string::npos);
+	EXPECT_THAT(cli({"--json", "smart", "temp", "sda"}),
+		    HasSubstr("\"temperature_c\": null,\n  \"source\": \"not_running\""));
 	DiskLayout(root).nvme("nvme0n1", "0000:00:01.0");
 	node("nvme0n1", R"({"protocol":"nvme","temperature":38})");
-	EXPECT_NE(cli({"smart", "temp", "nvme0n1"}).find("nvme_health_log"), std::string::npos);
-	EXPECT_NE(cli({"--json", "disk", "serial", "sda"}).find("\"serial\": \"ZL2K4T7C\",\n  \"firmware\": \"VX01\""),
-		  std::string::npos);
+	EXPECT_THAT(cli({"smart", "temp", "nvme0n1"}), HasSubstr("nvme_health_log"));
+	EXPECT_THAT(cli({"--json", "disk", "serial", "sda"}),
+		    HasSubstr("\"serial\": \"ZL2K4T7C\",\n  \"firmware\": \"VX01\""));
 }
 
 TEST_F(Temperature, FromCache)
@@ -472,9 +465,6 @@ protected:
 			   "194 Temperature_Celsius     0x0002   181   181   000    Old_age   Always       -       33 (Min/Max 17/49)\n"
 			   "\nEOF\n",
 			   0755);
-		// Attribute 5 fails now with 8 bad sectors; 194 shows 45 as value.
-		root.write("/tmp/.disk_status_debug",
-			   "[ZL2K4T7C]\nsmart_info=\"#5, SKIP, SKIP, 120, 8;#194, 45, SKIP, SKIP, SKIP\"\n");
 	}
 	void product(bool debug, const char *debugType)
 	{
@@ -485,95 +475,64 @@ protected:
 			kv.emplace_back("smart_attr_debug_type", debugType);
 		root.conf("/etc.defaults/vexoinfo.conf", kv);
 	}
-	std::vector<std::string> read()
-	{
-		ListGuard g;
-		EXPECT_EQ(AtaSmartInfoGet("/dev/sda", "ata", &g.l), 0);
-		std::vector<std::string> out;
-		for (auto *e = g.l; e; e = e->next)
-			out.push_back(std::string(e->id) + " " + e->name + " " + e->value + " " + e->worst + " " +
-				      e->threshold + " " + e->raw + " " + std::to_string(e->status));
-		return out;
-	}
 };
 
-TEST_F(SmartInfoOverride, ReplacesFieldsButSkip)
+TEST_F(SmartInfoOverride, FieldsRowsAndGates)
 {
-	product(true, nullptr);
-	EXPECT_EQ(read(), (std::vector<std::string>{"1 Raw_Read_Error_Rate 100 100 016 0 0",
-						   "5 Reallocated_Sector_Ct 100 100 120 8 2",
-						   "194 Temperature_Celsius 45 181 000 33 0"}));
-}
-
-TEST_F(SmartInfoOverride, RemovesRowsNotListed)
-{
-	product(true, "REMOVE_NOT_IN_LIST");
-	EXPECT_EQ(read(), (std::vector<std::string>{"5 Reallocated_Sector_Ct 100 100 120 8 2",
-						   "194 Temperature_Celsius 45 181 000 33 0"}));
-	// Another word keeps every row.
-	product(true, "remove_not_in_list");
-	EXPECT_EQ(read().size(), 3u);
-}
-
-TEST_F(SmartInfoOverride, NothingWithoutTheGateOrASection)
-{
-	product(false, "REMOVE_NOT_IN_LIST");
-	EXPECT_EQ(read(), (std::vector<std::string>{"1 Raw_Read_Error_Rate 100 100 016 0 0",
-						   "5 Reallocated_Sector_Ct 100 100 005 0 0",
-						   "194 Temperature_Celsius 181 181 000 33 0"}));
-	// A section for another drive changes nothing, and drops nothing.
-	product(true, "REMOVE_NOT_IN_LIST");
-	root.write("/tmp/.disk_status_debug", "[OTHER]\nsmart_info=\"#5, 1, 1, 1, 1\"\n");
-	EXPECT_EQ(read().size(), 3u);
+	// The override fails attribute 5 now with 8 bad sectors and shows 45 as 194's value.
+	const std::string r1 = "1 Raw_Read_Error_Rate 100 100 016 0 0", r5 = "5 Reallocated_Sector_Ct 100 100 120 8 2",
+			  r194 = "194 Temperature_Celsius 45 181 000 33 0";
+	const std::vector<std::string> untouched = {r1, "5 Reallocated_Sector_Ct 100 100 005 0 0",
+						    "194 Temperature_Celsius 181 181 000 33 0"};
+	const struct {
+		bool gate;
+		const char *type, *section;
+		std::vector<std::string> want;
+	} cases[] = {
+		{true, nullptr, "ZL2K4T7C", {r1, r5, r194}}, // SKIP keeps the drive's field
+		{true, "REMOVE_NOT_IN_LIST", "ZL2K4T7C", {r5, r194}},
+		{true, "remove_not_in_list", "ZL2K4T7C", {r1, r5, r194}}, // another word keeps every row
+		{false, "REMOVE_NOT_IN_LIST", "ZL2K4T7C", untouched},
+		{true, "REMOVE_NOT_IN_LIST", "OTHER", untouched}, // another drive's section drops nothing
+	};
+	for (const auto &c : cases) {
+		SCOPED_TRACE(std::string(c.gate ? "gate " : "no gate ") + (c.type ? c.type : "") + " " + c.section);
+		product(c.gate, c.type);
+		root.write("/tmp/.disk_status_debug", std::string("[") + c.section +
+							     "]\nsmart_info=\"#5, SKIP, SKIP, 120, 8;#194, 45, SKIP, SKIP, SKIP\"\n");
+		ListGuard g;
+		ASSERT_EQ(AtaSmartInfoGet("/dev/sda", "ata", &g.l), 0);
+		EXPECT_EQ(rows(g.l), c.want);
+	}
 }
 
 // Self-test records read from emulated drives: which commands reach the
 // drive, the status and weight, the fallback files, and closing the record
 // of a finished test (keys, event row, concurrency between processes).
-#include <fcntl.h>
-#include <scsi/sg.h>
-#include <string>
-#include <sys/wait.h>
-#include <unistd.h>
-#include <vexohw/frame.h>
-#include <vexohw/smart_test.h>
-#include <vexoplatform/logdb.h>
-#include <vexoplatform/vexocore.h>
-
-#include "smartctl/drive_sim.h"
-
-using namespace vexo::test;
-
-namespace {
-
-
 class SelfTestLog : public DriveSim {
 protected:
 	void SetUp() override
 	{
 		DriveSim::SetUp();
 		ports(false);
-		disk("sda", "ZL2K4T7C", 0, "[]", "");
+		disk("sda", 1);
+		selfTests("sda", "ZL2K4T7C", "[]");
 	}
-	// An ATA disk on its own SCSI host with a self-test history (newest
-	// first) and extra raw logs.
-	void disk(const std::string &name, const std::string &serial, int host, const std::string &tests,
-		  const std::string &logs)
+	// An ATA disk of the maker's model on its own ATA port.
+	void disk(const std::string &name, int port)
 	{
-		std::string h = std::to_string(host), dev = "/sys/devices/pci0/ata" + h + "/host" + h + "/target" + h + ":0:0/" + h + ":0:0:0";
-		root.mkdirs(dev + "/block/" + name);
-		root.write("/sys/devices/pci0/ata" + h + "/host" + h + "/scsi_host/host" + h + "/proc_name", "ahci\n");
-		root.mkdirs("/sys/block");
-		if (!root.exists("/sys/block/" + name))
-			root.symlink(".." + dev.substr(4) + "/block/" + name, "/sys/block/" + name);
-		if (!root.exists(dev + "/block/" + name + "/device"))
-			root.symlink("../../../" + h + ":0:0:0", dev + "/block/" + name + "/device");
-		root.write(dev + "/vendor", "ATA     \n");
-		root.write(dev + "/model", "VEXO HAT5300-8T\n");
+		DiskLayout(root).sata(name, port);
+		root.write("/sys/block/" + name + "/device/vendor", "ATA     \n");
+		root.write("/sys/block/" + name + "/device/model", "VEXO HAT5300-8T\n");
+		root.diskDir(name);
+	}
+	// Its drive with a self-test history (newest first) and extra raw logs.
+	void selfTests(const std::string &name, const std::string &serial, const std::string &tests,
+		       const std::string &logs = "")
+	{
 		node(name, R"({"protocol":"ata","model":"VEXO HAT5300-8T","serial":")" + serial +
 				   R"(","firmware":"SC60","size_bytes":8001563222016,"self_tests":)" + tests +
 				   (logs.empty() ? "" : R"(,"logs":)" + logs) + "}");
-		root.diskDir(name);
 	}
 	// "extend=E quick=Q latest=TYPE/RESULT" of a log read, or "rc=N".
 	std::string results(const char *path = "/dev/sda", SmartTestLog *out = nullptr)
@@ -608,7 +567,7 @@ TEST_F(SelfTestLog, StandardLogStatusAndWeight)
 		{"[]", 6, 1, 0},
 	};
 	for (const Row &r : rows) {
-		disk("sda", "ZL2K4T7C", 0, r.tests, "");
+		selfTests("sda", "ZL2K4T7C", r.tests);
 		kind(1);
 		SmartTestLog log{};
 		ASSERT_EQ(SMARTSelfTestLogRead("/dev/sda", &log), 0) << r.tests;
@@ -633,22 +592,13 @@ TEST_F(SelfTestLog, ExtendedLogOfTenPages)
 	auto at = [](size_t u) { return (u / 19) * 512 + 4 + (u % 19) * 26; };
 	log7[at(149)] = 2, log7[at(149) + 2] = 1;
 	log7[at(148)] = 1, log7[at(148) + 1] = 0x30;
-	std::string hex;
-	for (uint8_t b : log7) {
-		char x[3];
-		std::snprintf(x, sizeof(x), "%02x", b);
-		hex += x;
-	}
-	disk("sda", "ZL2K4T7C", 0, "[]", R"({"0x07":")" + hex + R"("})");
+	selfTests("sda", "ZL2K4T7C", "[]", R"({"0x07":")" + hexOf(std::string(log7.begin(), log7.end())) + R"("})");
 	kind(2);
 	clearCommands("sda");
 	EXPECT_EQ(results(), "extend=1 quick=4 latest=2/1");
 	// values, log directory, extended directory, then all ten pages at once
 	EXPECT_EQ(commands("sda").size(), 4u);
-	auto sent = commands("sda");
-	EXPECT_EQ(std::count_if(sent.begin(), sent.end(),
-				[](const std::string &l) { return l.find("cdb=85080e000000" "0a000700000000002f00 -> ok") != l.npos; }),
-		  1);
+	EXPECT_EQ(countOf("sda", "cdb=85080e0000000a000700000000002f00 -> ok"), 1);
 }
 
 TEST_F(SelfTestLog, HistoryFillsExtendedLogPages)
@@ -656,12 +606,11 @@ TEST_F(SelfTestLog, HistoryFillsExtendedLogPages)
 	std::string tests = R"([{"type":2,"status":64})";
 	for (int i = 0; i < 24; ++i)
 		tests += R"(,{"type":1,"status":0})";
-	disk("sda", "ZL2K4T7C", 0, tests + "]", "");
+	selfTests("sda", "ZL2K4T7C", tests + "]");
 	kind(2);
 	clearCommands("sda");
 	EXPECT_EQ(results(), "extend=4 quick=1 latest=2/4");
-	auto sent = commands("sda"); // the directory, then both pages at once
-	EXPECT_EQ(std::count_if(sent.begin(), sent.end(), [](const std::string &l) { return l.find("2f00 -> ok") != l.npos; }), 2);
+	EXPECT_EQ(countOf("sda", "2f00 -> ok"), 2); // the directory, then both pages at once
 }
 
 TEST_F(SelfTestLog, ScsiResultsAndControlModePages)
@@ -731,7 +680,7 @@ TEST_F(SelfTestLog, FallbackFilesDecideTheLatest)
 
 TEST_F(SelfTestLog, StopRecordsTheFinishedTestAndPagesTheDatabase)
 {
-	disk("sda", "ZL2K4T7C", 0, R"([{"type":2,"status":0}])", "");
+	selfTests("sda", "ZL2K4T7C", R"([{"type":2,"status":0}])");
 	kind(1);
 	root.write("/usr/vexo/bin/vexo_smart_test", "#!/bin/sh\necho \"$*\" > \"$VEXO_SYSROOT/tmp/stop.args\"\n", 0755);
 	root.mkdirs("/tmp");
@@ -764,8 +713,9 @@ TEST_F(SelfTestLog, StopRecordsTheFinishedTestAndPagesTheDatabase)
 
 TEST_F(SelfTestLog, TwoProcessesRecordingLoseNoKey)
 {
-	disk("sda", "ZL2K4T7C", 0, R"([{"type":1,"status":0}])", "");
-	disk("sdb", "ZL2K0002", 1, R"([{"type":1,"status":0}])", "");
+	selfTests("sda", "ZL2K4T7C", R"([{"type":1,"status":0}])");
+	disk("sdb", 2);
+	selfTests("sdb", "ZL2K0002", R"([{"type":1,"status":0}])");
 	kind(1);
 	kind(1, "sdb");
 	root.mkdirs("/run/lock");
@@ -802,7 +752,5 @@ TEST_F(SelfTestLog, TwoProcessesRecordingLoseNoKey)
 		EXPECT_EQ(kv(SMART_TEST_QUICK_LOG, std::string(s) + "_TIME_NEW"), "") << s;
 	}
 }
-
-} // namespace
 
 } // namespace

@@ -52,16 +52,7 @@ protected:
 		root.write(path, "#!/bin/sh\necho \"$*\" >> \"$VEXO_SYSROOT/tmp/" + base + ".args\"\n" + body + "\n", 0755);
 		root.mkdirs("/tmp");
 	}
-	std::vector<std::string> runs(const std::string &base) const
-	{
-		std::vector<std::string> out;
-		if (!root.exists("/tmp/" + base + ".args"))
-			return out;
-		std::istringstream in(root.read("/tmp/" + base + ".args"));
-		for (std::string l; std::getline(in, l);)
-			out.push_back(l);
-		return out;
-	}
+	std::vector<std::string> runs(const std::string &base) const { return linesOf(root, "/tmp/" + base + ".args"); }
 };
 
 } // namespace vexo::test

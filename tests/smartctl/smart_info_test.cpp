@@ -23,8 +23,9 @@
 #include <vexohw/smartctl.h>
 
 #include "external/port_map.h"
-#include "frame/exec.h"
+#include "smartctl/drive_sim.h"
 #include "smartctl/self_test.h"
+#include "smartctl/smart_info_list.h"
 #include "smartctl/sg_dump_read.h"
 #include "smartctl/smart_util.h"
 #include "support/disk_layout.h"
@@ -65,19 +66,8 @@ protected:
 				   root.host("/runs") + "'\nexec cat '" + hostFile + "'\n",
 			   0755);
 	}
-	int runs() const
-	{
-		std::string r = root.exists("/runs") ? root.read("/runs") : "";
-		return static_cast<int>(std::count(r.begin(), r.end(), '\n'));
-	}
-	std::vector<std::string> args() const
-	{
-		std::vector<std::string> out;
-		std::istringstream in(root.read("/args"));
-		for (std::string l; std::getline(in, l);)
-			out.push_back(l);
-		return out;
-	}
+	int runs() const { return static_cast<int>(linesOf(root, "/runs").size()); }
+	std::vector<std::string> args() const { return linesOf(root, "/args"); }
 	Sysroot root;
 };
 
@@ -144,8 +134,6 @@ TEST_F(SmartInfo, EveryCapturedAtaTable)
 			EXPECT_EQ(rc, -1);
 			EXPECT_ERR(0x2A00);
 			EXPECT_EQ(g.l, nullptr);
-			if (g.l == kSentinel)
-				g.l = nullptr;
 			continue;
 		}
 		ASSERT_EQ(rc, 0);
@@ -286,51 +274,43 @@ protected:
 	}
 };
 
-TEST_F(SmartInfoCacheUse, FreshnessBoundary)
-{
-	stamp(alignedNow() - 3599);
-	EXPECT_EQ(firstName(), "From_Cache");
-	stamp(alignedNow() - 3600);
-	EXPECT_EQ(firstName(), "From_Cache");
-	EXPECT_EQ(runs(), 0);
-
-	long long now = alignedNow();
-	stamp(now - 3601);
-	EXPECT_EQ(firstName(), "Reallocated_Sector_Ct");
-	EXPECT_EQ(runs(), 1);
-	// The fresh list replaced the cache, stamped now.
-	long long written = std::stoll(root.read("/run/vexostorage/disks/sda/.smart_info_list.timestamp"));
-	EXPECT_GE(written, now);
-	EXPECT_LE(written, now + 5);
-	EXPECT_EQ(firstName(), "Reallocated_Sector_Ct");
-	EXPECT_EQ(runs(), 1);
-}
-
 TEST_F(SmartInfoCacheUse, WhenTheToolRuns)
 {
+	const std::string whole = R"([["1","From_Cache","100","100","000","42",0]])";
 	const struct {
 		const char *why;
 		long long stampOffset;
 		int force;
-		const char *json;
+		std::string json;
+		bool runs;
 	} cases[] = {
-		{"forced, however fresh the cache", 0, 1, R"([["1","From_Cache","100","100","000","42",0]])"},
-		{"a stamp from the future", 100, 0, R"([["1","From_Cache","100","100","000","42",0]])"},
-		{"an element of six items", 0, 0, R"([["1","From_Cache","100","100","000","42"]])"},
+		{"fresh", -3599, 0, whole, false},
+		{"an hour old", -3600, 0, whole, false},
+		{"older than an hour", -3601, 0, whole, true},
+		{"forced, however fresh the cache", 0, 1, whole, true},
+		{"a stamp from the future", 100, 0, whole, true},
+		{"an element of six items", 0, 0, R"([["1","From_Cache","100","100","000","42"]])", true},
 	};
-	EXPECT_EQ(firstName(), "Reallocated_Sector_Ct"); // no stamp
-	EXPECT_EQ(runs(), 1);
 	for (const auto &c : cases) {
 		SCOPED_TRACE(c.why);
 		int before = runs();
 		cache(c.json);
-		stamp(alignedNow() + c.stampOffset);
-		EXPECT_EQ(firstName(c.force), "Reallocated_Sector_Ct");
+		long long now = alignedNow();
+		stamp(now + c.stampOffset);
+		EXPECT_EQ(firstName(c.force), c.runs ? "Reallocated_Sector_Ct" : "From_Cache");
+		EXPECT_EQ(runs(), before + c.runs);
+		if (!c.runs)
+			continue;
+		// The tool's list replaced the cache, stamped now, and serves the next call.
+		long long written = std::stoll(root.read("/run/vexostorage/disks/sda/.smart_info_list.timestamp"));
+		EXPECT_GE(written, now);
+		EXPECT_LE(written, now + 5);
+		EXPECT_EQ(firstName(), "Reallocated_Sector_Ct");
 		EXPECT_EQ(runs(), before + 1);
 	}
-	// The tool's list replaced the damaged cache.
+	root.remove("/run/vexostorage/disks/sda/.smart_info_list.timestamp");
 	EXPECT_EQ(firstName(), "Reallocated_Sector_Ct");
-	EXPECT_EQ(runs(), 4);
+	EXPECT_EQ(runs(), 5);
 }
 
 TEST_F(SmartInfoCacheUse, CacheWriteFailureStillGivesTheList)
@@ -379,8 +359,7 @@ TEST_F(SmartInfo, ScsiAndNvmeDisks)
 	EXPECT_EQ(VEXODiskAtaSmartInfoParse("/dev/sda", &g.l), -1);
 	EXPECT_ERR(0xD900);
 	EXPECT_EQ(g.l, nullptr);
-	if (g.l == kSentinel)
-		g.l = nullptr;
+	g.reset();
 	EXPECT_EQ(VEXODiskAtaSmartInfoUpdate("/dev/sda"), 0);
 
 	// An NVMe disk whose drive can't be asked: told on standard output.
@@ -399,32 +378,18 @@ const std::string kDir = "/run/vexostorage/disks/sda/";
 // A list of n entries built by hand: ids 1..n, names "Attr_<i>", status i % 3.
 SmartInfoEntry *makeList(int n, const std::string &tag = "Attr_")
 {
-	SmartInfoEntry *head = nullptr, **tail = &head;
+	vexo::smart::ListBuilder list;
 	for (int i = 1; i <= n; ++i) {
-		auto *e = static_cast<SmartInfoEntry *>(calloc(1, sizeof(SmartInfoEntry)));
 		std::string id = std::to_string(i);
-		e->id = strdup(id.c_str());
-		e->name = strdup((tag + id).c_str());
-		e->value = strdup("100");
-		e->worst = strdup("099");
-		e->threshold = strdup("010");
-		e->raw = strdup(("\"quoted\\" + id).c_str()); // JSON escapes survive
+		// JSON escapes in the raw value survive.
+		SmartInfoEntry *e = vexo::smart::newEntry(id, tag + id, "100", "099", "010", "\"quoted\\" + id);
 		e->status = static_cast<uint32_t>(i % 3);
-		*tail = e;
-		tail = &e->next;
+		list.append(e);
 	}
-	return head;
+	return list.release();
 }
 
-class SmartInfoCacheFile : public ::testing::Test {
-protected:
-	void SetUp() override
-	{
-		VLIBCErrClear();
-		root.diskDir("sda");
-	}
-	Sysroot root;
-};
+class SmartInfoCacheFile : public SmartInfo {};
 
 TEST_F(SmartInfoCacheFile, WrittenAsSevenItemArrays)
 {
@@ -458,10 +423,10 @@ TEST_F(SmartInfoCacheFile, WrittenAsSevenItemArrays)
 TEST_F(SmartInfoCacheFile, ReaderRefusesDamagedFiles)
 {
 	const struct {
-		const char *text;
+		std::string text;
 		int code;
 	} cases[] = {
-		{nullptr, 0x0900}, // no file
+		{"-", 0x0900}, // no file
 		{"not json", 0x0900},
 		{R"({"a":1})", 0x0900},
 		{"[]", 0x0900},
@@ -476,26 +441,20 @@ TEST_F(SmartInfoCacheFile, ReaderRefusesDamagedFiles)
 		{R"([["1","A","1","1","1","1","0"]])", 0x2A00},
 		// A bad last element fails the read as a bad first one does.
 		{R"([["1","A","1","1","1","1",0],["2","B","1","1","1","1",7]])", 0x2A00},
+		{std::string(R"([["1","A","1","1","1","1",0]])") + '\0', 0x0900}, // a NUL after the document
 	};
 	for (const auto &c : cases) {
-		SCOPED_TRACE(c.text ? c.text : "(no file)");
-		if (c.text)
+		SCOPED_TRACE(c.text);
+		if (c.text != "-")
 			root.write(kDir + "smart_info_list.cache", c.text);
 		else
 			root.remove(kDir + "smart_info_list.cache");
-		SmartInfoEntry *l = kSentinel;
-		EXPECT_EQ(SmartInfoCacheGet("sda", &l), -1);
+		ListGuard g;
+		g.l = kSentinel;
+		EXPECT_EQ(SmartInfoCacheGet("sda", &g.l), -1);
 		EXPECT_ERR(c.code);
-		EXPECT_EQ(l, nullptr);
-		if (l != kSentinel)
-			VEXODiskSmartInfoFree(l);
+		EXPECT_EQ(g.l, nullptr);
 	}
-	// A NUL after the document is damage too.
-	root.write(kDir + "smart_info_list.cache", std::string(R"([["1","A","1","1","1","1",0]])") + '\0');
-	SmartInfoEntry *l = kSentinel;
-	EXPECT_EQ(SmartInfoCacheGet("sda", &l), -1);
-	EXPECT_ERR(0x0900);
-	EXPECT_EQ(l, nullptr);
 	// White space around the document is fine.
 	root.write(kDir + "smart_info_list.cache", " [[\"1\",\"A\",\"1\",\"1\",\"1\",\"1\",2]]\n");
 	ListGuard g;
@@ -504,7 +463,8 @@ TEST_F(SmartInfoCacheFile, ReaderRefusesDamagedFiles)
 
 	EXPECT_EQ(SmartInfoCacheUpdate("..", g.l), -1); // a name that would leave the disks folder
 	EXPECT_ERR(0x0D00);
-	EXPECT_EQ(SmartInfoCacheGet("../sda", &l), -1);
+	ListGuard other;
+	EXPECT_EQ(SmartInfoCacheGet("../sda", &other.l), -1);
 	EXPECT_ERR(0x0D00);
 }
 
@@ -616,69 +576,44 @@ TEST_F(SmartInfoCacheFile, RacingWritersLeaveAWholeFile)
 }
 
 // vexohw smart attrs / smart cache against a test root with a stand-in tool.
-class SmartAttrsCli : public ::testing::Test {
+class SmartAttrsCli : public SmartInfo {
 protected:
 	void SetUp() override
 	{
-		root.diskDir("sda");
-		// sda in the first internal bay: the command family needs its container.
+		SmartInfo::SetUp();
 		DiskLayout(root).sata("sda", 1);
-		DiskLayout(root).portMaps("4", "2", "1", "");
-		root.write("/usr/bin/smartctl",
-			   "#!/bin/sh\necho run >> '" + root.host("/runs") +
-				   "'\ncat <<'EOF'\n"
-				   "ID# ATTRIBUTE_NAME          FLAG     VALUE WORST THRESH TYPE      UPDATED  WHEN_FAILED RAW_VALUE\n"
-				   "  5 Reallocated_Sector_Ct   0x0033   001   001   036    Pre-fail  Always   FAILING_NOW 4095\n"
-				   "190 Airflow_Temperature_Cel 0x0022   055   042   045    Old_age   Always   In_the_past 45 (0 120 46 45)\n"
-				   "\nEOF\n",
-			   0755);
+		tool(kHeading + "  5 Reallocated_Sector_Ct   0x0033   001   001   036    Pre-fail  Always   FAILING_NOW 4095\n"
+				"190 Airflow_Temperature_Cel 0x0022   055   042   045    Old_age   Always   In_the_past 45 (0 120 46 45)\n\n");
 	}
-	// Runs the CLI on the test root; the seam must not put the root in
-	// front of the CLI's own path.
-	vexo::exec::Result cli(std::vector<std::string> args)
-	{
-		ScopedEnv noRoot("VEXO_SYSROOT", nullptr);
-		args.insert(args.begin(), {buildDir() + "/bin/vexohw", "--sysroot", root.root()});
-		vexo::exec::Options o;
-		o.captureStderr = true;
-		o.timeoutMs = 60000;
-		return vexo::exec::run(args, o);
-	}
-	Sysroot root;
 };
 
 TEST_F(SmartAttrsCli, TableJsonAndCache)
 {
-	auto r = cli({"smart", "attrs", "sda"});
-	ASSERT_EQ(r.status(), 0) << r.err;
-	EXPECT_NE(r.out.find("ID#"), std::string::npos) << r.out;
-	EXPECT_NE(r.out.find("failing now"), std::string::npos) << r.out;
-	EXPECT_NE(r.out.find("failed in the past"), std::string::npos) << r.out;
-
-	r = cli({"--json", "smart", "attrs", "/dev/sda"});
-	ASSERT_EQ(r.status(), 0) << r.err;
-	EXPECT_NE(r.out.find("\"name\": \"Reallocated_Sector_Ct\""), std::string::npos) << r.out;
-	EXPECT_NE(r.out.find("\"raw\": \"45\""), std::string::npos) << r.out;
-	EXPECT_NE(r.out.find("\"status\": 2"), std::string::npos) << r.out;
-	EXPECT_EQ(root.read("/runs"), "run\n"); // the second came from the cache
-
-	r = cli({"--json", "smart", "cache", "sda"});
-	ASSERT_EQ(r.status(), 0) << r.err;
-	EXPECT_NE(r.out.find("\"fresh\": true"), std::string::npos) << r.out;
-	r = cli({"smart", "cache", "sda", "--refresh"});
-	ASSERT_EQ(r.status(), 0) << r.err;
-	EXPECT_NE(r.out.find("s old (fresh)"), std::string::npos) << r.out;
-	EXPECT_EQ(root.read("/runs"), "run\nrun\n");
-
+	// Each run: texts its output holds, and how often the tool ran so far.
+	const struct {
+		std::vector<std::string> args, texts;
+		int runs;
+	} steps[] = {
+		{{"smart", "attrs", "sda"}, {"ID#", "failing now", "failed in the past"}, 1},
+		{{"--json", "smart", "attrs", "/dev/sda"}, {"\"name\": \"Reallocated_Sector_Ct\"", "\"raw\": \"45\"", "\"status\": 2"}, 1},
+		{{"--json", "smart", "cache", "sda"}, {"\"fresh\": true"}, 1},
+		{{"smart", "cache", "sda", "--refresh"}, {"s old (fresh)"}, 2},
+	};
+	for (const auto &s : steps) {
+		auto r = runVexohw(root, s.args);
+		ASSERT_EQ(r.status(), 0) << s.args.back() << r.err;
+		for (const auto &t : s.texts)
+			EXPECT_NE(r.out.find(t), std::string::npos) << r.out;
+		EXPECT_EQ(runs(), s.runs) << r.out;
+	}
 	root.remove("/run/vexostorage/disks/sda/smart_info_list.cache");
-	r = cli({"smart", "cache", "sda"});
+	auto r = runVexohw(root, {"smart", "cache", "sda"});
 	EXPECT_EQ(r.status(), 1);
 	EXPECT_NE(r.err.find("no cached SMART attribute list for /dev/sda (error 0x0900)"), std::string::npos) << r.err;
 }
 
 // The raw value rule, the temperature attributes of the SMART data page and
 // the two dump readers against output captured from the real tools.
-namespace {
 
 void putSlot(unsigned char *page, int index, unsigned char id, std::initializer_list<unsigned char> raw)
 {
@@ -699,8 +634,6 @@ std::string withByte200(std::string dump, const char *hex)
 	dump.replace(ninth, 2, hex);
 	return dump;
 }
-
-} // namespace
 
 // IDENTIFY and SMART text fields are stored with each pair of bytes swapped.
 TEST(ByteOrder, SwapTouchesExactlyTwoBytes)
@@ -962,10 +895,6 @@ TEST(SelfTestDecode, LatestResultAndWords)
 	EXPECT_EQ(SmartTestResultStringTransfer(8, w, sizeof(w)), -1);
 	EXPECT_EQ(SmartTestStatusStringTransfer(3, w, 4), -1); // "fail" and its NUL need 5
 }
-
-} // namespace
-
-namespace {
 
 TEST(SelfTestDocument, ShownEntriesAndAMissingResult)
 {
