@@ -9,8 +9,8 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <syslog.h>
+#include <tuple>
 #include <unistd.h>
 
 #include "frame/jsonc.h"
@@ -284,58 +284,55 @@ TEST(CheckFile, CountsUpAndDownAndVanishesAtZero)
 	Sysroot root;
 	root.mkdirs("/tmp");
 	const char *f = "/tmp/.disk_check";
-	for (int i = 0; i < 3; ++i)
-		ASSERT_EQ(VEXODiskUpdateCheckFile(f, 1), 0);
-	EXPECT_EQ(root.read(f), "3");
-	ASSERT_EQ(VEXODiskUpdateCheckFile(f, 0), 0);
-	EXPECT_EQ(root.read(f), "2");
-	ASSERT_EQ(VEXODiskUpdateCheckFile(f, 0), 0);
-	ASSERT_EQ(VEXODiskUpdateCheckFile(f, 0), 0);
-	EXPECT_FALSE(root.exists(f));
-	// Decrementing an absent file is an error.
-	VLIBCErrClear();
-	EXPECT_EQ(VEXODiskUpdateCheckFile(f, 0), -1);
-	EXPECT_ERR(0x0900);
-
-	// Garbage counts as zero: up gives 1, down writes -1 rather than removing.
 	LogCapture log;
-	root.write(f, "junk");
-	ASSERT_EQ(VEXODiskUpdateCheckFile(f, 1), 0);
-	EXPECT_EQ(root.read(f), "1");
-	EXPECT_EQ(log.count(3, "get iCount error"), 1);
-	root.write(f, "junk");
-	ASSERT_EQ(VEXODiskUpdateCheckFile(f, 0), 0);
-	EXPECT_EQ(root.read(f), "-1");
-
+	// One step after another; garbage counts as zero, so down from it writes
+	// -1 rather than removing, and down from an absent file is an error.
+	struct {
+		const char *before; // written first; nullptr keeps the file as it is
+		int up, rc;
+		const char *after; // nullptr: no file
+	} steps[] = {
+		{nullptr, 1, 0, "1"}, {nullptr, 1, 0, "2"},      {nullptr, 1, 0, "3"},       {nullptr, 0, 0, "2"},
+		{nullptr, 0, 0, "1"}, {nullptr, 0, 0, nullptr}, {nullptr, 0, -1, nullptr}, {"junk", 1, 0, "1"},
+		{"junk", 0, 0, "-1"},
+	};
+	int step = 0;
+	for (const auto &s : steps) {
+		SCOPED_TRACE(step++);
+		if (s.before)
+			root.write(f, s.before);
+		VLIBCErrClear();
+		EXPECT_EQ(VEXODiskUpdateCheckFile(f, s.up), s.rc);
+		EXPECT_ERR(s.rc ? 0x0900 : 0);
+		EXPECT_EQ(root.exists(f) ? root.read(f) : "(none)", s.after ? s.after : "(none)");
+	}
+	EXPECT_EQ(log.count(3, "get iCount error"), 2);
 	EXPECT_EQ(VEXODiskUpdateCheckFile("/no/such/dir/flag", 1), -1);
 	EXPECT_EQ(log.count(3, "Fail to touch /no/such/dir/flag"), 1) << log.dump();
 }
 
 TEST(StatusKeywords, PrefixMatchingRules)
 {
-	int rank = 99, abnormal = 99, summary = 99;
-	ASSERT_EQ(DiskStatusAllAttributeGet("health", "normal_but_longer", &rank, &abnormal, &summary), 0);
-	EXPECT_EQ(summary, 3);
-	// A category that merely begins with a category keyword matches it.
-	ASSERT_EQ(DiskStatusAllAttributeGet("healthy", "failing", &rank, &abnormal, &summary), 0);
-	EXPECT_EQ(summary, 8);
-	// "crashed" (9) is found for "crashed"; "system_crashed" only for itself.
-	ASSERT_EQ(DiskStatusAllAttributeGet("space", "system_crashed", &rank, &abnormal, &summary), 0);
-	EXPECT_EQ(summary, 10);
-	// "not_support" must not be taken for "not_in_support" or vice versa.
-	ASSERT_EQ(DiskStatusAllAttributeGet("compatibility", "not_support", &rank, &abnormal, &summary), 0);
-	EXPECT_EQ(summary, 13);
-	// Outputs are optional.
-	EXPECT_EQ(DiskStatusAllAttributeGet("disconnect", "1", nullptr, nullptr, nullptr), 0);
-
-	VLIBCErrClear();
-	rank = 42;
-	EXPECT_EQ(DiskStatusAllAttributeGet("heal", "normal", &rank, nullptr, nullptr), -1);
-	EXPECT_ERR(0x2A00);
-	EXPECT_EQ(DiskStatusAllAttributeGet("health", "norm", &rank, nullptr, nullptr), -1);
-	EXPECT_EQ(rank, 42);
-	// The empty compatibility slot (6) is skipped, never matched.
-	EXPECT_EQ(DiskStatusAllAttributeGet("compatibility", "for_eunit", &rank, nullptr, nullptr), -1);
+	struct {
+		const char *category, *keyword;
+		int summary; // -1: not found
+	} rows[] = {
+		{"health", "normal_but_longer", 3},   {"healthy", "failing", 8}, // longer inputs begin with a keyword
+		{"space", "system_crashed", 10},      {"space", "crashed", 11},
+		{"compatibility", "not_support", 13}, {"compatibility", "not_in_support", 13},
+		{"heal", "normal", -1},               {"health", "norm", -1},
+		{"compatibility", "for_eunit", -1}, // the empty slot (6) is skipped, never matched
+	};
+	for (const auto &r : rows) {
+		SCOPED_TRACE(std::string(r.category) + "/" + r.keyword);
+		VLIBCErrClear();
+		int rank = 42, summary = 42;
+		EXPECT_EQ(DiskStatusAllAttributeGet(r.category, r.keyword, &rank, nullptr, &summary), r.summary < 0 ? -1 : 0);
+		EXPECT_EQ(summary, r.summary < 0 ? 42 : r.summary);
+		EXPECT_EQ(rank == 42, r.summary < 0);
+		EXPECT_ERR(r.summary < 0 ? 0x2A00 : 0);
+	}
+	EXPECT_EQ(DiskStatusAllAttributeGet("disconnect", "1", nullptr, nullptr, nullptr), 0); // outputs are optional
 	char out[32];
 	EXPECT_EQ(DiskStatusStringTrensfer("compatibility", 6, out, sizeof(out)), -1);
 	EXPECT_ERR(0x2A00);
@@ -355,9 +352,9 @@ TEST(StatusKeywords, EveryRowRoundTrips)
 			int rank, abnormal, summary;
 			ASSERT_EQ(DiskStatusAllAttributeGet(c.keyword, out, &rank, &abnormal, &summary), 0);
 			// Prefix rules may pick an earlier row with the same columns, never different ones.
-			EXPECT_EQ(summary, c.table[i].summaryCode) << c.keyword << "/" << out;
-			EXPECT_EQ(rank, c.table[i].emergentRank) << c.keyword << "/" << out;
-			EXPECT_EQ(abnormal, c.table[i].isAbnormal) << c.keyword << "/" << out;
+			const DiskStatusEntry &e = c.table[i];
+			EXPECT_EQ(std::tie(summary, rank, abnormal), std::tie(e.summaryCode, e.emergentRank, e.isAbnormal))
+				<< c.keyword << "/" << out;
 		}
 	}
 }
@@ -395,71 +392,58 @@ TEST_F(CacheFile, WriteThenReadEachType)
 	EXPECT_STREQ(s, "ZL2K 4T7C\n"); // trailing newlines stay
 }
 
-TEST_F(CacheFile, ReaderMissesAndFailures)
-{
-	int v = 7;
-	// A short name instead of a device path finds nothing.
-	root.write("/run/vexostorage/disks/sda/unc_weight", "3");
-	EXPECT_EQ(VEXODiskGetIntValueCacheFile("sda", "unc_weight", &v), -1);
-	EXPECT_ERR(0x0700);
-	// The place is the reader's own, not the helper's.
-	EXPECT_STREQ(VLIBCErrFileGet(), "disk/disk_get_cache_file");
-
-	// An empty file (a writer between rename and close) is a failed read,
-	// for strings as for numbers.
-	root.write("/run/vexostorage/disks/sda/timeout_weight", "");
-	EXPECT_EQ(VEXODiskGetIntValueCacheFile("/dev/sda", "timeout_weight", &v), -1);
-	EXPECT_ERR(0x0A00);
-	EXPECT_EQ(v, 7); // untouched on failure
-	char e[8] = "keep";
-	VLIBCErrClear();
-	EXPECT_EQ(VEXODiskGetStrValueCacheFile("/dev/sda", "timeout_weight", e, sizeof(e)), -1);
-	EXPECT_ERR(0x0A00);
-	EXPECT_STREQ(e, "keep");
-
-	// Present but unreadable (a directory where a file should be).
-	root.mkdirs("/run/vexostorage/disks/sda/remain_life");
-	char s[8];
-	EXPECT_EQ(VEXODiskGetStrValueCacheFile("/dev/sda", "remain_life", s, sizeof(s)), -1);
-	EXPECT_ERR(0x0A00);
-
-	EXPECT_EQ(VEXODiskGetStrValueCacheFile("/dev/sda", "serial", s, 0), -1);
-	EXPECT_ERR(0x0D00);
-}
-
-TEST_F(CacheFile, StringReaderCuts)
+TEST_F(CacheFile, ReaderCutsMissesAndFailures)
 {
 	std::string longValue(300, 'x');
 	longValue[10] = 'y';
 	root.write("/run/vexostorage/disks/sda/model", longValue);
-	char big[512];
-	ASSERT_EQ(VEXODiskGetStrValueCacheFile("/dev/sda", "model", big, sizeof(big)), 0);
-	EXPECT_EQ(std::string(big), longValue.substr(0, 255));
-	// Cut at the first NUL byte too.
-	root.write("/run/vexostorage/disks/sda/vendor", std::string("ab\0cd", 5));
-	ASSERT_EQ(VEXODiskGetStrValueCacheFile("/dev/sda", "vendor", big, sizeof(big)), 0);
-	EXPECT_STREQ(big, "ab");
+	root.write("/run/vexostorage/disks/sda/vendor", "ab\0cd"sv);
+	root.write("/run/vexostorage/disks/sda/unc_weight", "3");
+	// An empty file (a writer between rename and close) is a failed read.
+	root.write("/run/vexostorage/disks/sda/timeout_weight", "");
+	root.mkdirs("/run/vexostorage/disks/sda/remain_life"); // present but unreadable
+	struct {
+		const char *path, *key;
+		int size, err; // err 0: read whole
+		std::string out;
+	} rows[] = {
+		{"/dev/sda", "model", 512, 0, longValue.substr(0, 255)},
+		{"/dev/sda", "vendor", 512, 0, "ab"}, // cut at the first NUL byte
+		{"sda", "unc_weight", 512, 0x0700, "keep"}, // a short name instead of a device path
+		{"/dev/sda", "timeout_weight", 512, 0x0A00, "keep"},
+		{"/dev/sda", "remain_life", 512, 0x0A00, "keep"},
+		{"/dev/sda", "model", 0, 0x0D00, "keep"},
+	};
+	for (const auto &r : rows) {
+		SCOPED_TRACE(std::string(r.path) + " " + r.key);
+		char out[512] = "keep";
+		VLIBCErrClear();
+		EXPECT_EQ(VEXODiskGetStrValueCacheFile(r.path, r.key, out, r.size), r.err ? -1 : 0);
+		EXPECT_ERR(r.err);
+		EXPECT_EQ(out, r.out);
+		// The number reader misses and fails alike, and keeps its output.
+		int v = 7;
+		if (r.err && r.size) {
+			VLIBCErrClear();
+			EXPECT_EQ(VEXODiskGetIntValueCacheFile(r.path, r.key, &v), -1);
+			EXPECT_ERR(r.err);
+			EXPECT_EQ(v, 7);
+			// The place is the reader's own, not the helper's.
+			EXPECT_STREQ(VLIBCErrFileGet(), "disk/disk_get_cache_file");
+		}
+	}
 }
 
 TEST_F(CacheFile, WriterFailuresKeepUmask)
 {
-	mode_t before = ::umask(077);
-	// A device path instead of a short name is no single path element.
-	EXPECT_EQ(VEXODiskUpdateIntValueCacheFile("/dev/sda", "unc_weight", 1), -1);
-	EXPECT_ERR(0x0D00);
-	EXPECT_EQ(::umask(before), 077u);
-
 	// No directory for the disk: -1 and nothing recorded.
-	VLIBCErrClear();
 	EXPECT_EQ(VEXODiskUpdateIntValueCacheFile("sdz", "unc_weight", 1), -1);
 	EXPECT_EQ(VLIBCErrGet(), 0);
-
-	// rename over a directory fails: -1, and the umask is still restored.
-	before = ::umask(022);
+	// rename over a directory fails: -1, and the umask is as it was.
+	mode_t before = ::umask(022);
 	root.mkdirs("/run/vexostorage/disks/sda/firm/inner");
 	EXPECT_EQ(VEXODiskUpdateStrValueCacheFile("sda", "firm", "x"), -1);
 	EXPECT_EQ(::umask(before), 022u);
-	::umask(before);
 }
 
 // Names and keys that are not one plain path element never reach the file
@@ -473,7 +457,7 @@ TEST_F(CacheFile, EscapingOrOverlongNamesAreRefused)
 		const char *name, *key;
 	} writes[] = {
 		{"../../../etc", "k"}, {"sda", "../../../../etc/k"}, {"..", "k"}, {".", "k"}, {"sda/..", "k"},
-		{"-sda", "k"}, {"sda", "a b"}, {"", "k"}, {"sda", ""}, {"sda", longKey.c_str()},
+		{"-sda", "k"}, {"sda", "a b"}, {"", "k"}, {"sda", ""}, {"sda", longKey.c_str()}, {"/dev/sda", "k"},
 		{"../../../../../../../../../../../../tmp", "vexo_escape_probe"}, {longName.c_str(), "a_key_of_twenty_eight_bytes_"},
 	};
 	LogCapture log;
@@ -543,42 +527,33 @@ TEST_F(CacheFile, ConcurrentWritersAndReaders)
 	constexpr int kWriters = 4, kReaders = 4, kRounds = 400;
 	ASSERT_EQ(VEXODiskUpdateStrValueCacheFile("sda", "serial", "W0-00000-W0"), 0);
 	std::vector<pid_t> kids;
-	for (int w = 0; w < kWriters; ++w) {
-		pid_t pid = ::fork();
-		if (pid == 0) {
+	for (int w = 0; w < kWriters; ++w)
+		kids.push_back(vexo::test::forkChild([w] {
 			for (int i = 0; i < kRounds; ++i) {
 				// Lengths vary, so a value written over another shows.
 				char v[64];
 				std::snprintf(v, sizeof(v), "W%d-%0*d-W%d", w, 1 + (i * 7 + w) % 9, i, w);
 				if (VEXODiskUpdateStrValueCacheFile("sda", "serial", v) != 0)
-					::_exit(2);
+					return 2;
 			}
-			::_exit(0);
-		}
-		kids.push_back(pid);
-	}
-	for (int r = 0; r < kReaders; ++r) {
-		pid_t pid = ::fork();
-		if (pid == 0) {
+			return 0;
+		}));
+	for (int r = 0; r < kReaders; ++r)
+		kids.push_back(vexo::test::forkChild([] {
 			for (int i = 0; i < kRounds * 2; ++i) {
 				char v[256];
 				// The value is flushed before the rename: never the empty miss.
 				if (VEXODiskGetStrValueCacheFile("/dev/sda", "serial", v, sizeof(v)) != 0 || v[0] == '\0')
-					::_exit(3);
+					return 3;
 				int a = -1, n = -1, b = -2, used = 0;
 				if (std::sscanf(v, "W%d-%d-W%d%n", &a, &n, &b, &used) != 3 || a != b || a < 0 ||
 				    a >= kWriters || v[used] != '\0')
-					::_exit(4);
+					return 4;
 			}
-			::_exit(0);
-		}
-		kids.push_back(pid);
-	}
-	for (pid_t pid : kids) {
-		int st = 0;
-		::waitpid(pid, &st, 0);
-		EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << "child status " << st;
-	}
+			return 0;
+		}));
+	for (pid_t pid : kids)
+		EXPECT_EQ(vexo::test::waitChild(pid), 0);
 	// Afterwards the value is one whole value of some writer's last round.
 	std::string last = root.read("/run/vexostorage/disks/sda/serial");
 	int a = -1, n = -1, b = -2, used = 0;

@@ -2,13 +2,13 @@
 // effective ids (the saved set-user-id stays 0, as in a daemon that dropped its
 // rights), and a setuid program that ignores the caller's switches.
 #include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <grp.h>
 #include <pwd.h>
 #include <string>
+#include <vector>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "frame/log.h"
@@ -16,7 +16,6 @@
 #include "support/vexotest.h"
 
 using vexo::test::LogCapture;
-using vexo::test::Sysroot;
 namespace fs = std::filesystem;
 
 namespace {
@@ -33,143 +32,78 @@ protected:
 	}
 };
 
-// Lowers the effective ids in the child, keeping saved ids 0.
-bool lower(bool user, bool group)
-{
-	if (group && ::setresgid(-1, kGroup, -1) != 0)
-		return false;
-	if (user && ::setresuid(-1, kUser, -1) != 0)
-		return false;
-	return true;
-}
+struct Ids {
+	uid_t uid;
+	gid_t gid;
+	int err; // errno
+};
 
-TEST_F(PrivilegedSection, RaisesAndRestoresUserAndGroup)
+// Each row lowers ids in a forked child (saved ids stay 0 unless all three
+// are lowered) and enters the section with errno 5.
+TEST_F(PrivilegedSection, RaisesRestoresAndLogs)
 {
-	LogCapture log;
-	int rc = vexo::test::inChild([] {
-		if (!lower(true, true))
-			return 10;
-		{
-			ENTERCriticalSection;
-			if (::geteuid() != 0 || ::getegid() != 0)
-				return 11;
-			if (errno != 0)
-				return 12;
-		}
-		if (::geteuid() != kUser || ::getegid() != kGroup)
-			return 13;
-		return errno == 0 ? 0 : 14;
-	});
-	ASSERT_EQ(rc, 0);
-	// Raising: setresuid, setresgid, setresuid again, then the drop back to
-	// uid 0, each logged at 39.
-	EXPECT_EQ(log.count(39, "WARNING: setresuid(-1, 0, -1)"), 3) << log.dump();
-	EXPECT_EQ(log.count(39, "WARNING: setresgid(-1, 0, -1)"), 1) << log.dump();
-	EXPECT_EQ(log.count(35), 0);
-	auto lines = log.lines();
-	ASSERT_FALSE(lines.empty());
-	// The place is the enclosing function's.
-	EXPECT_EQ(lines[0].text.rfind("frame/privileged_section_test:", 0), 0u) << lines[0].text;
-}
-
-TEST_F(PrivilegedSection, GroupOnlyRaisesGroupOnly)
-{
-	LogCapture log;
-	int rc = vexo::test::inChild([] {
-		if (!lower(false, true))
-			return 10;
-		{
-			ENTERCriticalSection;
-			if (::getegid() != 0 || ::geteuid() != 0)
-				return 11;
-		}
-		return ::getegid() == kGroup && ::geteuid() == 0 ? 0 : 12;
-	});
-	ASSERT_EQ(rc, 0);
-	EXPECT_EQ(log.count(39, "setresgid(-1, 0, -1)"), 1) << log.dump();
-	EXPECT_EQ(log.count(39, "setresuid"), 0) << log.dump();
-}
-
-TEST_F(PrivilegedSection, RootLogsNothing)
-{
-	LogCapture log;
-	int rc = vexo::test::inChild([] {
-		errno = 5;
-		{
-			ENTERCriticalSection;
-			if (errno != 0)
-				return 1;
-		}
-		return ::geteuid() == 0 ? 0 : 2;
-	});
-	ASSERT_EQ(rc, 0);
-	EXPECT_EQ(log.count(35), 0);
-	EXPECT_EQ(log.count(39), 0);
-}
-
-TEST_F(PrivilegedSection, FailureIsLoggedAndWorkGoesOn)
-{
-	LogCapture log;
-	int rc = vexo::test::inChild([] {
-		// All three user ids non-zero: raising is impossible.
-		if (::setresgid(kGroup, kGroup, kGroup) != 0 || ::setresuid(kUser, kUser, kUser) != 0)
-			return 10;
-		bool ran = false;
-		{
-			ENTERCriticalSection;
-			if (errno != 1)
-				return 11;
-			ran = true;
-		}
-		return ran && ::geteuid() == kUser ? 0 : 12;
-	});
-	ASSERT_EQ(rc, 0);
-	EXPECT_EQ(log.count(35, "ERROR: setresuid(-1, 0, -1) [Operation not permitted]"), 1) << log.dump();
-	EXPECT_EQ(log.count(35, "ERROR: ENTERCriticalSection"), 1) << log.dump();
-}
-
-// A cache write by a process running with lowered ids lands as root, and
-// the process's ids and umask are as before afterwards.
-TEST_F(PrivilegedSection, CacheWriteUnderLoweredIds)
-{
-	Sysroot root;
-	root.diskDir("sdb");
-	::chmod(root.host("/run/vexostorage/disks/sdb").c_str(), 0755);
-	int rc = vexo::test::inChild([] {
-		if (!lower(true, true))
-			return 10;
-		if (VEXODiskUpdateStrValueCacheFile("sdb", "model", "VX4000") != 0)
-			return 11;
-		return ::geteuid() == kUser && ::getegid() == kGroup ? 0 : 12;
-	});
-	ASSERT_EQ(rc, 0);
-	struct stat st {};
-	ASSERT_EQ(::stat(root.host("/run/vexostorage/disks/sdb/model").c_str(), &st), 0);
-	EXPECT_EQ(st.st_uid, 0u);
-	EXPECT_EQ(root.read("/run/vexostorage/disks/sdb/model"), "VX4000");
+	struct {
+		const char *what;
+		bool (*lower)(); // lowers the ids; false when it could not
+		Ids inside, after;
+		int uidLines, gidLines; // raising lines at LOG_AUTH|LOG_DEBUG
+		std::vector<std::string> errors; // lines at LOG_AUTH|LOG_ERR
+	} rows[] = {
+		// Raising: setresuid, setresgid, setresuid again, then the drop back to uid 0.
+		{"user and group", [] { return ::setresgid(-1, kGroup, -1) == 0 && ::setresuid(-1, kUser, -1) == 0; }, {0, 0, 0},
+		 {kUser, kGroup, 0}, 3, 1, {}},
+		{"group only", [] { return ::setresgid(-1, kGroup, -1) == 0; }, {0, 0, 0}, {0, kGroup, 0}, 0, 1, {}},
+		{"root", [] { return true; }, {0, 0, 0}, {0, 0, 0}, 0, 0, {}},
+		// All three user ids non-zero: raising is impossible, the work goes on.
+		{"no way back", [] { return ::setresgid(kGroup, kGroup, kGroup) == 0 && ::setresuid(kUser, kUser, kUser) == 0; },
+		 {kUser, kGroup, 1}, {kUser, kGroup, 1}, 0, 0,
+		 {"ERROR: setresuid(-1, 0, -1) [Operation not permitted]", "ERROR: ENTERCriticalSection"}},
+	};
+	for (const auto &r : rows) {
+		SCOPED_TRACE(r.what);
+		LogCapture log;
+		auto same = [](Ids want) { return ::geteuid() == want.uid && ::getegid() == want.gid && errno == want.err; };
+		int rc = vexo::test::inChild([&] {
+			if (!r.lower())
+				return 10;
+			errno = 5;
+			{
+				ENTERCriticalSection;
+				if (!same(r.inside))
+					return 11;
+			}
+			return same(r.after) ? 0 : 12;
+		});
+		ASSERT_EQ(rc, 0);
+		EXPECT_EQ(log.count(39, "WARNING: setresuid(-1, 0, -1)"), r.uidLines) << log.dump();
+		EXPECT_EQ(log.count(39, "WARNING: setresgid(-1, 0, -1)"), r.gidLines);
+		EXPECT_EQ(log.count(39), r.uidLines + r.gidLines);
+		EXPECT_EQ(log.count(35), static_cast<int>(r.errors.size()));
+		for (const auto &e : r.errors)
+			EXPECT_EQ(log.count(35, e), 1) << e;
+		// The place is the enclosing function's.
+		for (const auto &l : log.lines())
+			EXPECT_EQ(l.text.rfind("frame/privileged_section_test:", 0), 0u) << l.text;
+	}
 }
 
 // A setuid-root program linked with the library, run by an unprivileged
 // user who points every VEXO_* switch at files of their own, must ignore
 // them all. The same program run plainly by root honours them, which shows
 // the user's files would have been used.
-// Runs prog in dir as (uid, gid) when given, else as ourselves; its status.
+// Runs prog in dir as user when given, else as ourselves; its status.
 int runAs(const std::string &prog, const std::string &dir, const passwd *user, char *const env[])
 {
-	pid_t pid = ::fork();
-	if (pid == 0) {
+	return vexo::test::inChild([&] {
 		if (::chdir(dir.c_str()) != 0)
-			::_exit(2);
+			return 2;
 		if (user && (::setgroups(0, nullptr) != 0 || ::setresgid(user->pw_gid, user->pw_gid, user->pw_gid) != 0 ||
 			     ::setresuid(user->pw_uid, user->pw_uid, user->pw_uid) != 0))
-			::_exit(3);
+			return 3;
 		char *argv[] = {const_cast<char *>(prog.c_str()), nullptr};
 		::execve(prog.c_str(), argv, env);
-		::_exit(4);
-	}
-	int st = 0;
-	::waitpid(pid, &st, 0);
-	return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+		return 4;
+	});
 }
 
 TEST(SecureEnvironment, SetuidProgramIgnoresSwitches)
@@ -194,13 +128,8 @@ TEST(SecureEnvironment, SetuidProgramIgnoresSwitches)
 	fs::copy_file(VEXO_SETUID_BACKEND, user / "backend.so");
 	ASSERT_EQ(::chown(probe.c_str(), 0, 0), 0);
 	ASSERT_EQ(::chmod(probe.c_str(), 04755), 0);
-	{
-		std::FILE *f = std::fopen((root / "usr/bin/true").c_str(), "w");
-		ASSERT_NE(f, nullptr);
-		std::fputs("#!/bin/sh\n: > true-ran\n", f);
-		std::fclose(f);
-		::chmod((root / "usr/bin/true").c_str(), 0755);
-	}
+	std::ofstream(root / "usr/bin/true") << "#!/bin/sh\n: > true-ran\n";
+	::chmod((root / "usr/bin/true").c_str(), 0755);
 	const std::string e1 = "VEXO_SYSROOT=" + root.string(), e2 = "VEXO_DEVICE_BACKEND=" + (user / "backend.so").string(),
 			  e3 = "VEXO_LOG=" + (user / "log").string();
 	char *env[] = {const_cast<char *>(e1.c_str()), const_cast<char *>(e2.c_str()), const_cast<char *>(e3.c_str()),

@@ -16,6 +16,15 @@ using vexo::test::Sysroot;
 
 namespace {
 
+// How many entries a folder holds: temporary files must not stay behind.
+int entries(const char *dir)
+{
+	PVLIBSZLIST names = VLIBCSzListAlloc(4);
+	int n = VLIBCFileEnumDir(dir, &names);
+	VLIBCSzListFree(names);
+	return n;
+}
+
 class KvFile : public ::testing::Test {
 protected:
 	void SetUp() override
@@ -23,14 +32,6 @@ protected:
 		VLIBCErrClear();
 		root.mkdirs("/etc");
 		root.mkdirs("/tmp");
-	}
-	static void waitAll(const std::vector<pid_t> &kids)
-	{
-		for (pid_t k : kids) {
-			int st = 0;
-			waitpid(k, &st, 0);
-			EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << st;
-		}
 	}
 	Sysroot root;
 	char buf[256];
@@ -53,19 +54,17 @@ TEST_F(KvFile, ReadsQuotedBareAndOddValues)
 				  "last=no newline");
 	struct Case {
 		const char *key;
-		const char *value;
-	} cases[] = {{"quoted", "a b c"}, {"bare", "plain value"}, {"eq", "x=y=z"}, {"hash", "#not a comment"},
-		     {"crlf", "win"}, {"inner", "say \"hi\""}, {"dup", "first"}, {"last", "no newline"}};
+		const char *value; // nullptr: not found
+	} cases[] = {{"quoted", "a b c"}, {"bare", "plain value"}, {"eq", "x=y=z"},   {"hash", "#not a comment"},
+		     {"crlf", "win"},     {"inner", "say \"hi\""},   {"dup", "first"},   {"last", "no newline"},
+		     {"empty", ""},       {"# comment", nullptr},     {"missing", nullptr}};
 	for (const auto &c : cases) {
 		SCOPED_TRACE(c.key);
-		EXPECT_EQ(VLIBCFileGetKeyValue("/etc/t.conf", c.key, buf, sizeof(buf), 0), (int)strlen(c.value));
-		EXPECT_STREQ(buf, c.value);
+		VLIBCErrClear();
+		EXPECT_EQ(VLIBCFileGetKeyValue("/etc/t.conf", c.key, buf, sizeof(buf), 0), c.value ? (int)strlen(c.value) : 0);
+		EXPECT_STREQ(buf, c.value ? c.value : "");
+		EXPECT_ERR(c.value ? 0 : 0x2A00);
 	}
-	EXPECT_EQ(VLIBCFileGetKeyValue("/etc/t.conf", "empty", buf, sizeof(buf), 0), 0);
-	EXPECT_STREQ(buf, "");
-	EXPECT_EQ(VLIBCFileGetKeyValue("/etc/t.conf", "# comment", buf, sizeof(buf), 0), 0);
-	EXPECT_EQ(VLIBCFileGetKeyValue("/etc/t.conf", "missing", buf, sizeof(buf), 0), 0);
-	EXPECT_ERR(0x2A00);
 
 	PVLIBSZHASH all = nullptr;
 	ASSERT_EQ(VLIBCFileGetKeyValueAll("/etc/t.conf", &all), 9);
@@ -130,10 +129,7 @@ TEST_F(KvFile, SetKeepsOtherLinesAndRoundTrips)
 	EXPECT_EQ(VLIBCFileRemoveKey("/etc/none.conf", "alpha"), 0);
 	EXPECT_FALSE(root.exists("/etc/none.conf"));
 	EXPECT_EQ(root.read("/etc/t.conf").find("alpha"), std::string::npos);
-	// Nothing but the file itself is left in the directory.
-	PVLIBSZLIST names = VLIBCSzListAlloc(4);
-	EXPECT_EQ(VLIBCFileEnumDir("/etc", &names), 1);
-	VLIBCSzListFree(names);
+	EXPECT_EQ(entries("/etc"), 1);
 }
 
 TEST_F(KvFile, SetRejectsWhatWouldBreakTheFile)
@@ -166,7 +162,6 @@ TEST_F(KvFile, InfoFallsBackToDefaultsAndWritesOnlyEtc)
 	// The lock was released: another taker gets it at once.
 	EXPECT_EQ(VLIBCFileLock(0x801, 0x1), 0);
 	EXPECT_EQ(VLIBCFileUnlock(0x800), 0);
-
 }
 
 // Several processes each add their own keys many times over, under a lock
@@ -176,38 +171,30 @@ TEST_F(KvFile, ConcurrentLockedWritersLoseNothing)
 	constexpr int kWriters = 4, kRounds = 40;
 	root.write("/etc/shared.conf", "# shared\n");
 	root.mkdirs("/run/lock");
-	pid_t reader = fork();
-	if (reader == 0) {
+	pid_t reader = vexo::test::forkChild([] {
 		char v[64];
-		for (;;) {
-			int r = VLIBCFileGetKeyValue("/etc/shared.conf", "w0", v, sizeof(v), 0);
-			if (r < 0)
-				_exit(1); // the file was missing or unreadable for a moment
+		// Fails when the file was missing or unreadable for a moment.
+		while (VLIBCFileGetKeyValue("/etc/shared.conf", "w0", v, sizeof(v), 0) >= 0) {
 		}
-	}
+		return 1;
+	});
 	std::vector<pid_t> kids;
-	for (int w = 0; w < kWriters; ++w) {
-		pid_t pid = fork();
-		if (pid == 0) {
+	for (int w = 0; w < kWriters; ++w)
+		kids.push_back(vexo::test::forkChild([w] {
 			for (int i = 0; i < kRounds; ++i) {
 				int fd = -1;
 				if (!VLIBCFileLockTimeByFile("/run/lock/shared.lock", 1, 10, &fd))
-					_exit(2);
-				char key[16], value[16];
-				snprintf(key, sizeof(key), "w%d", w);
-				snprintf(value, sizeof(value), "%d", i);
-				if (VLIBCFileSetKeyValue("/etc/shared.conf", key, value, nullptr) != 1)
-					_exit(3);
-				snprintf(key, sizeof(key), "w%d_%d", w, i);
-				if (VLIBCFileSetKeyValue("/etc/shared.conf", key, "x", nullptr) != 1)
-					_exit(3);
+					return 2;
+				const std::string key = "w" + std::to_string(w), value = std::to_string(i);
+				if (VLIBCFileSetKeyValue("/etc/shared.conf", key.c_str(), value.c_str(), nullptr) != 1 ||
+				    VLIBCFileSetKeyValue("/etc/shared.conf", (key + "_" + value).c_str(), "x", nullptr) != 1)
+					return 3;
 				VLIBCFileUnlockByFile(fd);
 			}
-			_exit(0);
-		}
-		kids.push_back(pid);
-	}
-	waitAll(kids);
+			return 0;
+		}));
+	for (pid_t k : kids)
+		EXPECT_EQ(vexo::test::waitChild(k), 0);
 	int st = 0;
 	EXPECT_EQ(waitpid(reader, &st, WNOHANG), 0) << "reader saw a broken file";
 	kill(reader, SIGKILL);
@@ -217,9 +204,7 @@ TEST_F(KvFile, ConcurrentLockedWritersLoseNothing)
 	ASSERT_EQ(VLIBCFileGetKeyValueAll("/etc/shared.conf", &all), kWriters * (kRounds + 1));
 	EXPECT_STREQ(VLIBCSzHashGetValue(all, "w3"), "39");
 	VLIBCSzHashFree(all);
-	PVLIBSZLIST names = VLIBCSzListAlloc(4);
-	EXPECT_EQ(VLIBCFileEnumDir("/etc", &names), 1) << "temporary files left behind";
-	VLIBCSzListFree(names);
+	EXPECT_EQ(entries("/etc"), 1);
 }
 
 // Section files: lookups, rewrites that keep their neighbours, and misses.
@@ -361,16 +346,13 @@ TEST_F(Locks, WaiterGetsTheLockWhenTheHolderLetsGo)
 {
 	int fd = -1;
 	ASSERT_NE(VLIBCFileLockByFile("/run/lock/w.lock", 1, &fd), 0);
-	pid_t pid = fork();
-	if (pid == 0) {
+	pid_t pid = vexo::test::forkChild([] {
 		int cfd = -1;
-		_exit(VLIBCFileLockTimeByFile("/run/lock/w.lock", 1, 5, &cfd) ? 0 : 1);
-	}
+		return VLIBCFileLockTimeByFile("/run/lock/w.lock", 1, 5, &cfd) ? 0 : 1;
+	});
 	usleep(300 * 1000);
 	VLIBCFileUnlockByFile(fd);
-	int st = 0;
-	waitpid(pid, &st, 0);
-	EXPECT_EQ(WEXITSTATUS(st), 0);
+	EXPECT_EQ(vexo::test::waitChild(pid), 0);
 	// Shared holders do not exclude each other.
 	int a = -1;
 	ASSERT_NE(VLIBCFileLockTimeByFile("/run/lock/w.lock", 0, 0, &a), 0);
@@ -447,17 +429,13 @@ TEST_F(Locks, NumberedLockClassRule)
 
 	// The 0x20006 class waits for its holder in another process.
 	ASSERT_EQ(VLIBCFileLock(0x20006, 5), 0);
-	pid_t pid = fork();
-	if (pid == 0) {
+	pid_t pid = vexo::test::forkChild([] {
 		auto t0 = Clock::now();
-		int r = VLIBCFileLock(0x20006, 5);
-		_exit(r == 0 && secondsSince(t0) > 0.25 ? 0 : 1);
-	}
+		return VLIBCFileLock(0x20006, 5) == 0 && secondsSince(t0) > 0.25 ? 0 : 1;
+	});
 	usleep(400 * 1000);
 	ASSERT_EQ(VLIBCFileUnlock(0x20000), 0);
-	int st = 0;
-	waitpid(pid, &st, 0);
-	EXPECT_EQ(WEXITSTATUS(st), 0);
+	EXPECT_EQ(vexo::test::waitChild(pid), 0);
 
 	EXPECT_EQ(VLIBCFileLock(0, 5), -1);
 	EXPECT_ERR(0x0D00);

@@ -79,14 +79,10 @@ void DiskLayout::portMaps(const std::string &usb, const std::string &esata, cons
 			  const std::string &cache, const std::vector<std::pair<std::string, std::string>> &extra) const
 {
 	std::vector<std::pair<std::string, std::string>> kv;
-	if (!usb.empty())
-		kv.emplace_back("usbportcfg", usb);
-	if (!esata.empty())
-		kv.emplace_back("esataportcfg", esata);
-	if (!internal.empty())
-		kv.emplace_back("internalportcfg", internal);
-	if (!cache.empty())
-		kv.emplace_back("cacheportcfg", cache);
+	for (const auto &[key, mask] : {std::pair{"usbportcfg", &usb}, {"esataportcfg", &esata},
+					{"internalportcfg", &internal}, {"cacheportcfg", &cache}})
+		if (!mask->empty())
+			kv.emplace_back(key, *mask);
 	kv.insert(kv.end(), extra.begin(), extra.end());
 	root_.conf("/etc.defaults/vexoinfo.conf", kv);
 }

@@ -179,7 +179,7 @@ std::string LogCapture::dump() const
 
 void LogCapture::clear() const { ::truncate(path_.c_str(), 0); }
 
-int inChild(const std::function<int()> &fn)
+pid_t forkChild(const std::function<int()> &fn)
 {
 	std::fflush(nullptr);
 	pid_t pid = ::fork();
@@ -192,12 +192,20 @@ int inChild(const std::function<int()> &fn)
 		}
 		::_exit(rc);
 	}
+	return pid;
+}
+
+int waitChild(pid_t pid)
+{
 	int st = 0;
-	::waitpid(pid, &st, 0);
+	if (pid < 0 || ::waitpid(pid, &st, 0) != pid)
+		return -1;
 	if (WIFEXITED(st))
 		return WEXITSTATUS(st);
 	return 128 + (WIFSIGNALED(st) ? WTERMSIG(st) : 0);
 }
+
+int inChild(const std::function<int()> &fn) { return waitChild(forkChild(fn)); }
 
 namespace {
 
@@ -248,9 +256,7 @@ Ran spawn(const std::vector<std::string> &argv, bool split, bool merged)
 			}
 		}
 	}
-	int status = 0;
-	::waitpid(pid, &status, 0);
-	r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+	r.status = waitChild(pid);
 	return r;
 }
 

@@ -87,6 +87,9 @@ private:
 // 128+signal when it died. gtest assertions in the child do not reach the
 // parent: return non-zero instead.
 int inChild(const std::function<int()> &fn);
+// The same in two steps, for children that run side by side.
+pid_t forkChild(const std::function<int()> &fn);
+int waitChild(pid_t pid);
 
 // Runs argv (searched in the host's PATH, not under the sysroot) with its
 // standard output, and its error output when asked, gathered in *out (when
@@ -125,15 +128,6 @@ std::string hex(int code);
 // What a getter of the form fn(arg, buf, size) wrote into a buffer of
 // `size` bytes: the text on 0, else "rc=<rc>", with " touched" when it
 // wrote anything on failure, " unterminated" when the text has no end.
-template <class R, class S>
-std::string textOf(R (*fn)(const char *, char *, S), const char *arg, size_t size = 128)
-{
-	std::string buf(size, '\x7f');
-	R rc = fn(arg, buf.data(), static_cast<S>(size));
-	if (rc != 0)
-		return "rc=" + std::to_string(rc) + (buf == std::string(size, '\x7f') ? "" : " touched");
-	return buf.find('\0') == std::string::npos ? "unterminated" : buf.c_str();
-}
 // The same for any call that fills a buffer: fill(buf, size) gives its result.
 inline std::string textOf(const std::function<int(char *, int)> &fill, size_t size = 128)
 {
@@ -142,6 +136,11 @@ inline std::string textOf(const std::function<int(char *, int)> &fill, size_t si
 	if (rc != 0)
 		return "rc=" + std::to_string(rc) + (buf == std::string(size, '\x7f') ? "" : " touched");
 	return buf.find('\0') == std::string::npos ? "unterminated" : buf.c_str();
+}
+template <class R, class S>
+std::string textOf(R (*fn)(const char *, char *, S), const char *arg, size_t size = 128)
+{
+	return textOf([&](char *b, int n) { return static_cast<int>(fn(arg, b, static_cast<S>(n))); }, size);
 }
 
 } // namespace vexo::test
