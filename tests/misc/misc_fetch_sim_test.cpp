@@ -288,9 +288,6 @@ TEST_F(ArchiveTest, FullVolumeIsMinusTwo)
 	EXPECT_EQ(rc, 0);
 }
 
-} // namespace
-
-namespace {
 
 TEST(Md5Test, ThroughTheTool)
 {
