@@ -181,6 +181,7 @@ TEST(DbUpdateSim, NothingLostWhateverGoesWrong)
 		if (c.fault == Fault::FileLimit) {
 			Events ev;
 			EXPECT_EQ(update(&ev), 0); // with room again the same offer goes in
+			EXPECT_EQ(root.read("/var/lib/smartmontools/vexodrivedb.version"), "4");
 		}
 	}
 }
