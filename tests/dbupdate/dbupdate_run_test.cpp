@@ -1,8 +1,6 @@
 // One index run over the host's table, from files already on disk: what is
 // installed, what is left alone, and what lands in the version files.
-#include <csignal>
 #include <string>
-#include <sys/resource.h>
 #include <gtest/gtest.h>
 #include <vexohw/dbupdate.h>
 
@@ -192,45 +190,6 @@ TEST(DbRun, ServerAddress)
 		EXPECT_STREQ(name, "HCL_v7_vx 1222");
 		EXPECT_EQ(VEXODiskModelReplaceName("%s_%n", name, sizeof name), -1); // never a printf format
 	}
-}
-
-} // namespace
-
-namespace {
-
-// The file system fills while the new file is written: the child's files
-// stop at 2 KiB, the database is 4 KiB.
-TEST(DbRun, DiskFullWhileWritingTheNewFile)
-{
-	Sysroot root;
-	appliance(root);
-	const std::string big(4096, 'b');
-	root.write("/var/lib/offlinekit/f/big", big);
-	std::string out;
-	ASSERT_EQ(runProgram({"md5sum", root.host("/var/lib/offlinekit/f/big")}, &out), 0);
-	root.write("/tmp/i.json", "{\"smart\":" + entry(6, "f/big", out.substr(0, 32).c_str()) + "}");
-	int rc = inChild([] {
-		std::signal(SIGXFSZ, SIG_IGN);
-		struct rlimit lim = {2048, 2048};
-		::setrlimit(RLIMIT_FSIZE, &lim);
-		DiskOnlineDbInfo *rows = nullptr;
-		int n = VEXODiskOnlineDbInfoGet(&rows);
-		int r = VEXODiskDbDownload("/tmp/i.json", rows, n > 0 ? 1 : 0, nullptr, nullptr);
-		std::free(rows);
-		return r == -1 && VLIBCErrGet() == 0x2A00 ? 0 : 1;
-	});
-	EXPECT_EQ(rc, 0);
-	EXPECT_EQ(root.read(std::string(kSmart) + ".db"), "old");
-	EXPECT_EQ(root.read(std::string(kSmart) + ".version"), "5\n");
-	EXPECT_FALSE(root.exists(std::string(kSmart) + ".db.new.tmp")); // no torn file left
-	// With room again, the same offer goes in.
-	root.write("/tmp/i.json", "{\"smart\":" + entry(6, "f/big", out.substr(0, 32).c_str()) + "}");
-	DiskOnlineDbInfo *rows = nullptr;
-	ASSERT_GT(VEXODiskOnlineDbInfoGet(&rows), 0);
-	EXPECT_EQ(VEXODiskDbDownload("/tmp/i.json", rows, 1, nullptr, nullptr), 0);
-	std::free(rows);
-	EXPECT_EQ(root.read(std::string(kSmart) + ".db"), big);
-	EXPECT_EQ(root.read(std::string(kSmart) + ".version"), "6");
 }
 
 } // namespace

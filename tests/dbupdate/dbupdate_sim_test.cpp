@@ -175,6 +175,14 @@ TEST(DbUpdateSim, NothingLostWhateverGoesWrong)
 			}
 		}
 		EXPECT_FALSE(root.exists("/var/lib/diskdbupdate/online")); // staging cleared
+		std::string torn;
+		runProgram({"find", root.host("/var/lib"), "-name", "*.tmp"}, &torn);
+		EXPECT_EQ(torn, "");
+		if (c.fault == Fault::FileLimit) {
+			Events ev;
+			EXPECT_EQ(update(&ev), 0); // with room again the same offer goes in
+			EXPECT_EQ(root.read("/var/lib/smartmontools/vexodrivedb.version"), "4");
+		}
 	}
 }
 

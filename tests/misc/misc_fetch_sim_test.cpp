@@ -100,22 +100,6 @@ TEST_P(FetchTest, AgainstTheLocalServer)
 INSTANTIATE_TEST_SUITE_P(Misc, FetchTest, ::testing::Values(false, true),
 			 [](const auto &info) { return info.param ? "ToBuffer" : "ToFile"; });
 
-TEST(FetchTest, DefaultHostsGoToTheLocalServer)
-{
-	Sysroot root;
-	Serve serve(root);
-	ASSERT_GT(serve.port(), 0);
-	serve.put("/ssd/v1/getUpdate/index.json", "[]");
-	serve.put("/ssd/v1/getUpdate/M2.json", "[{\"file\":\"x\"}]");
-	char *buf = nullptr;
-	int size = 0;
-	ASSERT_EQ(VEXODiskMiscCurlToBuffer(VEXO_FIRMWARE_SERVER_DEFAULT "/ssd/v1/getUpdate?unique=u&model=M2", &buf,
-					   &size, 0),
-		  0);
-	EXPECT_STREQ(buf, "[{\"file\":\"x\"}]");
-	std::free(buf);
-}
-
 // Signed archives made by vexo-archive, read by the platform's reader
 // through VEXOFirmSAExtract and VEXOPackageSAExtract: real keys, real
 // signatures, hostile entries.
@@ -304,9 +288,6 @@ TEST_F(ArchiveTest, FullVolumeIsMinusTwo)
 	EXPECT_EQ(rc, 0);
 }
 
-} // namespace
-
-namespace {
 
 TEST(Md5Test, ThroughTheTool)
 {

@@ -10,6 +10,7 @@
 #include <vexohw/misc.h>
 
 #include "frame/clock.h"
+#include "frame/net.h"
 #include "support/vexotest.h"
 
 using namespace vexo::test;
@@ -203,11 +204,6 @@ TEST(VersionTest, VersionFile)
 	EXPECT_STREQ(big, "a%20b%26c%3Dd");
 }
 
-} // namespace
-
-#include "frame/net.h"
-
-namespace {
 
 TEST(NetSeam, RedirectFile)
 {

@@ -137,9 +137,6 @@ TEST_F(OverviewDoc, DamagedDocumentIsRebuiltAndKeptInFiveGenerations)
 	EXPECT_TRUE(root.exists("/var/run/.vexo_disk_bootup_init_done"));
 }
 
-} // namespace
-
-namespace {
 
 // Current health from the drive's attributes and the document's counters,
 // and the history built from stored months and the current values.

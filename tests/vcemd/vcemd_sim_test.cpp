@@ -270,9 +270,6 @@ TEST(VcemdDaemon, LongSysrootPrefix)
 	EXPECT_FALSE(box.clientPathLeft());
 }
 
-} // namespace
-
-namespace {
 
 // The daemon goes with its box: a root that is removed ends it.
 TEST(VcemdDaemon, EndsWhenItsBoxIsRemoved)

@@ -17,16 +17,6 @@ namespace {
 
 using rig::Check;
 using rig::Disk;
-using rig::Guest;
-
-std::vector<Disk *> ataDisks(Guest &g)
-{
-	std::vector<Disk *> out;
-	for (auto &d : g.disks)
-		if (d.bus == "ata" && d.when != "plug")
-			out.push_back(&d);
-	return out;
-}
 
 struct Iface {
 	const char *name;
@@ -87,7 +77,7 @@ unsigned long long raw48(const unsigned char *s)
 // was given, as the kernel's sysfs and hdparm -I show it.
 RIG_CHECK(main, ata_identify_hdio)
 {
-	for (Disk *d : ataDisks(g)) {
+	for (Disk *d : g.atBoot({"ata"})) {
 		int fd = rig::openDisk(c, *d);
 		if (fd < 0)
 			continue;
@@ -153,7 +143,7 @@ RIG_CHECK(main, ata_identify_hdio)
 // IDENTIFY through ATA PASS-THROUGH answers the same page as through HDIO.
 RIG_CHECK(main, ata_identify_sat)
 {
-	for (Disk *d : ataDisks(g)) {
+	for (Disk *d : g.atBoot({"ata"})) {
 		int fd = rig::openDisk(c, *d);
 		if (fd < 0)
 			continue;
@@ -180,7 +170,7 @@ RIG_CHECK(main, ata_identify_sat)
 // smartctl prints for the same drive.
 RIG_CHECK(main, ata_smart_data)
 {
-	for (Disk *d : ataDisks(g)) {
+	for (Disk *d : g.atBoot({"ata"})) {
 		int fd = rig::openDisk(c, *d);
 		if (fd < 0)
 			continue;
@@ -239,7 +229,7 @@ RIG_CHECK(main, ata_smart_data)
 // Temperature from attribute 194 or 190 where the drive has one.
 RIG_CHECK(main, ata_temperature)
 {
-	for (Disk *d : ataDisks(g)) {
+	for (Disk *d : g.atBoot({"ata"})) {
 		unsigned char v[512] = {};
 		if (!c.expect(SmartDataRead(d->path().c_str(), v, nullptr) == 0, "SmartDataRead(%s) failed",
 			      d->path().c_str()))
@@ -260,7 +250,7 @@ RIG_CHECK(main, ata_temperature)
 // and READ LOG EXT of the extended self-test log through SG_IO.
 RIG_CHECK(main, ata_selftest_log)
 {
-	for (Disk *d : ataDisks(g)) {
+	for (Disk *d : g.atBoot({"ata"})) {
 		int fd = rig::openDisk(c, *d);
 		if (fd < 0)
 			continue;
@@ -316,7 +306,7 @@ RIG_CHECK(main, ata_smart_enable)
 		close(fd);
 		return std::string(on ? "on" : "off");
 	};
-	for (Disk *d : ataDisks(g)) {
+	for (Disk *d : g.atBoot({"ata"})) {
 		for (const Iface &f : kAtaIfaces) {
 			rig::run({"/usr/bin/smartctl", "-s", "off", d->path()});
 			if (!c.eqStr(d->role + " after smartctl -s off", state(*d), "off"))
@@ -342,7 +332,7 @@ RIG_CHECK(main, ata_smart_enable)
 // both paths; hdparm -C reads the same state.
 RIG_CHECK(main, ata_check_power_mode)
 {
-	for (Disk *d : ataDisks(g)) {
+	for (Disk *d : g.atBoot({"ata"})) {
 		int fd = rig::openDisk(c, *d);
 		if (fd < 0)
 			continue;
@@ -375,7 +365,7 @@ RIG_CHECK(main, ata_check_power_mode)
 // (EINVAL), which counts as done.
 RIG_CHECK(main, ata_drive_flush)
 {
-	for (Disk *d : ataDisks(g)) {
+	for (Disk *d : g.atBoot({"ata"})) {
 		int fd = rig::openDisk(c, *d);
 		if (fd < 0)
 			continue;

@@ -10,10 +10,6 @@
 
 #include "rig.h"
 
-namespace rig {
-std::map<int, std::string> expectedPortSets(Guest &g);
-}
-
 namespace {
 
 std::string sortedLines(const std::string &text)
@@ -23,11 +19,7 @@ std::string sortedLines(const std::string &text)
 	for (std::string l; std::getline(in, l);)
 		if (!l.empty())
 			v.push_back(l.substr(0, l.find('\t')));
-	std::sort(v.begin(), v.end());
-	std::string out;
-	for (const auto &s : v)
-		out += (out.empty() ? "" : " ") + s;
-	return out;
+	return rig::joinSorted(v);
 }
 
 void comparePortSets(rig::Check &c, rig::Guest &g, const char *when)
@@ -91,17 +83,12 @@ RIG_CHECK(hotplug, replug_disk_info_enum)
 	std::vector<std::string> names;
 	for (auto *d : g.present())
 		names.push_back(d->name);
-	std::sort(names.begin(), names.end());
-	std::string want;
-	for (const auto &n : names)
-		want += (want.empty() ? "" : " ") + n;
 	int status = 0;
 	std::string out = rig::run({"/proc/self/exe", "--disk-enum"}, &status);
 	c.eqInt("after: disk enumeration exit", status, 0);
-	c.eqStr("after: DiskInfoEnum names", sortedLines(out), want);
+	c.eqStr("after: DiskInfoEnum names", sortedLines(out), rig::joinSorted(names));
 
 	// Each record's container follows the port map written after the events.
-	static const std::map<std::string, int> kContainer = {{"internal", 1}, {"esata", 8}, {"usb", 4}, {"cache", 32}};
 	std::istringstream in(out);
 	for (std::string line; std::getline(in, line);) {
 		std::istringstream f(line);
@@ -111,6 +98,6 @@ RIG_CHECK(hotplug, replug_disk_info_enum)
 		std::getline(f, container, '\t');
 		for (auto *d : g.present())
 			if (d->name == name)
-				c.eqInt("after: " + d->role + " container", std::atoi(container.c_str()), kContainer.at(d->port));
+				c.eqInt("after: " + d->role + " container", std::atoi(container.c_str()), rig::containerOf(d->port));
 	}
 }

@@ -128,9 +128,6 @@ RIG_CHECK(main, disk_info_enum)
 	for (DiskListNode *cell = list; cell; cell = cell->next)
 		c.expect(byPath.emplace(cell->info->path, cell->info).second, "%s listed twice", cell->info->path);
 	c.eqInt("DiskInfoEnum count", n, static_cast<long long>(byPath.size()));
-	static const std::map<std::string, int> kContainer = {
-		{"internal", DISK_CONTAINER_INTERNAL}, {"esata", DISK_CONTAINER_ESATA},
-		{"usb", DISK_CONTAINER_USB},           {"cache", DISK_CONTAINER_CACHE}};
 	for (rig::Disk *d : g.present()) {
 		auto it = byPath.find(d->path());
 		if (!c.expect(it != byPath.end(), "%s (%s) not enumerated", d->path().c_str(), d->role.c_str()))
@@ -138,7 +135,7 @@ RIG_CHECK(main, disk_info_enum)
 		const DiskInfo *info = it->second;
 		std::string sys = "/sys/block/" + d->name;
 		c.eqStr(d->role + " name", info->name, d->name);
-		c.eqInt(d->role + " container", info->id.container, kContainer.at(d->port));
+		c.eqInt(d->role + " container", info->id.container, rig::containerOf(d->port));
 		c.eqStr(d->role + " model", info->model, rig::trim(rig::readFile(sys + "/device/model")));
 		c.eqInt(d->role + " size", static_cast<long long>(info->sizeBytes), static_cast<long long>(d->sizeBytes));
 		c.eqInt(d->role + " logical block size", info->logicalBlockSize,

@@ -64,20 +64,11 @@ int portEnum(int type)
 	return 0;
 }
 
-const char *ifaceName(DriveCommandInterface f)
-{
-	return f == ata_command_interface	    ? "ata"
-	       : f == sat_command_interface	    ? "sat"
-	       : f == sas_command_interface	    ? "sas"
-	       : f == marvell_command_interface ? "marvell"
-						    : "?";
-}
-
 int call(const std::string &root, const std::string &what, const char *path)
 {
 	setenv("VEXO_SYSROOT", root.c_str(), 1);
 	if (what == "iface") {
-		std::printf("%s\n", ifaceName(VEXOSmartctlCommandInterfaceGet(path)));
+		std::printf("%s\n", rig::ifaceName(VEXOSmartctlCommandInterfaceGet(path)));
 		return 0;
 	}
 	if (what == "firm-serial") {

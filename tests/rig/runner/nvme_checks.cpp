@@ -7,15 +7,6 @@
 
 namespace {
 
-std::vector<rig::Disk *> nvmeDisks(rig::Guest &g)
-{
-	std::vector<rig::Disk *> out;
-	for (auto &d : g.disks)
-		if (d.bus == "nvme" && d.when == "boot")
-			out.push_back(&d);
-	return out;
-}
-
 // "critical_warning : 0x4" / "temperature : 40 °C (313 K)" lines of nvme smart-log.
 long toolNumber(const std::string &text, const std::string &key)
 {
@@ -28,7 +19,7 @@ long toolNumber(const std::string &text, const std::string &key)
 // Identity through the platform's admin calls against sysfs and nvme-cli.
 RIG_CHECK(main, nvme_identity)
 {
-	for (rig::Disk *d : nvmeDisks(g)) {
+	for (rig::Disk *d : g.atBoot({"nvme"})) {
 		if (d->name.empty()) {
 			c.fail("%s did not come up", d->role.c_str());
 			continue;
@@ -54,7 +45,7 @@ RIG_CHECK(main, nvme_identity)
 // Temperature and the injected critical warning from the health log.
 RIG_CHECK(main, nvme_health)
 {
-	for (rig::Disk *d : nvmeDisks(g)) {
+	for (rig::Disk *d : g.atBoot({"nvme"})) {
 		if (d->name.empty()) {
 			c.fail("%s did not come up", d->role.c_str());
 			continue;

@@ -23,34 +23,9 @@ int portTypeOf(const rig::Disk &d)
 	return it == kTypes.end() ? -1 : it->second;
 }
 
-int containerOf(int portType)
-{
-	switch (portType) {
-	case DISK_PORT_TYPE_INTERNAL:
-		return DISK_CONTAINER_INTERNAL;
-	case DISK_PORT_TYPE_ESATA:
-		return DISK_CONTAINER_ESATA;
-	case DISK_PORT_TYPE_USB:
-		return DISK_CONTAINER_USB;
-	case DISK_PORT_TYPE_CACHE:
-		return DISK_CONTAINER_CACHE;
-	}
-	return -1;
-}
-
-std::string joined(std::vector<std::string> v)
-{
-	std::sort(v.begin(), v.end());
-	std::string out;
-	for (const auto &s : v)
-		out += (out.empty() ? "" : " ") + s;
-	return out;
-}
-
 } // namespace
 
 namespace rig {
-// The names VEXODiskPortEnum should list for each port type in use.
 std::map<int, std::string> expectedPortSets(Guest &g)
 {
 	std::map<int, std::vector<std::string>> sets;
@@ -60,7 +35,7 @@ std::map<int, std::string> expectedPortSets(Guest &g)
 		sets[portTypeOf(*d)].push_back(d->name);
 	std::map<int, std::string> out;
 	for (auto &[t, v] : sets)
-		out[t] = joined(v);
+		out[t] = joinSorted(v);
 	return out;
 }
 } // namespace rig
@@ -76,17 +51,10 @@ RIG_CHECK(main, disk_classification)
 		c.eqInt(d->role + " VEXODiskPortCheck", VEXODiskPortCheck(path.c_str()), type);
 		int container = 0;
 		if (c.expect(DiskContainerGet(path.c_str(), &container) == 0, "DiskContainerGet(%s) failed", path.c_str()))
-			c.eqInt(d->role + " container", container, containerOf(type));
+			c.eqInt(d->role + " container", container, rig::containerOf(d->port));
 		DriveCommandInterface want = d->bus == "usb" ? sat_command_interface : ata_command_interface;
 		DriveCommandInterface got = VEXOSmartctlCommandInterfaceGet(path.c_str());
-		auto name = [](DriveCommandInterface f) {
-			return f == ata_command_interface   ? "ata"
-			       : f == sat_command_interface ? "sat"
-			       : f == sas_command_interface ? "sas"
-			       : f == marvell_command_interface ? "marvell"
-								: "?";
-		};
-		c.eqStr(d->role + " command interface", name(got), name(want));
+		c.eqStr(d->role + " command interface", rig::ifaceName(got), rig::ifaceName(want));
 		char family[16] = {};
 		const char *wantFamily = d->bus == "nvme" ? "nvme" : d->bus == "usb" ? "sat" : "ata";
 		if (c.expect(VEXODiskDeviceTypeGet(path.c_str(), family, sizeof(family)) == 0,
@@ -124,7 +92,7 @@ RIG_CHECK(main, port_enum)
 		}
 		std::vector<std::string> got(list->ppszItem, list->ppszItem + list->nItem);
 		c.expect(std::is_sorted(got.begin(), got.end()), "VEXODiskPortEnum(%d) is not sorted", type);
-		c.eqStr(rig::fmt("VEXODiskPortEnum(%d)", type), joined(got), want);
+		c.eqStr(rig::fmt("VEXODiskPortEnum(%d)", type), rig::joinSorted(got), want);
 		VLIBCSzListFree(list);
 	}
 }

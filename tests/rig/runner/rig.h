@@ -12,6 +12,7 @@
 #include <vexohw/smart_info.h>
 #include <vexohw/smart_serial.h>
 #include <vexohw/smart_temperature.h>
+#include <vexohw/smartctl.h>
 #include <vexoplatform/nvme_admin.h>
 #include <cstdarg>
 #include <cstdint>
@@ -43,6 +44,8 @@ struct Guest {
 	std::vector<Disk> disks;
 	Disk *role(const std::string &r);
 	std::vector<Disk *> present();
+	// The disks on these buses that the guest boots with.
+	std::vector<Disk *> atBoot(std::initializer_list<std::string> buses);
 };
 
 class Check {
@@ -125,6 +128,13 @@ std::string field(const std::string &text, const std::string &key);
 int openDisk(Check &c, const Disk &d);
 // Sets the marker the host waits for, on the result channel.
 void emit(const std::string &line);
+// Sorted, joined by single spaces.
+std::string joinSorted(std::vector<std::string> v);
+// DISK_CONTAINER_* of a port name ("internal", "usb", ...), -1 when unknown.
+int containerOf(const std::string &port);
+const char *ifaceName(DriveCommandInterface f);
+// The names VEXODiskPortEnum should list for each port type (port_checks.cpp).
+std::map<int, std::string> expectedPortSets(Guest &g);
 // Runs one library call in a fresh process under the appliance root
 // `sysroot` (see main.cpp's --call) and returns its output line.
 std::string callIn(const std::string &sysroot, const std::string &call, const std::string &path);

@@ -8,15 +8,6 @@
 
 namespace {
 
-std::vector<rig::Disk *> scsiDisks(rig::Guest &g)
-{
-	std::vector<rig::Disk *> out;
-	for (auto &d : g.disks)
-		if ((d.bus == "virtio" || d.bus == "lsi") && d.when == "boot")
-			out.push_back(&d);
-	return out;
-}
-
 std::string field(const unsigned char *p, int from, int len)
 {
 	return rig::trim(std::string(reinterpret_cast<const char *>(p) + from, static_cast<size_t>(len)));
@@ -29,11 +20,7 @@ std::string field(const unsigned char *p, int from, int len)
 // (the path they take on the virtual edition).
 RIG_CHECK(main, scsi_inquiry)
 {
-	std::vector<rig::Disk *> disks = scsiDisks(g);
-	for (auto &d : g.disks)
-		if (d.bus == "ata" && !d.name.empty())
-			disks.push_back(&d);
-	for (rig::Disk *d : disks) {
+	for (rig::Disk *d : g.atBoot({"virtio", "lsi", "ata"})) {
 		bool ata = d->bus == "ata";
 		int fd = rig::openDisk(c, *d);
 		if (fd < 0)
@@ -83,7 +70,7 @@ RIG_CHECK(main, scsi_log_sense_missing)
 	constexpr Page kPages[] = {{SCSI_LOG_READ_ERRORS, 0x03},   {SCSI_LOG_WRITE_ERRORS, 0x02},
 				   {SCSI_LOG_VERIFY_ERRORS, 0x05}, {SCSI_LOG_TEMPERATURE, 0x0D},
 				   {SCSI_LOG_BACKGROUND_SCAN, 0x15}, {SCSI_LOG_SELF_TEST, 0x10}};
-	for (rig::Disk *d : scsiDisks(g)) {
+	for (rig::Disk *d : g.atBoot({"virtio", "lsi"})) {
 		int status = 0;
 		rig::run({"/usr/vexo/sbin/sg_logs", "--page=0x0d", d->path()}, &status);
 		c.expect(status != 0, "%s: sg_logs reads a temperature page; the drive is expected to have none",
@@ -110,7 +97,7 @@ RIG_CHECK(main, scsi_log_sense_missing)
 // CHECK CONDITION is taken as success and the buffer is left alone.
 RIG_CHECK(main, scsi_misc)
 {
-	for (rig::Disk *d : scsiDisks(g)) {
+	for (rig::Disk *d : g.atBoot({"virtio", "lsi"})) {
 		int fd = rig::openDisk(c, *d);
 		if (fd < 0)
 			continue;
@@ -119,14 +106,12 @@ RIG_CHECK(main, scsi_misc)
 		c.eqInt(d->role + " REQUEST SENSE", sas_command_interface(fd, SCSI_REQUEST_SENSE, sense), 0);
 		c.note("%s REQUEST SENSE %s", d->role.c_str(), rig::hexBytes(sense, 18).c_str());
 		c.eqInt(d->role + " REQUEST SENSE response code", sense[0] & 0x7F, 0x70);
-		unsigned char control[512];
-		std::memset(control, 0xEE, sizeof(control));
-		c.eqInt(d->role + " MODE SENSE control", sas_command_interface(fd, SCSI_MODE_SENSE_CONTROL, control), 0);
-		c.eqStr(d->role + " MODE SENSE control buffer", rig::hexBytes(control, 8), "eeeeeeeeeeeeeeee");
-		unsigned char ie[512];
-		std::memset(ie, 0xEE, sizeof(ie));
-		c.eqInt(d->role + " MODE SENSE IE", sas_command_interface(fd, SCSI_MOD_SENSE_CURRENT, ie), 0);
-		c.eqStr(d->role + " MODE SENSE IE buffer", rig::hexBytes(ie, 8), "eeeeeeeeeeeeeeee");
+		for (auto [cmd, page] : {std::pair{SCSI_MODE_SENSE_CONTROL, "control"}, {SCSI_MOD_SENSE_CURRENT, "IE"}}) {
+			unsigned char buf[512];
+			std::memset(buf, 0xEE, sizeof(buf));
+			c.eqInt(d->role + " MODE SENSE " + page, sas_command_interface(fd, cmd, buf), 0);
+			c.eqStr(d->role + " MODE SENSE " + page + " buffer", rig::hexBytes(buf, 8), "eeeeeeeeeeeeeeee");
+		}
 		c.eqInt(d->role + " SYNCHRONIZE CACHE", sas_command_interface(fd, SCSI_SYNC_CACHE, nullptr), 0);
 		unsigned char start = 1;
 		c.eqInt(d->role + " START STOP UNIT (start)", sas_command_interface(fd, SCSI_START_STOP, &start), 0);

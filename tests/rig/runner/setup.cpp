@@ -1,6 +1,7 @@
 // Finding the guest's disks and describing the appliance around them. The
 // kernel names disks in the order their drivers probe, which changes from
 // boot to boot: a disk is known by its bus (sysfs path) and its serial.
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -96,6 +97,15 @@ std::vector<Disk *> Guest::present()
 	return out;
 }
 
+std::vector<Disk *> Guest::atBoot(std::initializer_list<std::string> buses)
+{
+	std::vector<Disk *> out;
+	for (auto &d : disks)
+		if (d.when == "boot" && std::find(buses.begin(), buses.end(), d.bus) != buses.end())
+			out.push_back(&d);
+	return out;
+}
+
 bool loadGuest(const std::string &file, const std::string &name, Guest &g, std::string &err)
 {
 	std::ifstream in(file);
@@ -108,15 +118,10 @@ bool loadGuest(const std::string &file, const std::string &name, Guest &g, std::
 		if (line.empty() || line[0] == '#')
 			continue;
 		Disk d;
-		d.role = kv(line, "role");
-		d.bus = kv(line, "bus");
-		d.port = kv(line, "port");
-		d.when = kv(line, "when");
-		d.model = kv(line, "model");
-		d.serial = kv(line, "serial");
-		d.firmware = kv(line, "firmware");
-		d.vendor = kv(line, "vendor");
-		d.product = kv(line, "product");
+		for (auto [key, field] : {std::pair{"role", &Disk::role}, {"bus", &Disk::bus}, {"port", &Disk::port},
+					  {"when", &Disk::when}, {"model", &Disk::model}, {"serial", &Disk::serial},
+					  {"firmware", &Disk::firmware}, {"vendor", &Disk::vendor}, {"product", &Disk::product}})
+			d.*field = kv(line, key);
 		d.rotation = static_cast<unsigned>(std::strtoul(kv(line, "rotation").c_str(), nullptr, 0));
 		std::string pbs = kv(line, "physical_block");
 		if (!pbs.empty())
@@ -199,16 +204,11 @@ bool writeAppliance(Guest &g, std::string &err)
 		}
 		if (d->name.size() != 3)
 			continue; // two-letter names are not bays of this box
-		unsigned long long bit = 1ULL << (d->name[2] - 'a');
-		if (d->port == "internal") {
-			internal |= bit;
-			++bays;
-		} else if (d->port == "esata")
-			esata |= bit;
-		else if (d->port == "usb")
-			usb |= bit;
-		else if (d->port == "cache")
-			cache |= bit;
+		const std::map<std::string, unsigned long long *> maps = {
+			{"internal", &internal}, {"esata", &esata}, {"usb", &usb}, {"cache", &cache}};
+		if (auto it = maps.find(d->port); it != maps.end())
+			*it->second |= 1ULL << (d->name[2] - 'a');
+		bays += d->port == "internal";
 	}
 	std::string conf = fmt("upnpmodelname=\"VQRIG\"\nunique=\"vexo_rig_%s\"\nmaxdisks=\"%d\"\nsupport_nvme=\"yes\"\n",
 			       g.name.c_str(), bays);

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -34,14 +35,22 @@ std::string trim(const std::string &s)
 	return s.substr(b, e - b + 1);
 }
 
-std::string fmt(const char *f, ...)
+namespace {
+std::string vfmt(const char *f, va_list ap)
 {
 	char buf[1024];
+	std::vsnprintf(buf, sizeof(buf), f, ap);
+	return buf;
+}
+} // namespace
+
+std::string fmt(const char *f, ...)
+{
 	va_list ap;
 	va_start(ap, f);
-	std::vsnprintf(buf, sizeof(buf), f, ap);
+	std::string s = vfmt(f, ap);
 	va_end(ap);
-	return buf;
+	return s;
 }
 
 std::string hexBytes(const unsigned char *p, size_t n)
@@ -154,38 +163,60 @@ int openDisk(Check &c, const Disk &d)
 	return fd;
 }
 
+std::string joinSorted(std::vector<std::string> v)
+{
+	std::sort(v.begin(), v.end());
+	std::string out;
+	for (const auto &s : v)
+		out += (out.empty() ? "" : " ") + s;
+	return out;
+}
+
+int containerOf(const std::string &port)
+{
+	static const std::map<std::string, int> kContainer = {{"internal", DISK_CONTAINER_INTERNAL},
+							       {"esata", DISK_CONTAINER_ESATA},
+							       {"usb", DISK_CONTAINER_USB},
+							       {"cache", DISK_CONTAINER_CACHE}};
+	auto it = kContainer.find(port);
+	return it == kContainer.end() ? -1 : it->second;
+}
+
+const char *ifaceName(DriveCommandInterface f)
+{
+	return f == ata_command_interface	    ? "ata"
+	       : f == sat_command_interface	    ? "sat"
+	       : f == sas_command_interface	    ? "sas"
+	       : f == marvell_command_interface ? "marvell"
+						    : "?";
+}
+
 // ---- Check ----
 
 void Check::fail(const char *f, ...)
 {
-	char buf[1024];
 	va_list ap;
 	va_start(ap, f);
-	std::vsnprintf(buf, sizeof(buf), f, ap);
+	failures_.push_back(vfmt(f, ap));
 	va_end(ap);
-	failures_.push_back(buf);
 }
 
 void Check::note(const char *f, ...)
 {
-	char buf[1024];
 	va_list ap;
 	va_start(ap, f);
-	std::vsnprintf(buf, sizeof(buf), f, ap);
+	notes_.push_back(vfmt(f, ap));
 	va_end(ap);
-	notes_.push_back(buf);
 }
 
 bool Check::expect(bool ok, const char *f, ...)
 {
 	if (ok)
 		return true;
-	char buf[1024];
 	va_list ap;
 	va_start(ap, f);
-	std::vsnprintf(buf, sizeof(buf), f, ap);
+	failures_.push_back(vfmt(f, ap));
 	va_end(ap);
-	failures_.push_back(buf);
 	return false;
 }
 
