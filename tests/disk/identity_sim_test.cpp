@@ -55,7 +55,6 @@ protected:
 	void SetUp() override
 	{
 		DriveSim::SetUp();
-		ASSERT_TRUE(kBackend);
 		root.conf("/etc.defaults/vexoinfo.conf", {{"internalportcfg", "0xff"}, {"usbportcfg", "0xff0000"}});
 	}
 
@@ -746,11 +745,6 @@ TEST_F(FirstDisk, Failures)
 // sg_sat_identify, and the mask_serial repair with its lock.
 class DiskState : public SimDisk {
 protected:
-	void SetUp() override
-	{
-		SimDisk::SetUp();
-		ASSERT_TRUE(kBackend);
-	}
 	std::vector<std::string> physical(const char *path)
 	{
 		PVLIBSZLIST l = VLIBCSzListAlloc(1);
@@ -1066,7 +1060,6 @@ protected:
 	void SetUp() override
 	{
 		SimDisk::SetUp();
-		ASSERT_TRUE(kBackend);
 		gate(true);
 	}
 	void gate(bool on) { product({{"support_disk_status_debug", on ? "yes" : "no"}}); }
