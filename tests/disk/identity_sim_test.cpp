@@ -491,49 +491,6 @@ TEST_F(PlugEvent, Failures)
 	EXPECT_TRUE(log.has(LOG_ERR, "no such table: logs")) << log.dump();
 }
 
-// VPD page 0x89 holding `model` in its IDENTIFY data, cut to `bytes`.
-std::string ataVpd(const std::string &model, size_t bytes = 572)
-{
-	std::string page(572, '\0');
-	page[1] = static_cast<char>(0x89);
-	std::string m = model + std::string(40 - model.size(), ' ');
-	for (size_t i = 0; i < 40; i += 2) {
-		page[60 + 54 + i] = m[i + 1];
-		page[60 + 54 + i + 1] = m[i];
-	}
-	return page.substr(0, bytes);
-}
-
-TEST(WholeModel, FromWhatTheSystemKnows)
-{
-	using vexo::disk::ModelSource;
-	const std::string cut = "WDC WD40EFPX-68C", whole = "WDC WD40EFPX-68C6CN0";
-	struct Case {
-		const char *what;
-		std::string cache, vpd;
-		ModelSource from;
-		std::string model;
-	} cases[] = {
-		{"nothing beyond the record", "", "", ModelSource::Record, cut},
-		{"the kernel's IDENTIFY data", "", ataVpd(whole), ModelSource::AtaVpd, whole},
-		{"a page cut short", "", ataVpd(whole, 100), ModelSource::Record, cut},
-		{"another disk's page", "", ataVpd("ST4000VN006-3CW104"), ModelSource::Record, cut},
-		{"the cache first", whole + "\n", ataVpd("WDC WD40EFPX-68C0000"), ModelSource::Cache, whole},
-		{"a stale cache", "ST4000VN006-3CW104\n", ataVpd(whole), ModelSource::AtaVpd, whole},
-	};
-	for (const Case &c : cases) {
-		Sysroot root;
-		root.mkdirs("/sys/block/sda/device");
-		if (!c.cache.empty())
-			root.write("/run/vexostorage/disks/sda/model", c.cache);
-		if (!c.vpd.empty())
-			root.write("/sys/block/sda/device/vpd_pg89", c.vpd);
-		std::string model;
-		EXPECT_EQ(vexo::disk::wholeModel("sda", cut.c_str(), model), c.from) << c.what;
-		EXPECT_EQ(model, c.model) << c.what;
-	}
-}
-
 TEST_F(Identity, FormFactorWord)
 {
 	const char *texts[] = {"", "5.25", "3.5", "2.5", "1.8", "below 1.8"};
@@ -660,6 +617,49 @@ TEST_F(Identity, PathsBySerial)
 	EXPECT_EQ(VEXODiskDevPathGetBySerialNumber("ZA1B2C3D", nullptr), -1);
 	EXPECT_ERR(0x0D00);
 	VLIBCSzListFree(paths);
+}
+
+// VPD page 0x89 holding `model` in its IDENTIFY data, cut to `bytes`.
+std::string ataVpd(const std::string &model, size_t bytes = 572)
+{
+	std::string page(572, '\0');
+	page[1] = static_cast<char>(0x89);
+	std::string m = model + std::string(40 - model.size(), ' ');
+	for (size_t i = 0; i < 40; i += 2) {
+		page[60 + 54 + i] = m[i + 1];
+		page[60 + 54 + i + 1] = m[i];
+	}
+	return page.substr(0, bytes);
+}
+
+TEST(WholeModel, FromWhatTheSystemKnows)
+{
+	using vexo::disk::ModelSource;
+	const std::string cut = "WDC WD40EFPX-68C", whole = "WDC WD40EFPX-68C6CN0";
+	struct Case {
+		const char *what;
+		std::string cache, vpd;
+		ModelSource from;
+		std::string model;
+	} cases[] = {
+		{"nothing beyond the record", "", "", ModelSource::Record, cut},
+		{"the kernel's IDENTIFY data", "", ataVpd(whole), ModelSource::AtaVpd, whole},
+		{"a page cut short", "", ataVpd(whole, 100), ModelSource::Record, cut},
+		{"another disk's page", "", ataVpd("ST4000VN006-3CW104"), ModelSource::Record, cut},
+		{"the cache first", whole + "\n", ataVpd("WDC WD40EFPX-68C0000"), ModelSource::Cache, whole},
+		{"a stale cache", "ST4000VN006-3CW104\n", ataVpd(whole), ModelSource::AtaVpd, whole},
+	};
+	for (const Case &c : cases) {
+		Sysroot root;
+		root.mkdirs("/sys/block/sda/device");
+		if (!c.cache.empty())
+			root.write("/run/vexostorage/disks/sda/model", c.cache);
+		if (!c.vpd.empty())
+			root.write("/sys/block/sda/device/vpd_pg89", c.vpd);
+		std::string model;
+		EXPECT_EQ(vexo::disk::wholeModel("sda", cut.c_str(), model), c.from) << c.what;
+		EXPECT_EQ(model, c.model) << c.what;
+	}
 }
 
 class FirstDisk : public DriveSim {
