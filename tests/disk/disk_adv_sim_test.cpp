@@ -20,7 +20,6 @@ protected:
 	void SetUp() override
 	{
 		DriveSim::SetUp();
-		ASSERT_TRUE(kBackend);
 		DiskLayout(root).sata("sda", 1);
 		node("sda", R"({"protocol":"ata","model":"VEXO HAT5300-8T","serial":"ZL2K4T7C","firmware":"SC60"})");
 		root.write("/sys/block/sda/device/model", "VEXO HAT5300-8T\n");

@@ -6,9 +6,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <string>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <thread>
@@ -26,6 +24,7 @@
 #include "disk/disk_info_walk.h"
 #include "external/port_map.h"
 #include "support/disk_layout.h"
+#include "support/sim_daemon.h"
 
 using vexo::test::DiskLayout;
 using vexo::test::LogCapture;
@@ -47,33 +46,22 @@ static_assert(offsetof(DiskHibDevNode, path) == 8);
 
 namespace {
 
-// "vcemd" is looked for in the host's /proc, so every test that needs it
-// alive or dead holds one host-wide lock: test processes run in parallel.
+// A vcemd alive, or none, for the test's length; the host-wide lock keeps
+// other test processes from starting or stopping one meanwhile.
 class Vcemd {
 public:
-	explicit Vcemd(bool alive)
-	{
-		lock_ = ::open("/tmp/vexo-test-vcemd.lock", O_CREAT | O_RDWR | O_CLOEXEC, 0666);
-		if (lock_ >= 0)
-			::flock(lock_, LOCK_EX);
-		if (alive)
-			pid_ = vexo::test::startNamedProcess("vcemd");
-	}
+	explicit Vcemd(bool alive) : pid_(alive ? vexo::test::startNamedProcess("vcemd") : -1) {}
 	~Vcemd()
 	{
 		if (pid_ > 0) {
 			::kill(pid_, SIGKILL);
 			::waitpid(pid_, nullptr, 0);
 		}
-		if (lock_ >= 0)
-			::close(lock_);
 	}
-	Vcemd(const Vcemd &) = delete;
-	Vcemd &operator=(const Vcemd &) = delete;
 
 private:
-	int lock_ = -1;
-	pid_t pid_ = -1;
+	vexo::test::HostDaemonLock lock_;
+	pid_t pid_;
 };
 
 using Names = std::vector<std::string>;
@@ -246,11 +234,6 @@ TEST_F(DiskEnum, WalkWithoutDaemonListsByType)
 	List all;
 	ASSERT_EQ(DiskInfoEnum(nullptr, &all.head), 8);
 	EXPECT_EQ(names(all.head), (Names{"sda", "sdb", "sdca", "sdcb", "sdf", "sdd", "sde", "sysd1"}));
-	for (const DiskListNode *c = all.head; c; c = c->next) {
-		if (c->info->id.container == DISK_CONTAINER_USB) {
-			EXPECT_EQ(c->info->temperature, 0); // never asked
-		}
-	}
 
 	List some;
 	ASSERT_EQ(enumerate(DISK_CONTAINER_EBOX | DISK_CONTAINER_SYS, some), 3);
@@ -388,54 +371,49 @@ TEST_F(DiskEnum, SnapshotEntryHasFreshSecureErasing)
 	Vcemd alive(true);
 	root.write(VEXO_DISK_SNAPSHOT, entryBytes("sda", "/dev/sda", 1, 38) + entryBytes("sdb", "/dev/sdb", 1, 39) +
 					       entryBytes("sdc", "/dev/sdc", 1, 40));
+	// The flags of sda, sdb, sdc as "010"; the listing and the one-disk question never disagree.
 	auto erasingFlags = [&] {
 		List l;
 		EXPECT_EQ(enumerate(DISK_CONTAINER_INTERNAL, l), 3);
-		std::vector<int> v;
+		std::string flags;
 		for (const DiskListNode *c = l.head; c; c = c->next) {
-			v.push_back(c->info->secureErasing);
-			// The listing and the one-disk question never disagree.
+			flags += std::to_string(c->info->secureErasing);
 			EXPECT_EQ(c->info->secureErasing, VLIBDiskIsSecureErasing(c->info->path)) << c->info->path;
 		}
-		return v;
+		// An erasing disk keeps the snapshot's temperature.
+		EXPECT_EQ(l.head->next->info->temperature, 39);
+		return flags;
 	};
-	// No markers' folder at all.
 	ASSERT_FALSE(root.exists(VEXO_SECURE_ERASE_DIR));
-	EXPECT_EQ(erasingFlags(), (std::vector<int>{0, 0, 0}));
+	EXPECT_EQ(erasingFlags(), "000");
 
-	// An erase that begins between two calls is seen by the second.
-	erasing("sdb");
-	EXPECT_EQ(erasingFlags(), (std::vector<int>{0, 1, 0}));
-	List l;
-	ASSERT_EQ(enumerate(DISK_CONTAINER_INTERNAL, l), 3);
-	EXPECT_EQ(l.head->next->info->temperature, 39);
-
-	// A marker whose eraser died does not count, beside one that does.
 	pid_t dead = ::fork();
 	if (dead == 0)
 		::_exit(0);
 	ASSERT_GT(dead, 0);
 	::waitpid(dead, nullptr, 0);
-	root.write(VEXO_SECURE_ERASE_DIR "/sdc" VEXO_SECURE_ERASE_SUFFIX, std::to_string(dead) + "\n");
-	EXPECT_EQ(erasingFlags(), (std::vector<int>{0, 1, 0}));
-
-	// Erases done: the folder stays behind, empty, or holds only strangers.
-	root.remove(VEXO_SECURE_ERASE_DIR "/sdb" VEXO_SECURE_ERASE_SUFFIX);
-	root.remove(VEXO_SECURE_ERASE_DIR "/sdc" VEXO_SECURE_ERASE_SUFFIX);
-	EXPECT_EQ(erasingFlags(), (std::vector<int>{0, 0, 0}));
-	erasing("sdq");
-	root.write(VEXO_SECURE_ERASE_DIR "/sda.tmp", std::to_string(::getpid()) + "\n");
-	EXPECT_EQ(erasingFlags(), (std::vector<int>{0, 0, 0}));
-	erasing("sda");
-	EXPECT_EQ(erasingFlags(), (std::vector<int>{1, 0, 0}));
-
+	const std::string self = std::to_string(::getpid()) + "\n", gone = std::to_string(dead) + "\n";
+	const struct {
+		std::vector<std::pair<std::string, std::string>> markers;
+		const char *want;
+	} steps[] = {
+		{{{"sdb" VEXO_SECURE_ERASE_SUFFIX, self}}, "010"}, // an erase begun between two calls is seen by the second
+		{{{"sdb" VEXO_SECURE_ERASE_SUFFIX, self}, {"sdc" VEXO_SECURE_ERASE_SUFFIX, gone}}, "010"}, // its eraser died
+		{{}, "000"}, // erases done: the folder stays behind, empty, or holds only strangers
+		{{{"sdq" VEXO_SECURE_ERASE_SUFFIX, self}, {"sda.tmp", self}}, "000"},
+		{{{"sda" VEXO_SECURE_ERASE_SUFFIX, self}}, "100"},
+	};
+	for (const auto &step : steps) {
+		root.remove(VEXO_SECURE_ERASE_DIR);
+		root.mkdirs(VEXO_SECURE_ERASE_DIR);
+		for (const auto &[name, pid] : step.markers)
+			root.write(VEXO_SECURE_ERASE_DIR "/" + name, pid);
+		EXPECT_EQ(erasingFlags(), step.want);
+	}
 	// A file where the folder should be holds no marker.
-	root.remove(VEXO_SECURE_ERASE_DIR "/sda" VEXO_SECURE_ERASE_SUFFIX);
-	root.remove(VEXO_SECURE_ERASE_DIR "/sdq" VEXO_SECURE_ERASE_SUFFIX);
-	root.remove(VEXO_SECURE_ERASE_DIR "/sda.tmp");
 	root.remove(VEXO_SECURE_ERASE_DIR);
-	root.write(VEXO_SECURE_ERASE_DIR, std::to_string(::getpid()) + "\n");
-	EXPECT_EQ(erasingFlags(), (std::vector<int>{0, 0, 0}));
+	root.write(VEXO_SECURE_ERASE_DIR, self);
+	EXPECT_EQ(erasingFlags(), "000");
 }
 
 TEST_F(DiskEnum, SnapshotWithNullFilterIsRefused)

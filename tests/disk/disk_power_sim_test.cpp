@@ -1,12 +1,14 @@
 // Disk power against emulated drives and the simulated daemon: standby
-// only where it is due, the whole-system order, timers as keys with their
-// notifications, deep sleep's USB rule, idle timers and the small switches.
+// only where it is due, the flush before it, the whole-system order, timers
+// as keys with their notifications, deep sleep's USB rule, idle timers and
+// the small switches.
+#include <chrono>
 #include <climits>
 #include <syslog.h>
 #include <vexohw/disk_power.h>
-#include <vexohw/smartctl.h>
 #include <vexohw/vcemd.h>
 
+#include "frame/clock.h"
 #include "smartctl/sim_disk.h"
 #include "support/sim_daemon.h"
 
@@ -18,11 +20,6 @@ const bool kBackend = installDriveEmulator();
 
 class DiskPower : public SimDisk {
 protected:
-	void SetUp() override
-	{
-		SimDisk::SetUp();
-		ASSERT_TRUE(kBackend);
-	}
 	std::string powerState(const std::string &name) const
 	{
 		std::string n = root.read("/dev/" + name);
@@ -42,26 +39,10 @@ protected:
 	}
 };
 
-// One disk: a command only when the drive is up, and never to an internal
-// SSD on a product without SATA deep sleep.
+// Never a command to an internal SSD on a product without SATA deep sleep.
 TEST_F(DiskPower, StandbyOnlyWhereDue)
 {
-	EXPECT_EQ(VEXOIDiskSetDiskStandby("/dev/sda"), 0);
-	EXPECT_EQ(powerState("sda"), "standby");
-	EXPECT_EQ(commands("sda").size(), 2u); // the question, then standby
-	clearCommands("sda");
-	EXPECT_EQ(VEXOIDiskSetDiskStandby("/dev/sda"), 0); // already down: asked only
-	ASSERT_EQ(commands("sda").size(), 1u);
-	EXPECT_EQ(commands("sda")[0].find("woke"), std::string::npos);
-	EXPECT_EQ(powerState("sda"), "standby");
-
-	// A media command wakes it, and the log says which.
-	SmartIdentifyRead("/dev/sda", std::vector<unsigned char>(512).data());
-	EXPECT_EQ(powerState("sda"), "active");
-	EXPECT_EQ(countOf("sda", "[woke from standby]"), 1);
-
-	sysfs("sda", "ATA", "VEXO SAT5210-960G", false); // an internal SSD
-	clearCommands("sda");
+	sysfs("sda", "ATA", "VEXO SAT5210-960G", false);
 	EXPECT_EQ(VEXOIDiskSetDiskStandby("/dev/sda"), 0);
 	EXPECT_TRUE(commands("sda").empty());
 	product({{"support_sata_deep_sleep", "yes"}});
@@ -74,21 +55,46 @@ TEST_F(DiskPower, StandbyOnlyWhereDue)
 	EXPECT_EQ(VEXOIDiskSetDiskStandby("/dev/nvme0n1"), 0);
 }
 
-// On the SCSI interface the answer reads the other way round: a unit that
-// is ready is running, and START STOP UNIT stops it.
-TEST_F(DiskPower, ScsiStandbyThroughStartStop)
+// Standby with the cache flushed first: the flush reaches the drive before
+// the power question and the standby, and the ten seconds' settle runs on
+// the clock seam (a fixed test clock moves on; no real time passes). A drive
+// already down is only asked; on the SCSI interface a unit that is ready is
+// running, and START STOP UNIT stops it.
+TEST_F(DiskPower, FlushReachesTheDriveBeforeStandby)
 {
-	ports(true);
-	node("sda", kScsiNode);
-	EXPECT_EQ(VEXOIDiskSetDiskStandby("/dev/sda"), 0);
-	EXPECT_EQ(powerState("sda"), "standby");
-	// TEST UNIT READY, then START STOP UNIT with the start bit clear.
-	EXPECT_EQ(countOf("sda", "cdb=00000000000000000000"), 1);
-	EXPECT_EQ(countOf("sda", "cdb=1b010000000000000000"), 1);
-	clearCommands("sda");
-	EXPECT_EQ(VEXOIDiskSetDiskStandby("/dev/sda"), 0); // stopped already: asked only
-	EXPECT_EQ(commands("sda").size(), 1u);
-	EXPECT_EQ(countOf("sda", "cdb=00000000000000000000"), 1);
+	const std::string ata = kAtaNode, scsi = kScsiNode, flush = "HDIO_DRIVE_CMD args=null -> errno ";
+	const std::string ask = "HDIO_DRIVE_CMD args=e5000000 -> ok", sleep = "HDIO_DRIVE_CMD args=e0000000 -> ok";
+	const std::string down = R"({"power_state":"standby",)", tur = "SG_IO*cdb=00000000000000000000*";
+	struct Case {
+		std::string node;
+		int flushFirst;
+		std::vector<std::string> sent;
+		std::int64_t settleMs;
+	} const cases[] = {
+		{ata, 1, {flush + "22*", ask, sleep}, 10000}, // the wait form, refused as libata does
+		{"{\"faults\":{\"flush\":{\"errno\":\"EIO\"}}," + ata.substr(1), 1, {flush + "5*", ask, sleep}, 10000},
+		{ata, 0, {ask, sleep}, 0},
+		{down + ata.substr(1), 0, {ask}, 0},
+		// SYNCHRONIZE CACHE, TEST UNIT READY, START STOP UNIT (stop)
+		{scsi, 1, {"SG_IO*cdb=35*", tur, "SG_IO*cdb=1b010000000000000000*"}, 10000},
+		{down + scsi.substr(1), 0, {tur}, 0},
+	};
+	vexo::clock::setForTest(1700000000, 5000);
+	for (const auto &c : cases) {
+		SCOPED_TRACE(c.node);
+		ports(c.node.find("\"scsi\"") != std::string::npos);
+		node("sda", c.node);
+		clearCommands("sda");
+		const std::int64_t before = vexo::clock::monotonicMs();
+		const auto real = std::chrono::steady_clock::now();
+		EXPECT_EQ(VEXODiskSetDiskStandby("/dev/sda", c.flushFirst), 0);
+		EXPECT_LT(std::chrono::steady_clock::now() - real, std::chrono::seconds(5));
+		EXPECT_EQ(vexo::clock::monotonicMs() - before, c.settleMs);
+		expectSent("sda", c.sent);
+		EXPECT_EQ(powerState("sda"), "standby");
+	}
+	EXPECT_EQ(VEXODiskSetDiskStandby(nullptr, 1), -1);
+	vexo::clock::clearForTest();
 }
 
 // The whole system: mark, flush what is up, clear the marks, then standby

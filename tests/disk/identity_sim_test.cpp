@@ -1,7 +1,11 @@
-// Against the drive emulator: identity probes (form factor, size and block
-// size, true serial, the disks carrying a serial, the record of the first
-// disk), disk state and the disk action database, the debug overrides, and
-// enumeration on a simulated box.
+// What the library tells of a disk's identity, against the drive emulator
+// where a drive must answer: vendor, model and rotation from kernel
+// attributes and the cache, the drive health tool and its retries, past
+// serials from the plug events of the disk log database, form factor, size
+// and block size, true serial, the disks carrying a serial, the record of
+// the first disk; then disk state and the disk action database, the debug
+// overrides, and enumeration on a simulated box.
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -14,7 +18,9 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <syslog.h>
+#include <thread>
 #include <unistd.h>
+#include <vector>
 #include <vexohw/disk.h>
 #include <vexohw/disk_debug.h>
 #include <vexohw/disk_enum.h>
@@ -24,7 +30,9 @@
 #include <vexohw/smart_serial.h>
 #include <vexohw/smart_temperature.h>
 #include <vexoplatform/disk_map.h>
+#include <vexoplatform/logdb.h>
 
+#include "disk/disk_model_whole.h"
 #include "external/port_map.h"
 #include "frame/device.h"
 #include "smartctl/drive_sim.h"
@@ -33,23 +41,70 @@
 #include "support/disk_layout.h"
 #include "support/sim_daemon.h"
 #include "support/vexotest.h"
+#include "tools/cli_run.h"
 
 using namespace vexo::test;
 namespace fs = std::filesystem;
-using vexo::test::ScopedEnv;
 
 namespace {
 
 const bool kBackend = installDriveEmulator();
 
-class IdentitySim : public DriveSim {
+class Identity : public DriveSim {
 protected:
 	void SetUp() override
 	{
 		DriveSim::SetUp();
 		root.conf("/etc.defaults/vexoinfo.conf", {{"internalportcfg", "0xff"}, {"usbportcfg", "0xff0000"}});
 	}
-	// An ATA node with extra JSON members.
+
+	// A SATA disk whose kernel attributes say vendor and model (as the
+	// kernel writes them: padded, newline-terminated).
+	void disk(const std::string &name, int port, const std::string &vendor, const std::string &model)
+	{
+		disks.sata(name, port);
+		root.write("/sys/block/" + name + "/device/vendor", vendor + "\n");
+		root.write("/sys/block/" + name + "/device/model", model + "\n");
+	}
+	std::string vendorOf(const std::string &model)
+	{
+		root.write("/sys/block/sda/device/model", model + "\n");
+		return textOf(VEXOLnxDiskGetVendor, "/dev/sda", 64);
+	}
+	// An ATA disk as the health tool serves it: rotating, Seagate by its model.
+	void seagate(const std::string &name, int port, const std::string &sg)
+	{
+		disk(name, port, "ATA     ", "ST8000VN004-2M2101");
+		root.write("/sys/block/" + name + "/queue/rotational", "1\n");
+		if (!sg.empty())
+			root.mkdirs("/sys/block/" + name + "/device/scsi_generic/" + sg);
+	}
+	// The tool stand-in: logs its arguments, one line a run, and exits with
+	// the next status of the list (the last one repeats).
+	void tool(const std::string &statuses)
+	{
+		root.write("/tmp/dhm_statuses", statuses + "\n");
+		const std::string dir = root.host("/tmp");
+		root.write("/usr/vexo/sbin/dhm_tool",
+			   "#!/bin/sh\n"
+			   "echo \"$*\" >> " + dir + "/dhm_runs\n"
+			   "set -- $(cat " + dir + "/dhm_statuses)\n"
+			   "s=$1\n"
+			   "[ $# -gt 1 ] && shift && echo \"$*\" > " + dir + "/dhm_statuses\n"
+			   "exit $s\n",
+			   0755);
+	}
+	std::vector<std::string> runs() const
+	{
+		std::vector<std::string> out;
+		if (!root.exists("/tmp/dhm_runs"))
+			return out;
+		std::istringstream in(root.read("/tmp/dhm_runs"));
+		for (std::string l; std::getline(in, l);)
+			out.push_back(l);
+		return out;
+	}
+	// An ATA drive node with extra JSON members.
 	void ata(const std::string &name, const std::string &extra)
 	{
 		node(name, R"({"protocol":"ata","model":"ST8000VN004-2M2101","serial":"ZA1B2C3D","firmware":"SC60")" +
@@ -59,11 +114,385 @@ protected:
 	{
 		return textOf(VEXODiskFormFactorSizeGet, ("/dev/" + name).c_str(), size);
 	}
+
+	DiskLayout disks{root};
 };
 
-TEST_F(IdentitySim, FormFactorWord)
+TEST_F(Identity, EveryVendorRowAndItsOrder)
 {
-	ASSERT_TRUE(kBackend);
+	disk("sda", 1, "ATA     ", "placeholder");
+	struct {
+		const char *model;
+		const char *vendor;
+	} cases[] = {
+		{"ST4000VN000-1H4168", "Seagate"}, {"HITACHI HDS722020ALA330", "Hitachi"}, {"MK1059GSM", "Toshiba"},
+		{"SAMSUNG WD-1", "Western Digital"}, {"TS256GSSD370S", "Transcend"},
+		// Case does not matter; unanchored rows match inside the text.
+		{"st1000dm003", "Seagate"}, {"OLD FIREBALL 3", "Quantum"},
+		// The first matching row wins over a later one.
+		{"STWD100", "Seagate"}, {"TOSHIBA WD5000", "Toshiba"},
+		// Every pattern wants at least one character after its stem.
+		{"ST", "Unknown"}, {"WD", "Unknown"}, {"HDS723030", "Unknown"}, {"Samsung SSD 870", "Unknown"},
+	};
+	for (const auto &c : cases)
+		EXPECT_EQ(vendorOf(c.model), c.vendor) << c.model;
+}
+
+TEST_F(Identity, VendorLookupsFromManyThreads)
+{
+	// Each thread's disk has a model of another table row; answers must not mix.
+	const std::pair<const char *, const char *> rows[] = {
+		{"ST4000VN000", "Seagate"}, {"HTS541010A9E680", "Hitachi"}, {"MK1059GSM", "Toshiba"},
+		{"SAMSUNG WD-1", "Western Digital"}, {"TS256GSSD370S", "Transcend"}, {"HDS723030", "Unknown"},
+	};
+	constexpr int kThreads = 6;
+	for (int t = 0; t < kThreads; ++t)
+		disk(std::string("sd") + char('a' + t), t + 1, "ATA", rows[t].first);
+	// In a child, so that a crash fails this test alone.
+	int rc = vexo::test::inChild([&] {
+		std::atomic<int> wrong{0};
+		std::vector<std::thread> threads;
+		for (int t = 0; t < kThreads; ++t)
+			threads.emplace_back([&, t] {
+				const std::string dev = std::string("/dev/sd") + char('a' + t);
+				for (int i = 0; i < 200; ++i) {
+					char v[64] = {};
+					if (VEXOLnxDiskGetVendor(dev.c_str(), v, sizeof(v)) != 0 || std::strcmp(v, rows[t].second) != 0)
+						++wrong;
+				}
+			});
+		for (auto &th : threads)
+			th.join();
+		return wrong.load() == 0 ? 0 : 1;
+	});
+	EXPECT_EQ(rc, 0);
+}
+
+TEST_F(Identity, KernelVendorUnlessAta)
+{
+	// Not "ATA": the kernel's text stands as read, whatever the model says.
+	disk("sda", 1, "HGST", "ST4000VN000");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "/dev/sda", 64), "HGST");
+	// The kernel's padding stays: the text is not the table's.
+	root.write("/sys/block/sda/device/vendor", "SEAGATE \n");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "/dev/sda", 64), "SEAGATE ");
+	root.write("/sys/block/sda/device/vendor", "HGST\n");
+	// A partition asks its disk; a short name works as well.
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "sda3", 64), "HGST");
+	// A short buffer gets nothing rather than a cut name.
+	disk("sdc", 3, "ATA     ", "WDC WD40EFRX");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "/dev/sdc", 8), "rc=-1");
+	EXPECT_ERR(VEXO_ERR_BAD_PARAM);
+}
+
+TEST_F(Identity, VendorFailures)
+{
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, nullptr, 64), "rc=-1");
+	EXPECT_ERR(0x0D00);
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "/dev/sda", 0), "rc=-1");
+	EXPECT_ERR(0x0D00);
+	disks.sata("sda", 1);
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "/dev/sda", 64), "rc=-1");
+	EXPECT_ERR(0x0700);
+	root.write("/sys/block/sda/device/vendor", "");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "/dev/sda", 64), "rc=-1");
+	EXPECT_ERR(0x0A00);
+	// An ATA disk whose model cannot be read is still answered.
+	LogCapture log;
+	root.write("/sys/block/sda/device/vendor", "ATA\n");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "/dev/sda", 64), "Unknown");
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to open /sys/block/sda/device/model")) << log.dump();
+}
+
+TEST_F(Identity, VendorCache)
+{
+	disk("sda", 1, "ATA", "ST8000VN004");
+	root.diskDir("sda");
+	// A miss asks the disk; so does an empty value (a writer caught mid-way).
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendorCache, "/dev/sda", 64), "Seagate");
+	root.write("/run/vexostorage/disks/sda/vendor", "");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendorCache, "sda", 64), "Seagate");
+	// A value in the cache wins over the disk.
+	root.write("/run/vexostorage/disks/sda/vendor", "Cached Vendor");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendorCache, "/dev/sda", 64), "Cached Vendor");
+
+	LogCapture log;
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendorCache, "/dev/sdq", 64), "rc=-1");
+	EXPECT_EQ(log.count(LOG_DEBUG, "Fail to get disk vendor, err=[0x1792]"), 1) << log.dump();
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendorCache, nullptr, 64), "rc=-1");
+	EXPECT_TRUE(log.has(LOG_ERR, "Invalid input parameters"));
+	EXPECT_ERR(0x0D00);
+}
+
+TEST_F(Identity, ModelFromSysfs)
+{
+	disk("sda", 1, "ATA", "  WDC WD40EFRX-68N32N0   ");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/sda"), "WDC WD40EFRX-68N32N0");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/sda", 20), "rc=-1"); // 21 bytes needed
+
+	LogCapture log;
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, nullptr), "rc=-1");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/sda", 0), "rc=-1");
+	EXPECT_EQ(log.count(LOG_ERR, "Bad parameters."), 2);
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/sdb"), "rc=-1");
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed to open /sys/block/sdb/device/model"));
+	EXPECT_ERR(0x0900);
+	root.write("/sys/block/sda/device/model", "");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/sda"), "rc=-1");
+	EXPECT_TRUE(log.has(LOG_ERR, "Failed get disk model"));
+}
+
+TEST_F(Identity, NvmeModelFromTheControllerOrTheCache)
+{
+	disks.nvme("nvme0n1", "0000:00:01.2");
+	node("nvme0n1", R"({"protocol":"nvme","model":"VEXO SNV3410-800G","serial":"N0001"})");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/nvme0n1"), "VEXO SNV3410-800G");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "nvme0n1", 64), "VEXO");
+	const std::string identifyController = "NVME_ADMIN opcode=0x06*cdw10=0x00000001*data_len=4096*-> ok";
+	expectSent("nvme0n1", {identifyController, identifyController}); // model, then vendor
+
+	// A controller that does not answer: no model; the vendor is "Unknown", and still a success.
+	node("nvme0n1", R"({"protocol":"nvme","faults":{"nvme_identify":{"errno":"EIO"}}})");
+	LogCapture log;
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/nvme0n1"), "rc=-1");
+	EXPECT_TRUE(log.has(LOG_ERR, "Fail to get nvme disk model: /dev/nvme0n1")) << log.dump();
+	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "/dev/nvme0n1", 64), "Unknown");
+
+	// Under secure erase the drive is not asked at all: the model comes from the cache.
+	clearCommands("nvme0n1");
+	root.diskDir("nvme0n1");
+	root.write("/run/vexostorage/disks/nvme0n1/model", "CACHED MODEL");
+	root.write(VEXO_SECURE_ERASE_DIR "/nvme0n1" VEXO_SECURE_ERASE_SUFFIX, std::to_string(::getpid()) + "\n");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/nvme0n1"), "CACHED MODEL");
+	root.remove("/run/vexostorage/disks/nvme0n1/model");
+	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/nvme0n1"), "rc=-1");
+	EXPECT_TRUE(log.has(LOG_ERR, "Fail to get disk model from cache: /dev/nvme0n1"));
+	expectSent("nvme0n1", {});
+}
+
+TEST_F(Identity, Rotation)
+{
+	disks.sata("sda", 1);
+	disks.sata("sdb", 2);
+	root.write("/sys/block/sda/queue/rotational", "0\n");
+	root.write("/sys/block/sdb/queue/rotational", "1\n");
+	EXPECT_EQ(VEXODiskIsSSD("/dev/sda"), 1);
+	EXPECT_EQ(VEXODiskIsSSD("/dev/sdb"), 0);
+
+	LogCapture log;
+	EXPECT_EQ(VEXODiskIsSSD("sda"), -1);
+	EXPECT_TRUE(log.has(LOG_ERR, "Can't parse Node name from sda"));
+	EXPECT_EQ(VEXODiskIsSSD(nullptr), -1);
+	EXPECT_EQ(VEXODiskIsSSD("/dev/sdc"), -1);
+	EXPECT_TRUE(log.has(LOG_ERR, "Can't open file /sys/block/sdc/queue/rotational"));
+	root.write("/sys/block/sdb/queue/rotational", "");
+	EXPECT_EQ(VEXODiskIsSSD("/dev/sdb"), -1);
+	EXPECT_TRUE(log.has(LOG_ERR, "Can't read file /sys/block/sdb/queue/rotational"));
+}
+
+TEST_F(Identity, ScsiGenericNode)
+{
+	disks.sata("sda", 1);
+	root.mkdirs("/sys/block/sda/device/scsi_generic/sg3");
+	EXPECT_EQ(textOf(VEXODiskScsiGenericGet, "/dev/sda", 16), "/dev/sg3");
+	// Does not fit: nothing written, rather than another node's name.
+	EXPECT_EQ(textOf(VEXODiskScsiGenericGet, "/dev/sda", 8), "rc=-1");
+	EXPECT_ERR(0x0D00);
+	LogCapture log;
+	disks.sata("sdb", 2);
+	EXPECT_EQ(textOf(VEXODiskScsiGenericGet, "/dev/sdb", 16), "rc=-1");
+	EXPECT_ERR(0x2A00);
+	EXPECT_TRUE(log.has(LOG_ERR, "glob found nothing: /sys/block/sdb/device/scsi_generic/sg*"));
+	EXPECT_EQ(textOf(VEXODiskScsiGenericGet, nullptr, 16), "rc=-1");
+	EXPECT_ERR(0x0D00);
+}
+
+TEST_F(Identity, HealthToolAnswersAndRetriesWhileBusy)
+{
+	EXPECT_EQ(VEXODiskDHMNeedRetry(VEXO_DHM_EXIT_BUSY), 1);
+	EXPECT_EQ(VEXODiskDHMNeedRetry(50), 0);
+	seagate("sda", 1, "sg0");
+	// The statuses of successive runs: 50 and 51 answer, any other is a plain
+	// no, and busy (16) is asked again, three times at most.
+	const struct {
+		const char *path, *statuses;
+		int want;
+		size_t runs;
+	} cases[] = {
+		{"/dev/sda", "50", 1, 1}, {"sda", "51", 2, 1}, {"/dev/sda", "0", 0, 1}, {"/dev/sda", "52", 0, 1},
+		{"/dev/sda", "16 16 51", 2, 3}, {"/dev/sda", "16 16 16 50", 0, 3},
+	};
+	for (const auto &c : cases) {
+		root.remove("/tmp/dhm_runs");
+		tool(c.statuses);
+		auto start = std::chrono::steady_clock::now();
+		EXPECT_EQ(VEXODiskIsIronWolf(c.path), c.want) << c.statuses;
+		EXPECT_EQ(runs(), std::vector<std::string>(c.runs, "-d /dev/sg0 -w")) << c.statuses;
+		// The busy tool is given time between the tries.
+		EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(c.runs > 1 ? 1900 : 0));
+	}
+}
+
+TEST_F(Identity, HealthToolNotAsked)
+{
+	tool("50");
+	// An SSD.
+	seagate("sda", 1, "sg0");
+	root.write("/sys/block/sda/queue/rotational", "0\n");
+	EXPECT_EQ(VEXODiskIhmSkipCheck("/dev/sda"), 1);
+	EXPECT_EQ(VEXODiskIsIronWolf("/dev/sda"), 0);
+	// Another vendor, by the table or by the kernel.
+	seagate("sdb", 2, "sg1");
+	root.write("/sys/block/sdb/device/model", "WDC WD80EFZX\n");
+	EXPECT_EQ(VEXODiskIsIronWolf("/dev/sdb"), 0);
+	// Unknown rotation.
+	seagate("sdd", 4, "sg3");
+	root.remove("/sys/block/sdd/queue/rotational");
+	EXPECT_EQ(VEXODiskIsIronWolf("/dev/sdd"), 0);
+	EXPECT_EQ(VEXODiskIhmSkipCheck(nullptr), 1);
+	EXPECT_TRUE(runs().empty());
+
+	// The kernel's own vendor text, padded, is served too.
+	seagate("sde", 5, "sg4");
+	root.write("/sys/block/sde/device/vendor", "SEAGATE \n");
+	EXPECT_EQ(VEXODiskIhmSkipCheck("/dev/sde"), 0);
+
+	// No generic node: 0x2A00 and no run.
+	seagate("sdf", 6, "");
+	EXPECT_EQ(VEXODiskIsIronWolf("/dev/sdf"), 0);
+	EXPECT_ERR(0x2A00);
+	EXPECT_TRUE(runs().empty());
+
+	// No tool at all.
+	root.remove("/usr/vexo/sbin/dhm_tool");
+	EXPECT_EQ(VEXODiskIsIronWolf("/dev/sde"), 0);
+}
+
+TEST_F(Identity, HealthAnswerFromCache)
+{
+	root.diskDir("sda");
+	root.write("/run/vexostorage/disks/sda/ironwolf", "2");
+	EXPECT_EQ(VEXODiskIsIronWolfCache("/dev/sda"), 2);
+	LogCapture log;
+	root.write("/run/vexostorage/disks/sda/ironwolf", "");
+	EXPECT_EQ(VEXODiskIsIronWolfCache("/dev/sda"), -1);
+	EXPECT_EQ(VEXODiskIsIronWolfCache("/dev/sdb"), -1);
+	EXPECT_TRUE(log.has(LOG_ERR, "get return form /run/vexostorage/disks/sdb/ironwolf fail"));
+	EXPECT_EQ(VEXODiskIsIronWolfCache(nullptr), -1);
+}
+
+// The disk log database with rows (id order = insertion order).
+class PlugEvent : public Identity {
+protected:
+	void SetUp() override
+	{
+		Identity::SetUp();
+		root.mkdirs("/var/log/vexolog");
+		root.mkdirs("/var/run");
+	}
+	void rows(const std::vector<std::tuple<long long, const char *, int, const char *>> &events)
+	{
+		VEXODB *db = VEXODBConnect(VEXODB_DISK_LOG_PATH, VEXODB_WRITE | VEXODB_CREATE);
+		ASSERT_NE(db, nullptr);
+		ASSERT_EQ(VEXODBExecute(db, VEXODB_DISK_LOG_SCHEMA), 0) << VEXODBErrorGet(db);
+		for (const auto &[time, msg, slot, serial] : events) {
+			char sql[512];
+			std::snprintf(sql, sizeof(sql),
+				      "INSERT INTO logs (time, level, msg, slot, serial, model, path, info) "
+				      "VALUES (%lld, 'info', '%s', %d, '%s', 'ST8000VN004', '/dev/sdc', '')",
+				      time, msg, slot, serial);
+			ASSERT_EQ(VEXODBExecute(db, sql), 0) << VEXODBErrorGet(db);
+		}
+		VEXODBClose(db);
+	}
+	std::string serialAt(unsigned slot, unsigned long long before)
+	{
+		char s[64] = "none";
+		if (VEXODiskSerialGetByPlugEvent(slot, before, s, sizeof(s)) != 0)
+			return "-1";
+		return s;
+	}
+	void bootupDone() { root.write("/var/run/.vexo_disk_bootup_init_done", ""); }
+};
+
+TEST_F(PlugEvent, NewestArrivalBeforeTheTime)
+{
+	rows({{1000, "bootup_in", 3, "S3A"}, {1000, "bootup_in", 4, "S4A"}, {2000, "plugout", 3, "S3A"},
+	      {2100, "plugin", 3, "S3B"}, {2200, "life_below_thre_with_value", 3, "S3X"},
+	      {3000, "plugout", 3, "S3B"}, {3100, "plugin", 3, "S3C"}, {3200, "plugin", 4, "S4B"},
+	      {4000, "bootup_out", 4, "S4B"}});
+	bootupDone();
+	EXPECT_EQ(serialAt(3, 1001), "S3A");
+	EXPECT_EQ(serialAt(3, 2101), "S3B");
+	// Other kinds of row do not count.
+	EXPECT_EQ(serialAt(3, 2999), "S3B");
+	EXPECT_EQ(serialAt(3, 5000), "S3C");
+	// Only rows strictly before the time.
+	EXPECT_EQ(serialAt(3, 2100), "-1"); // newest is the departure at 2000
+	EXPECT_ERR(0x2A00);
+	// Bays do not mix.
+	EXPECT_EQ(serialAt(4, 3201), "S4B");
+	EXPECT_EQ(serialAt(4, 3200), "S4A");
+	EXPECT_EQ(serialAt(5, 9999), "-1");
+	// After a departure with the log complete, the bay was empty.
+	EXPECT_EQ(serialAt(4, 4001), "-1");
+	EXPECT_EQ(serialAt(3, 3001), "-1");
+}
+
+TEST_F(PlugEvent, DeparturesPassedOverUntilBootupDone)
+{
+	rows({{1000, "bootup_in", 3, "S3A"}, {2000, "plugout", 3, "S3A"}, {2100, "plugin", 3, "S3B"},
+	      {3000, "plugout", 3, "S3B"}, {3500, "bootup_out", 3, "S3B"}});
+	EXPECT_EQ(serialAt(3, 2050), "S3A");
+	EXPECT_EQ(serialAt(3, 4000), "S3B");
+	bootupDone();
+	EXPECT_EQ(serialAt(3, 2050), "-1");
+	EXPECT_EQ(serialAt(3, 4000), "-1");
+	EXPECT_EQ(serialAt(3, 2101), "S3B");
+}
+
+TEST_F(PlugEvent, Failures)
+{
+	LogCapture log;
+	char s[8] = "keep";
+	// No database: nothing is created by asking.
+	EXPECT_EQ(VEXODiskSerialGetByPlugEvent(1, 100, s, sizeof(s)), -1);
+	EXPECT_ERR(0x0700);
+	EXPECT_FALSE(root.exists(VEXODB_DISK_LOG_PATH));
+
+	EXPECT_EQ(VEXODiskSerialGetByPlugEvent(1, 100, nullptr, 8), -1);
+	EXPECT_EQ(VEXODiskSerialGetByPlugEvent(1, 100, s, 0), -1);
+	EXPECT_ERR(0x0D00);
+
+	// A serial longer than the buffer is refused, not cut.
+	rows({{10, "plugin", 1, "ZL2K4T7C0000"}});
+	EXPECT_EQ(VEXODiskSerialGetByPlugEvent(1, 100, s, sizeof(s)), -1);
+	EXPECT_ERR(0x0D00);
+	EXPECT_STREQ(s, "keep");
+	// The largest bay number and time go through the query text whole.
+	rows({{10, "plugin", 0, "SLOT0"}});
+	char big[32] = {};
+	EXPECT_EQ(VEXODiskSerialGetByPlugEvent(0, 18446744073709551615ULL, big, sizeof(big)), 0);
+	EXPECT_STREQ(big, "SLOT0");
+	EXPECT_EQ(VEXODiskSerialGetByPlugEvent(4294967295u, 18446744073709551615ULL, big, sizeof(big)), -1);
+	EXPECT_ERR(0x2A00);
+
+	// A file that is not a database, and a database without the table.
+	root.write(VEXODB_DISK_LOG_PATH, "not a database at all, just text that is long enough to look like a header");
+	EXPECT_EQ(VEXODiskSerialGetByPlugEvent(1, 100, s, sizeof(s)), -1);
+	EXPECT_ERR(0x0300);
+	root.remove(VEXODB_DISK_LOG_PATH);
+	VEXODB *db = VEXODBConnect(VEXODB_DISK_LOG_PATH, VEXODB_WRITE | VEXODB_CREATE);
+	ASSERT_NE(db, nullptr);
+	ASSERT_EQ(VEXODBExecute(db, "CREATE TABLE other (x INTEGER)"), 0);
+	VEXODBClose(db);
+	EXPECT_EQ(VEXODiskSerialGetByPlugEvent(1, 100, s, sizeof(s)), -1);
+	EXPECT_ERR(0x0300);
+	EXPECT_TRUE(log.has(LOG_ERR, "no such table: logs")) << log.dump();
+}
+
+TEST_F(Identity, FormFactorWord)
+{
 	const char *texts[] = {"", "5.25", "3.5", "2.5", "1.8", "below 1.8"};
 	for (int v = 1; v <= 5; ++v) {
 		ata("sda", "\"form_factor\":" + std::to_string(v));
@@ -88,7 +517,7 @@ TEST_F(IdentitySim, FormFactorWord)
 	EXPECT_EQ(formFactor("sda", 8), "rc=-1");
 }
 
-TEST_F(IdentitySim, FormFactorFailures)
+TEST_F(Identity, FormFactorFailures)
 {
 	LogCapture log;
 	ata("sda", R"("faults":{"identify":{"abort":true},"packet_identify":{"abort":true}})");
@@ -110,7 +539,7 @@ TEST_F(IdentitySim, FormFactorFailures)
 	EXPECT_EQ(log.count(LOG_ERR, "Invalid inputed parameter"), 2);
 }
 
-TEST_F(IdentitySim, SizeFromTheDrive)
+TEST_F(Identity, SizeFromTheDrive)
 {
 	ata("sda", R"("size_bytes":8001563222016,"logical_block_size":512)");
 	ata("sdb", R"("size_bytes":16000900661248,"logical_block_size":4096)");
@@ -120,22 +549,32 @@ TEST_F(IdentitySim, SizeFromTheDrive)
 	EXPECT_EQ(bytes, 8001563222016ULL);
 	ASSERT_EQ(DiskLogicalBlockSizeGet("sda", &block), 0);
 	EXPECT_EQ(block, 512);
+	expectSent("sda", {"BLKGETSIZE64 -> ok", "BLKSSZGET -> ok"});
 	ASSERT_EQ(DiskLogicalBlockSizeGet("/dev/sdb", &block), 0);
 	EXPECT_EQ(block, 4096);
 
+	// Failures leave the outputs alone.
 	LogCapture log;
 	ata("sdc", R"("faults":{"blk":{"errno":"EIO"}})");
 	bytes = 5;
+	block = 7;
 	EXPECT_EQ(DiskSizeGet("/dev/sdc", &bytes), -1);
 	EXPECT_EQ(DiskLogicalBlockSizeGet("/dev/sdc", &block), -1);
 	EXPECT_ERR(0x6C00);
 	EXPECT_EQ(log.count(LOG_ERR, "Failed to ioctl /dev/sdc, errno=Input/output error"), 2) << log.dump();
-	EXPECT_EQ(bytes, 5u);
 	EXPECT_EQ(DiskSizeGet("/dev/sdx", &bytes), -1);
-	EXPECT_TRUE(log.has(LOG_ERR, "Failed to open /dev/sdx, errno="));
+	EXPECT_EQ(DiskLogicalBlockSizeGet("/dev/sdx", &block), -1);
+	EXPECT_EQ(log.count(LOG_ERR, "Failed to open /dev/sdx, errno=No such file or directory"), 2);
+	EXPECT_EQ(bytes, 5u);
+	EXPECT_EQ(block, 7);
+	EXPECT_EQ(DiskSizeGet(nullptr, &bytes), -1);
+	EXPECT_EQ(DiskSizeGet("/dev/sda", nullptr), -1);
+	EXPECT_EQ(DiskLogicalBlockSizeGet("/dev/sda", nullptr), -1);
+	EXPECT_EQ(log.count(LOG_ERR, "bad paramters"), 3);
+	EXPECT_ERR(0x0D00);
 }
 
-TEST_F(IdentitySim, TrueSerial)
+TEST_F(Identity, TrueSerial)
 {
 	ata("sda", "");
 	EXPECT_EQ(textOf(DiskSerialGet, "sda", 32), "ZA1B2C3D");
@@ -148,9 +587,8 @@ TEST_F(IdentitySim, TrueSerial)
 	EXPECT_ERR(0x0D00);
 }
 
-TEST_F(IdentitySim, PathsBySerial)
+TEST_F(Identity, PathsBySerial)
 {
-	DiskLayout disks(root);
 	for (const char *name : {"sda", "sdb", "sdc"}) {
 		disks.sata(name, name[2] - 'a' + 1);
 		root.write(std::string("/sys/block/") + name + "/device/model", "ST8000VN004-2M2101\n");
@@ -181,20 +619,47 @@ TEST_F(IdentitySim, PathsBySerial)
 	VLIBCSzListFree(paths);
 }
 
-TEST_F(IdentitySim, NvmeModelFromTheControllerOrTheCache)
+// VPD page 0x89 holding `model` in its IDENTIFY data, cut to `bytes`.
+std::string ataVpd(const std::string &model, size_t bytes = 572)
 {
-	node("nvme0n1", R"({"protocol":"nvme","model":"VEXO SNV3410-800G","serial":"N0001"})");
-	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/nvme0n1"), "VEXO SNV3410-800G");
-	EXPECT_EQ(textOf(VEXOLnxDiskGetVendor, "nvme0n1", 64), "VEXO");
-	const std::string identifyController = "NVME_ADMIN opcode=0x06*cdw10=0x00000001*data_len=4096*-> ok";
-	expectSent("nvme0n1", {identifyController, identifyController}); // model, then vendor
+	std::string page(572, '\0');
+	page[1] = static_cast<char>(0x89);
+	std::string m = model + std::string(40 - model.size(), ' ');
+	for (size_t i = 0; i < 40; i += 2) {
+		page[60 + 54 + i] = m[i + 1];
+		page[60 + 54 + i + 1] = m[i];
+	}
+	return page.substr(0, bytes);
+}
 
-	// Under secure erase the drive is not asked at all.
-	root.diskDir("nvme0n1");
-	root.write("/run/vexostorage/disks/nvme0n1/model", "CACHED MODEL");
-	root.write(VEXO_SECURE_ERASE_DIR "/nvme0n1" VEXO_SECURE_ERASE_SUFFIX, std::to_string(::getpid()) + "\n");
-	EXPECT_EQ(textOf(VEXOLnxDiskGetModel, "/dev/nvme0n1"), "CACHED MODEL");
-	expectSent("nvme0n1", {});
+TEST(WholeModel, FromWhatTheSystemKnows)
+{
+	using vexo::disk::ModelSource;
+	const std::string cut = "WDC WD40EFPX-68C", whole = "WDC WD40EFPX-68C6CN0";
+	struct Case {
+		const char *what;
+		std::string cache, vpd;
+		ModelSource from;
+		std::string model;
+	} cases[] = {
+		{"nothing beyond the record", "", "", ModelSource::Record, cut},
+		{"the kernel's IDENTIFY data", "", ataVpd(whole), ModelSource::AtaVpd, whole},
+		{"a page cut short", "", ataVpd(whole, 100), ModelSource::Record, cut},
+		{"another disk's page", "", ataVpd("ST4000VN006-3CW104"), ModelSource::Record, cut},
+		{"the cache first", whole + "\n", ataVpd("WDC WD40EFPX-68C0000"), ModelSource::Cache, whole},
+		{"a stale cache", "ST4000VN006-3CW104\n", ataVpd(whole), ModelSource::AtaVpd, whole},
+	};
+	for (const Case &c : cases) {
+		Sysroot root;
+		root.mkdirs("/sys/block/sda/device");
+		if (!c.cache.empty())
+			root.write("/run/vexostorage/disks/sda/model", c.cache);
+		if (!c.vpd.empty())
+			root.write("/sys/block/sda/device/vpd_pg89", c.vpd);
+		std::string model;
+		EXPECT_EQ(vexo::disk::wholeModel("sda", cut.c_str(), model), c.from) << c.what;
+		EXPECT_EQ(model, c.model) << c.what;
+	}
 }
 
 class FirstDisk : public DriveSim {
@@ -280,11 +745,6 @@ TEST_F(FirstDisk, Failures)
 // sg_sat_identify, and the mask_serial repair with its lock.
 class DiskState : public SimDisk {
 protected:
-	void SetUp() override
-	{
-		SimDisk::SetUp();
-		ASSERT_TRUE(kBackend);
-	}
 	std::vector<std::string> physical(const char *path)
 	{
 		PVLIBSZLIST l = VLIBCSzListAlloc(1);
@@ -575,8 +1035,7 @@ TEST_F(MaskFlag, AnotherProcessRepairsWhileWeWait)
 	EXPECT_GE(since(t), 0.9);
 	EXPECT_LT(since(t), 2.5);
 	EXPECT_TRUE(runs("vexostorage").empty());
-	int st;
-	::waitpid(holder, &st, 0);
+	::waitpid(holder, nullptr, 0);
 }
 
 TEST_F(MaskFlag, LockHeldPastTheWait)
@@ -591,8 +1050,7 @@ TEST_F(MaskFlag, LockHeldPastTheWait)
 	EXPECT_LT(waited, 4.4);
 	EXPECT_TRUE(runs("vexostorage").empty()); // only the lock holder may repair
 	EXPECT_TRUE(log.has(LOG_ERR, "Failed to re-get mask_serial status of /dev/sda"));
-	int st;
-	::waitpid(holder, &st, 0);
+	::waitpid(holder, nullptr, 0);
 }
 
 // Debug overrides: the gate, the section named by the true serial, every
@@ -602,7 +1060,6 @@ protected:
 	void SetUp() override
 	{
 		SimDisk::SetUp();
-		ASSERT_TRUE(kBackend);
 		gate(true);
 	}
 	void gate(bool on) { product({{"support_disk_status_debug", on ? "yes" : "no"}}); }
@@ -757,28 +1214,15 @@ constexpr const char *kBox = R"({
   ]
 })";
 
-using vexo::test::Ran;
-
-Ran run(const std::vector<std::string> &argv, bool withStderr = false)
-{
-	Ran r;
-	r.status = vexo::test::runProgram(argv, &r.out, withStderr);
-	return r;
-}
-
 class EnumSim : public ::testing::Test {
 protected:
 	static void SetUpTestSuite()
 	{
 		char t[] = "/tmp/vexo-enumsim.XXXXXX";
 		dir_ = ::mkdtemp(t);
-		{
-			std::FILE *f = std::fopen((dir_ + "/box.json").c_str(), "w");
-			std::fputs(kBox, f);
-			std::fclose(f);
-		}
-		Ran r = run({bin("vexosim"), "build", dir_ + "/box.json", dir_ + "/root"}, true);
-		ASSERT_EQ(r.status, 0) << r.out;
+		std::ofstream(dir_ + "/box.json") << kBox;
+		Ran r = runCaptured({bin("vexosim"), "build", dir_ + "/box.json", dir_ + "/root"});
+		ASSERT_EQ(r.status, 0) << r.out << r.err;
 	}
 	static void TearDownTestSuite() { fs::remove_all(dir_); }
 	void SetUp() override
@@ -787,8 +1231,16 @@ protected:
 		fs::remove(root() + VEXO_DISK_SNAPSHOT);
 		fs::remove_all(root() + "/run/vexosim/drive");
 	}
-	static std::string bin(const std::string &name) { return vexo::test::buildDir() + "/bin/" + name; }
+	static std::string bin(const std::string &name) { return buildDir() + "/bin/" + name; }
 	static std::string root() { return dir_ + "/root"; }
+	// vexohw in the box; the run brings the box's vcemd up for it.
+	static Ran vexohw(const std::vector<std::string> &args)
+	{
+		std::vector<std::string> argv = {bin("vexosim"), "run", root(), "--", bin("vexohw")};
+		argv.insert(argv.end(), args.begin(), args.end());
+		HostDaemonLock daemonLock;
+		return runCaptured(argv);
+	}
 	// Commands a drive received (its emulator log, without OPEN lines).
 	static int commands(const std::string &name)
 	{
@@ -866,51 +1318,37 @@ TEST_F(EnumSim, SizeBehindADeviceNumber)
 	std::free(info);
 }
 
-json_object *parse(const std::string &text)
-{
-	return json_tokener_parse(text.c_str());
-}
-
 TEST_F(EnumSim, OverviewWalkAndSnapshotAgree)
 {
-	auto vexohw = [](std::vector<std::string> args) {
-		std::vector<std::string> argv = {bin("vexosim"), "run", root(), "--", bin("vexohw")};
-		argv.insert(argv.end(), args.begin(), args.end());
-		HostDaemonLock daemonLock; // the run brings the box's vcemd up
-		return run(argv);
-	};
 	Ran walk = vexohw({"--json", "overview", "--walk"});
-	ASSERT_EQ(walk.status, 0) << walk.out;
-	json_object *doc = parse(walk.out);
-	ASSERT_NE(doc, nullptr) << walk.out;
-	EXPECT_STREQ(json_object_get_string(json_object_object_get(doc, "source")), "walk");
-	json_object *disks = json_object_object_get(doc, "disks");
+	ASSERT_EQ(walk.status, 0) << walk.err;
+	JsonDoc doc(walk.out);
+	ASSERT_NE(doc.obj, nullptr) << walk.out;
+	EXPECT_EQ(text(doc.obj, "source"), "walk");
+	json_object *disks = field(doc.obj, "disks");
 	ASSERT_EQ(json_object_array_length(disks), 5u);
 	// bays first, then the unit, then USB
 	const char *order[] = {"sda", "sdb", "sdca", "sdcb", "sdd"};
 	for (size_t i = 0; i < 5; ++i) {
 		json_object *d = json_object_array_get_idx(disks, i);
-		EXPECT_STREQ(json_object_get_string(json_object_object_get(d, "name")), order[i]);
+		EXPECT_EQ(text(d, "name"), order[i]);
 		for (const char *k : {"location", "container", "model", "serial", "firmware", "capacity_bytes",
 				      "logical_block_size_bytes", "media", "temperature_c", "smart"})
-			EXPECT_TRUE(json_object_object_get_ex(d, k, nullptr)) << k;
+			EXPECT_NE(text(d, k), "<none>") << k;
 	}
 	json_object *sda = json_object_array_get_idx(disks, 0);
-	EXPECT_STREQ(json_object_get_string(json_object_object_get(sda, "location")), "Bay 1");
-	EXPECT_EQ(json_object_get_int64(json_object_object_get(sda, "capacity_bytes")), 8001563222016LL);
-	EXPECT_EQ(json_object_get_int(json_object_object_get(sda, "temperature_c")), 37);
-	EXPECT_STREQ(json_object_get_string(json_object_object_get(sda, "media")), "HDD");
+	EXPECT_EQ(text(sda, "location"), "Bay 1");
+	EXPECT_EQ(text(sda, "capacity_bytes"), "8001563222016");
+	EXPECT_EQ(text(sda, "temperature_c"), "37");
+	EXPECT_EQ(text(sda, "media"), "HDD");
 	// The kernel cuts the model at 16 bytes; the IDENTIFY data it keeps
 	// has the whole, and the record says so.
-	json_object *from = json_object_object_get(sda, "sources");
-	EXPECT_STREQ(json_object_get_string(json_object_object_get(sda, "model")), "ST8000VN004-3CP101");
-	EXPECT_STREQ(json_object_get_string(json_object_object_get(from, "model")), "ata_identify_vpd");
-	EXPECT_STREQ(json_object_get_string(json_object_object_get(from, "temperature_c")), "drive");
-	EXPECT_STREQ(json_object_get_string(json_object_object_get(from, "smart")), "smartctl");
-	EXPECT_EQ(json_object_get_type(json_object_object_get(json_object_array_get_idx(disks, 4), "temperature_c")),
-		  json_type_null); // USB: not asked
-	EXPECT_STREQ(json_object_get_string(json_object_object_get(json_object_array_get_idx(disks, 2), "location")),
-		     "Unit 3 bay 1 (XU05)");
+	EXPECT_EQ(text(sda, "model"), "ST8000VN004-3CP101");
+	EXPECT_EQ(text(field(sda, "sources"), "model"), "ata_identify_vpd");
+	EXPECT_EQ(text(field(sda, "sources"), "temperature_c"), "drive");
+	EXPECT_EQ(text(field(sda, "sources"), "smart"), "smartctl");
+	EXPECT_EQ(text(json_object_array_get_idx(disks, 4), "temperature_c"), "null"); // USB: not asked
+	EXPECT_EQ(text(json_object_array_get_idx(disks, 2), "location"), "Unit 3 bay 1 (XU05)");
 
 	// The SMART lists came from the tool once and were cached; a second run
 	// within the hour is served from the cache (which a tool run would have
@@ -926,7 +1364,7 @@ TEST_F(EnumSim, OverviewWalkAndSnapshotAgree)
 	EXPECT_NE(sdaCache, "missing");
 	EXPECT_NE(sdcaCache, "missing");
 	Ran again = vexohw({"--json", "overview", "--walk"});
-	ASSERT_EQ(again.status, 0) << again.out;
+	ASSERT_EQ(again.status, 0) << again.err;
 	std::string expected = walk.out;
 	for (size_t at; (at = expected.find("\"smart\": \"smartctl\"")) != std::string::npos;)
 		expected.replace(at, 19, "\"smart\": \"cache\"");
@@ -934,30 +1372,23 @@ TEST_F(EnumSim, OverviewWalkAndSnapshotAgree)
 	EXPECT_EQ(cacheStamp("sda"), sdaCache);
 	EXPECT_EQ(cacheStamp("sdca"), sdcaCache);
 
-	Ran none = vexohw({"overview", "--snapshot"});
-	EXPECT_EQ(none.status, 1);
+	EXPECT_EQ(vexohw({"overview", "--snapshot"}).status, 1);
 	EXPECT_EQ(vexohw({"snapshot", "write", "sdcb"}).status, 1);
 	Ran wrote = vexohw({"--json", "snapshot", "write", "--hibernating", "sdcb", "/dev/sdd"});
-	ASSERT_EQ(wrote.status, 0) << wrote.out;
-	json_object *w = parse(wrote.out);
-	EXPECT_EQ(json_object_get_int(json_object_object_get(w, "disk_count")), 5);
+	ASSERT_EQ(wrote.status, 0) << wrote.err;
+	EXPECT_EQ(text(JsonDoc(wrote.out).obj, "disk_count"), "5");
 	Ran snap = vexohw({"--json", "disk", "list", "--snapshot"});
-	ASSERT_EQ(snap.status, 0) << snap.out;
-	json_object *s = parse(snap.out);
-	EXPECT_STREQ(json_object_get_string(json_object_object_get(s, "source")), "snapshot");
-	json_object *sdisks = json_object_object_get(s, "disks");
+	ASSERT_EQ(snap.status, 0) << snap.err;
+	JsonDoc listed(snap.out);
+	EXPECT_EQ(text(listed.obj, "source"), "snapshot");
+	json_object *sdisks = field(listed.obj, "disks");
 	ASSERT_EQ(json_object_array_length(sdisks), 5u);
-	EXPECT_EQ(json_object_get_type(json_object_object_get(json_object_array_get_idx(sdisks, 3), "temperature_c")),
-		  json_type_null); // written while it slept
-	EXPECT_EQ(json_object_get_int(json_object_object_get(json_object_array_get_idx(sdisks, 2), "temperature_c")), 41);
-	Ran bad = vexohw({"snapshot", "write", "--hibernating", "sda"});
-	EXPECT_EQ(bad.status, 1);
+	EXPECT_EQ(text(json_object_array_get_idx(sdisks, 3), "temperature_c"), "null"); // written while it slept
+	EXPECT_EQ(text(json_object_array_get_idx(sdisks, 2), "temperature_c"), "41");
+	EXPECT_EQ(vexohw({"snapshot", "write", "--hibernating", "sda"}).status, 1);
 	Ran table = vexohw({"overview"});
 	EXPECT_EQ(table.status, 0);
 	EXPECT_NE(table.out.find("VX0402: 5 disks"), std::string::npos) << table.out;
-	json_object_put(doc);
-	json_object_put(w);
-	json_object_put(s);
 }
 
 } // namespace

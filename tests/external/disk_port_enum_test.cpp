@@ -1,17 +1,45 @@
 // Port types from the port maps, enumeration by port type, device paths
 // from numbers, NVMe locations, the mask cache, and where a disk stands as
 // text.
+#include <string>
+#include <syslog.h>
+#include <utility>
+#include <vector>
+#include <vexohw/disk.h>
+#include <vexohw/disk_port.h>
 #include <vexoplatform/ebox_info.h>
 #include <vexoplatform/nvme_location.h>
 
-#include "external/port_fixture.h"
+#include "external/port_map.h"
+#include "support/disk_layout.h"
 
-using vexo::test::LogCapture;
-using vexo::test::textOf;
+using namespace vexo::test;
 
 namespace {
 
-class PortEnum : public vexo::test::PortFixture {
+// A sysroot, its disk layout, and port maps read afresh after each change.
+class PortFixture : public ::testing::Test {
+protected:
+	using Extra = std::vector<std::pair<std::string, std::string>>;
+	using Names = std::vector<std::string>;
+	void SetUp() override
+	{
+		VLIBCErrClear();
+		vexo::external::resetPortMaps();
+	}
+	void TearDown() override { vexo::external::resetPortMaps(); }
+	void maps(const std::string &usb, const std::string &esata, const std::string &internal, const std::string &cache,
+		  const Extra &extra = {})
+	{
+		disks.portMaps(usb, esata, internal, cache, extra);
+		vexo::external::resetPortMaps();
+	}
+
+	Sysroot root;
+	DiskLayout disks{root};
+};
+
+class PortEnum : public PortFixture {
 protected:
 	void SetUp() override
 	{
@@ -255,7 +283,7 @@ TEST_F(PortEnum, CommandFamily)
 }
 
 // Port types from the port maps, the M.2 answer, NVMe locations and the mask cache.
-class PortCheck : public vexo::test::PortFixture {
+class PortCheck : public PortFixture {
 protected:
 	void SetUp() override
 	{
@@ -273,58 +301,50 @@ protected:
 	}
 };
 
-TEST_F(PortCheck, PortMapOrder)
+TEST_F(PortCheck, PortTypeByName)
 {
-	// Two letters behind an external port: expansion unit without asking the units.
-	maps("100", "1", "0", "");
-	EXPECT_EQ(VEXODiskPortCheck("sdab"), 3);
-	EXPECT_EQ(VEXODiskPortCheck("/dev/sdab3"), 3);
-	// The first letter must name an external port; otherwise the letter bits decide.
-	EXPECT_EQ(VEXODiskPortCheck("sdbb"), 8);
-
-	// External wins over internal for a letter in both maps...
+	struct Case {
+		const char *usb, *esata, *internal, *cache, *name;
+		int want;
+	} cases[] = {
+		// Two letters behind an external port: expansion unit without asking the units.
+		{"100", "1", "0", "", "sdab", 3},
+		{"100", "1", "0", "", "/dev/sdab3", 3},
+		// The first letter must name an external port; otherwise the letter bits decide.
+		{"100", "1", "0", "", "sdbb", 8},
+		// External wins over internal for a letter in both maps.
+		{"100", "1", "1", "", "sda", 2},
+		{"100", "0", "ff", "", "/dev/sdh1", 1},
+		{"100", "0", "ff", "", "sdi", 4},
+		{"100", "0", "ff", "", "sdj", 8}, // in no map, cache map empty
+		{"100", "0", "ff", "200", "sdj", 7},
+		// Index 32 (sdag) tests bit 0, index 33 bit 1; bits above 31 of a mask are never tested.
+		{"80000000", "", "1", "", "sdag", 1},
+		{"80000000", "", "1", "", "sdah", 8},
+		{"80000000", "", "1", "", "sdaf", 4},
+		{"100000000", "", "100000000", "", "sdag", 8},
+		// Names outside the port maps; one too long for the partition buffer is unknown.
+		{"1", "", "2", "", "/dev/mmcblk0p1", 9},
+		{"1", "", "2", "", "sysd1", 11},
+		{"1", "", "2", "", "/dev/vexoboot2", 5},
+		{"1", "", "2", "", "isd0", 6},
+		{"1", "", "2", "", "hda", 0},
+		{"1", "", "2", "", "/dev/sdaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa", 0},
+	};
+	for (const Case &c : cases) {
+		maps(c.usb, c.esata, c.internal, c.cache);
+		EXPECT_EQ(VEXODiskPortCheck(c.name), c.want) << c.name << " usb=" << c.usb << " internal=" << c.internal;
+	}
+	LogCapture log;
+	EXPECT_EQ(VEXODiskPortCheck(nullptr), 0);
+	EXPECT_EQ(VEXODiskPortCheck("sd"), 0);
+	EXPECT_TRUE(log.has(LOG_ERR, "error or not supported disk path sd."));
+	// A letter in both maps is a unit's when a unit lists the name and the device opens.
 	maps("100", "1", "1", "");
-	EXPECT_EQ(VEXODiskPortCheck("sda"), 2);
-	// ... unless a unit lists the name and the device opens.
 	disks.unit(3, "sda", {"/dev/sda"});
 	EXPECT_EQ(VEXODiskPortCheck("sda"), 3);
 	root.remove("/dev/sda");
 	EXPECT_EQ(VEXODiskPortCheck("sda"), 2);
-
-	maps("100", "0", "ff", "");
-	EXPECT_EQ(VEXODiskPortCheck("/dev/sdh1"), 1);
-	EXPECT_EQ(VEXODiskPortCheck("sdi"), 4);
-	EXPECT_EQ(VEXODiskPortCheck("sdj"), 8); // in no map, cache map empty
-	maps("100", "0", "ff", "200");
-	EXPECT_EQ(VEXODiskPortCheck("sdj"), 7);
-}
-
-TEST_F(PortCheck, ShiftWrapsAt32)
-{
-	// Index 32 (sdag) tests bit 0, index 33 bit 1.
-	maps("80000000", "", "1", "");
-	EXPECT_EQ(VEXODiskPortCheck("sdag"), 1);
-	EXPECT_EQ(VEXODiskPortCheck("sdah"), 8);
-	EXPECT_EQ(VEXODiskPortCheck("sdaf"), 4); // index 31
-	// Bits above 31 of a mask are never tested.
-	maps("100000000", "", "100000000", "");
-	EXPECT_EQ(VEXODiskPortCheck("sdag"), 8);
-}
-
-TEST_F(PortCheck, NamesOutsideThePortMaps)
-{
-	LogCapture log;
-	maps("1", "", "2", "");
-	EXPECT_EQ(VEXODiskPortCheck(nullptr), 0);
-	EXPECT_EQ(VEXODiskPortCheck("/dev/mmcblk0p1"), 9);
-	EXPECT_EQ(VEXODiskPortCheck("sysd1"), 11);
-	EXPECT_EQ(VEXODiskPortCheck("/dev/vexoboot2"), 5);
-	EXPECT_EQ(VEXODiskPortCheck("isd0"), 6);
-	EXPECT_EQ(VEXODiskPortCheck("hda"), 0);
-	EXPECT_EQ(VEXODiskPortCheck("sd"), 0);
-	EXPECT_TRUE(log.has(LOG_ERR, "error or not supported disk path sd."));
-	// A name too long for the partition buffer is unknown.
-	EXPECT_EQ(VEXODiskPortCheck("/dev/sdaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa"), 0);
 }
 
 TEST_F(PortCheck, MasksAreCachedUnlessUsbIsZero)
@@ -417,7 +437,7 @@ TEST_F(PortCheck, NvmeLocations)
 // holder text, which must not ask the unit driver.
 // sda, sdb internal; sdc the external port with a unit (host 4, XU05 as unit 3)
 // whose disks sdca, sdcb sit on a controller behind the PCIe port 0000:00:1c.0.
-class Location : public vexo::test::PortFixture {
+class Location : public PortFixture {
 protected:
 	void SetUp() override
 	{
