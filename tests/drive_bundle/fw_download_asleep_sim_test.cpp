@@ -3,6 +3,7 @@
 // firmware fetched as when it is awake.
 #include <algorithm>
 #include <syslog.h>
+#include <vexohw/disk_enum.h>
 #include <vexohw/drive_bundle.h>
 #include <vexohw/misc.h>
 
@@ -10,6 +11,7 @@
 #include "misc/serve.h"
 #include "sim/tools_sim.h"
 #include "support/disk_layout.h"
+#include "support/sim_daemon.h"
 
 namespace vexo::test {
 namespace {
@@ -114,6 +116,21 @@ TEST_F(AsleepDownload, NoDriveWokenSameFirmwareFetched)
 		}
 	}
 	EXPECT_TRUE(log.has(LOG_WARNING, "sleeps and has no firmware revision kept, skipped")) << log.dump();
+}
+
+// While the daemon lives the drives come from its snapshot, which answers
+// only a real container filter (a null one fails).
+TEST_F(AsleepDownload, DrivesFromTheDaemonsSnapshot)
+{
+	box();
+	SimDaemon daemon(root.root());
+	ASSERT_EQ(daemon.started, 0);
+	ASSERT_EQ(VLIBDiskInfoEnumToCache(nullptr), 0);
+	ASSERT_TRUE(root.exists(VEXO_DISK_SNAPSHOT));
+	PVLIBSZLIST drives = VLIBCSzListAlloc(4);
+	EXPECT_EQ(VEXODriveBundleDiskEnum(&drives), 1);
+	EXPECT_STREQ(drives->nItem ? VLIBCSzListGet(drives, 0) : "", "/dev/sda");
+	VLIBCSzListFree(drives);
 }
 
 } // namespace
