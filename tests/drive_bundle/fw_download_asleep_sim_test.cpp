@@ -112,7 +112,7 @@ TEST_F(AsleepDownload, NoDriveWokenSameFirmwareFetched)
 			EXPECT_EQ(countOf("sda", "woke"), 0);
 			EXPECT_NE(root.read("/dev/sda").find(R"("power_state":"standby")"), std::string::npos);
 			for (const auto &line : commands("sda"))
-				EXPECT_NE(line.find("e5"), std::string::npos) << line;
+				EXPECT_NE(line.find("args=e5"), std::string::npos) << line;
 		}
 	}
 	EXPECT_TRUE(log.has(LOG_WARNING, "sleeps and has no firmware revision kept, skipped")) << log.dump();
