@@ -54,14 +54,10 @@ TEST(FanLevelsCli, UnitGroupByItsHottestDisk)
 	json_object *tables = field(out.obj, "tables");
 	for (size_t i = 0; i < json_object_array_length(tables); ++i) {
 		json_object *t = json_object_array_get_idx(tables, i);
-		if (text(t, "unit") != "null")
+		if (text(t, "unit") != "null") {
 			tempOf[std::stoi(text(t, "unit"))] = text(t, "temperature_c");
-	}
-	json_object *groups = field(out.obj, "groups");
-	for (size_t i = 0; i < json_object_array_length(groups); ++i) {
-		json_object *g = json_object_array_get_idx(groups, i);
-		if (text(g, "unit") != "null")
-			levelOf[std::stoi(text(g, "unit"))] = text(g, "level");
+			levelOf[std::stoi(text(t, "unit"))] = text(t, "level");
+		}
 	}
 	ASSERT_EQ(tempOf.size(), std::size(hottest)) << r.out;
 	for (const auto &h : hottest) {
