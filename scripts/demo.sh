@@ -277,3 +277,11 @@ rm -f "$root/run/vexostorage/disks/sda/timeout_weight"
 # the adapter's sensor), the level it picks, and the speed each group runs at
 echo "# fan levels: temperatures, levels and speeds per group"
 run fan levels
+
+# the 60-bay box's fan loop: each expansion unit's group read from that
+# unit's own disks; stopping the box removes the units' semaphores
+echo "# fan levels with expansion units"
+root=$root60
+run fan levels
+root=$main
+build/bin/vexosim stop "$root60"

@@ -11,7 +11,8 @@
 //   vexosim pack ...                make signed archives and keys (vexo-archive)
 //   vexosim kit ROOT OUT [VERSION]  the database server's offer as an offline kit
 //   vexosim start DIR               start the box's platform daemon (vcemd)
-//   vexosim stop DIR                stop it; it also ends when DIR is removed
+//   vexosim stop DIR                stop it (it also ends when DIR is removed)
+//                                   and remove the box's semaphores
 //   vexosim pull DIR BAY            pull the disk out of internal bay BAY
 //   vexosim plug DIR BAY SERIAL     put a pulled disk into internal bay BAY
 //   vexosim raise DIR NAME COUNTER [N]  add N (1) to a counter of disk NAME:
@@ -34,6 +35,7 @@
 #include "description.h"
 #include "hotplug.h"
 #include "tree.h"
+#include "frame/ipc.h"
 
 #include <vexohw/disk_overview.h>
 #include <vexohw/smart_serial.h>
@@ -272,7 +274,15 @@ int main(int argc, char **argv)
 				std::fprintf(stderr, "vexosim: %s: %s\n", argv[2], std::strerror(errno));
 				return 2;
 			}
-			return cmd == "start" ? vexosim::startDaemon(root) : vexosim::stopDaemon(root);
+			if (cmd == "start")
+				return vexosim::startDaemon(root);
+			int rc = vexosim::stopDaemon(root);
+			// Nothing of the box runs now; its semaphores would outlive the root.
+			if (vexo::ipc::removeRootSemaphores(root) < 0) {
+				std::fprintf(stderr, "vexosim: semaphores of %s: %s\n", root, std::strerror(errno));
+				rc = rc ? rc : 1;
+			}
+			return rc;
 		}
 		if ((cmd == "pull" && argc == 4) || (cmd == "plug" && argc == 5))
 			return hotPlug(cmd == "plug", argv, argc);

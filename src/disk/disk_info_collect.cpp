@@ -153,7 +153,7 @@ SnapshotRead readSnapshot(const DiskEnumFilter *filter, DiskListNode **list, int
 	return SnapshotRead::Listed;
 }
 
-int collect(const DiskEnumFilter *filter, DiskListNode **list, Source *used)
+int collect(const DiskEnumFilter *filter, DiskListNode **list, Source *used, const DiskEnumHibStatus *walkStatus)
 {
 	if (used)
 		*used = Source::None;
@@ -165,7 +165,7 @@ int collect(const DiskEnumFilter *filter, DiskListNode **list, Source *used)
 	auto walk = [&](const char *failure) {
 		if (used)
 			*used = Source::Walk;
-		int n = walkSystem(filter, list);
+		int n = walkSystem(filter, list, walkStatus);
 		if (n < 0)
 			vlog(LOG_ERR, failure, VEXO_AT);
 		return n;

@@ -56,7 +56,9 @@ UniqueFd openSnapshot();
 // *count is the number and *list its head.
 SnapshotRead readSnapshot(const DiskEnumFilter *filter, DiskListNode **list, int *count);
 
-// DiskInfoEnum, telling which way it went.
-int collect(const DiskEnumFilter *filter, DiskListNode **list, Source *used);
+// DiskInfoEnum, telling which way it went; a walk reads temperatures as
+// walkStatus allows (null: every disk's).
+int collect(const DiskEnumFilter *filter, DiskListNode **list, Source *used,
+	    const DiskEnumHibStatus *walkStatus = nullptr);
 
 } // namespace vexo::disk

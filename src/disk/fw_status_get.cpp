@@ -7,11 +7,15 @@
 #include <string>
 #include <vector>
 #include <vexohw/fw_status.h>
+#include <vexohw/disk.h>
+#include <vexohw/disk_probe.h>
 #include <vexohw/drive_bundle.h>
 #include <vexohw/misc.h>
 #include <vexohw/smart_serial.h>
+#include <vexoplatform/vexocore.h>
 
 #include "disk/compat_db.h"
+#include "disk/disk_model_whole.h"
 #include "disk/fw_status.h"
 #include "disk/fw_status_imp.h"
 #include "frame/err.h"
@@ -60,6 +64,24 @@ bool readCandidate(const Json::Value &node, const std::string &key, const Versio
 
 bool atPending(const FirmwareCandidate &c) { return c.compatibleAtUpdate == 1 || c.compatibleAtPromotion == 1; }
 
+// GetCompatibilityBasicInfo's model and version beside a revision already
+// known: the kernel's model text and the system file, no drive command.
+bool basicWithKept(const char *disk, const char *kept, char *model, size_t modelSize, char *firmware,
+		   size_t firmwareSize, char *version, size_t versionSize)
+{
+	char m[128] = {};
+	unsigned int base = 0, nano = 0;
+	if (VEXOLnxDiskGetModel(disk, m, sizeof m) != 0 || VEXOVOSVerGet(&base, &nano) != 0)
+		return false;
+	VLIBCStrTrimSpace(m);
+	std::string whole;
+	vexo::disk::wholeModel(VEXODiskDevPrefixSkip(disk), m, whole);
+	copyField(model, modelSize, whole);
+	copyField(firmware, firmwareSize, kept);
+	std::snprintf(version, versionSize, "%u.%u", base, nano);
+	return model[0] && firmware[0];
+}
+
 } // namespace
 
 bool candidateBetter(const FirmwareCandidate &c, const FirmwareCandidate &best)
@@ -76,7 +98,7 @@ bool candidateBetter(const FirmwareCandidate &c, const FirmwareCandidate &best)
 }
 
 int decideForDisk(const char *disk, const char *dbPath, int useGivenVersions, const char *updateVersion,
-		  const char *promotionVersion, DiskFirmInfo *info, Versions &v)
+		  const char *promotionVersion, DiskFirmInfo *info, Versions &v, const char *keptFirmware)
 {
 	v = Versions{};
 	if (!disk || !info || VEXODiskIsVexology(disk) < 1)
@@ -100,8 +122,10 @@ int decideForDisk(const char *disk, const char *dbPath, int useGivenVersions, co
 	bool failed = false;
 	bool hasEntry = false;
 	FirmwareCandidate current{}, best{};
-	if (!GetCompatibilityBasicInfo(disk, model, sizeof model, firmware, sizeof firmware, &no, nullptr, 0, &yes,
-				       version, sizeof version)) {
+	if (keptFirmware ? !basicWithKept(disk, keptFirmware, model, sizeof model, firmware, sizeof firmware, version,
+					  sizeof version)
+			 : !GetCompatibilityBasicInfo(disk, model, sizeof model, firmware, sizeof firmware, &no, nullptr, 0,
+						      &yes, version, sizeof version)) {
 		vlog(LOG_ERR, "%s:%d Failed to get basic info of %s", VEXO_AT, disk);
 		failed = true;
 	}

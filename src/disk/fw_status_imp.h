@@ -11,8 +11,11 @@ struct Versions {
 };
 
 // SBDiskFirmStatusAndUpdateInfoGetByDbPath, also telling the versions used.
+// keptFirmware, when given, stands for the drive's own answer, so that a
+// sleeping drive is judged without a command that spins it up.
 int decideForDisk(const char *disk, const char *dbPath, int useGivenVersions, const char *updateVersion,
-		  const char *promotionVersion, DiskFirmInfo *info, Versions &used);
+		  const char *promotionVersion, DiskFirmInfo *info, Versions &used,
+		  const char *keptFirmware = nullptr);
 
 // Whether candidate c replaces best in the search for the best newer
 // firmware.

@@ -12,6 +12,8 @@
 #include <vexohw/fw_status.h>
 
 #include "disk/disk_model_whole.h"
+#include "disk/disk_power.h"
+#include "disk/fw_status_imp.h"
 #include "drive_bundle/drive_bundle_private.h"
 #include "frame/err.h"
 #include "frame/priv.h"
@@ -47,8 +49,18 @@ bool neededFirmware(PVLIBSZLIST drives, const std::string &dbDir, std::map<std::
 			vlog(LOG_ERR, "%s:%d Failed to get database path on %s", VEXO_AT, d);
 			return false;
 		}
+		// Taking firmware needs no drive awake: a sleeping one is judged by
+		// the revision its cache keeps, and never woken.
+		std::string kept;
+		const bool asleep = vexo::disk::powerMode(d) == vexo::disk::PowerMode::Standby;
+		if (asleep && (!diskCacheGet(d, "firm", kept) || kept.empty())) {
+			vlog(LOG_WARNING, "%s:%d %s sleeps and has no firmware revision kept, skipped", VEXO_AT, d);
+			continue;
+		}
 		DiskFirmInfo info{};
-		const int status = SBDiskFirmStatusAndUpdateInfoGetByDbPath(d, db, 0, nullptr, nullptr, &info);
+		vexo::fwstatus::Versions used;
+		const int status = vexo::fwstatus::decideForDisk(d, db, 0, nullptr, nullptr, &info, used,
+								 asleep ? kept.c_str() : nullptr);
 		// Only these two name a firmware to take; the others ask for the
 		// system, the database or nothing.
 		if (status != VEXO_FW_STATUS_NEW_FIRM_AVAILABLE && status != VEXO_FW_STATUS_UPDATE_FIRM)

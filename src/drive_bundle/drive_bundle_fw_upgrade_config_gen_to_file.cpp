@@ -18,6 +18,7 @@
 #include <vexohw/fw_status.h>
 #include <vexohw/smart_serial.h>
 
+#include "disk/disk_info_walk.h"
 #include "disk/disk_model_whole.h"
 #include "drive_bundle/drive_bundle_private.h"
 #include "frame/err.h"
@@ -179,11 +180,14 @@ try {
 		return -1;
 	}
 	// Every disk the box may hold a drive of its maker in: bays, units, M.2
-	// and system devices. The snapshot answers only a real filter.
+	// and system devices. The snapshot answers only a real filter. Only paths
+	// are wanted: a walk reads no temperature, which would wake a sleeping disk.
 	const int32_t mask = DISK_CONTAINER_MASK_ALL_SYS;
 	DiskEnumFilter filter{&mask};
+	DiskEnumHibStatus noTemperature{};
+	noTemperature.allHibernating = 1;
 	DiskListNode *disks = nullptr;
-	if (DiskInfoEnum(&filter, &disks) < 0) {
+	if (vexo::disk::collect(&filter, &disks, nullptr, &noTemperature) < 0) {
 		vlog(LOG_ERR, "%s:%d Failed to enum drive paths", VEXO_AT);
 		return -1;
 	}

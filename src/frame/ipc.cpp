@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/ipc.h>
+#include <sys/sem.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -36,8 +37,11 @@ key_t key(const char *path, int projectId)
 		errno = EINVAL;
 		return -1;
 	}
-	std::string root = sysroot::root();
-	std::string host = sysroot::path(path);
+	return keyUnder(sysroot::root(), sysroot::path(path), projectId);
+}
+
+key_t keyUnder(const std::string &root, const std::string &host, int projectId)
+{
 	if (root.empty())
 		return ::ftok(host.c_str(), projectId);
 	struct stat st {};
@@ -53,6 +57,25 @@ key_t key(const char *path, int projectId)
 	if (h == 0 || h == 0xffffffffu)
 		h = 1;
 	return static_cast<key_t>(h);
+}
+
+int removeRootSemaphores(const std::string &root)
+{
+	// The real root's semaphores belong to the appliance's other programs.
+	if (root.empty())
+		return 0;
+	int removed = 0;
+	for (int id = 0; id < 256; ++id) {
+		key_t k = keyUnder(root, root + "/", id);
+		if (k == -1)
+			return -1;
+		int sem = ::semget(k, 0, 0);
+		if (sem >= 0 && ::semctl(sem, 0, IPC_RMID) == 0)
+			++removed;
+		else if (sem >= 0)
+			vlog(LOG_ERR, "%s:%d Failed to remove semaphore %d of %s: errno=%d", VEXO_AT, sem, root.c_str(), errno);
+	}
+	return removed;
 }
 
 bool UnixAddress::set(const char *path)

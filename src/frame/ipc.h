@@ -32,6 +32,16 @@ namespace vexo::ipc {
 // ftok). -1 with errno set when the path cannot be found.
 key_t key(const char *appliancePath, int projectId);
 
+// key() of the host file `hostPath` as a process under `root` draws it
+// ("" root: ftok). For tools that act on a root other than their own.
+key_t keyUnder(const std::string &root, const std::string &hostPath, int projectId);
+
+// Removes the System V semaphores keyed on the root directory of a
+// simulated root (every project id), so that a root torn down leaves none
+// behind. The root must still exist. The number removed, or -1 (errno set)
+// when the keys cannot be drawn; "" (the real root) removes nothing.
+int removeRootSemaphores(const std::string &root);
+
 class UnixAddress {
 public:
 	UnixAddress() = default;

@@ -15,6 +15,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "frame/ipc.h"
+
 namespace fs = std::filesystem;
 
 namespace vexo::test {
@@ -58,6 +60,8 @@ Sysroot::Sysroot() : root_(makeTempDir("root")), env_("VEXO_SYSROOT", root_.c_st
 
 Sysroot::~Sysroot()
 {
+	// Keyed on the root's inode: once it is gone they can no longer be found.
+	vexo::ipc::removeRootSemaphores(root_);
 	std::error_code ec;
 	fs::remove_all(root_, ec);
 }
