@@ -42,7 +42,8 @@ TEST(CompatCacheCli, RefreshOverviewAndSpool)
 	for (const char *asked : {"XU0", "XU06", "XU05-2"}) {
 		ScopedEnv sysroot("VEXO_SYSROOT", box.root().c_str());
 		VEXODiskCompatibilityEunitDisksUpdate(asked);
-		EXPECT_EQ(box.read("/run/vexostorage/disks/sdma/compatibility") != "", std::string(asked) == "XU05-2") << asked;
+		bool refreshed = box.read("/run/vexostorage/disks/sdma/compatibility") != "";
+		EXPECT_EQ(refreshed, std::string(asked) == "XU05-2") << asked;
 	}
 	EXPECT_FALSE(std::filesystem::exists(box.root() + "/run/vexostorage/disks/sdc/compatibility"));
 	// sde's firmware is supported before system version 72806 and rejected

@@ -129,7 +129,8 @@ TEST(Box12, DevicesReadBackThroughTheSeam)
 		EXPECT_EQ(firstLine(blk + "/size"), std::to_string(size / 512));
 		int64_t lbs = field(d, "logical_block_size") ? num(d, "logical_block_size") : 512;
 		EXPECT_EQ(firstLine(blk + "/queue/logical_block_size"), std::to_string(lbs));
-		bool ssd = field(d, "rotational") ? !json_object_get_boolean(field(d, "rotational")) : num(d, "rotation_rate") == 1;
+		bool ssd = field(d, "rotational") ? !json_object_get_boolean(field(d, "rotational"))
+						  : num(d, "rotation_rate") == 1;
 		EXPECT_EQ(firstLine(blk + "/queue/rotational"), ssd ? "0" : "1");
 		EXPECT_NE(partitions.find(" " + std::to_string(size / 1024) + " " + name + "\n"), std::string::npos);
 		EXPECT_EQ(vexo::sysroot::access(("/run/vexostorage/disks/" + name).c_str(), F_OK), 0);

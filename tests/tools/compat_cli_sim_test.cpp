@@ -36,7 +36,8 @@ TEST(CompatCli, VerdictsOfTheBoxAndASleepingDiskLeftAsleep)
 		    {"/dev/sdme", "for_eunit", "database"},  {"/dev/nvme0n1", "support", "database"}};
 	for (auto row : rows) {
 		ASSERT_TRUE(byDisk.count(row.disk)) << row.disk << r.out;
-		EXPECT_EQ(texts(byDisk[row.disk], {"compatibility", "source"}), (Strings{row.word, row.source})) << row.disk;
+		EXPECT_EQ(texts(byDisk[row.disk], {"compatibility", "source"}), (Strings{row.word, row.source}))
+			<< row.disk;
 	}
 	EXPECT_EQ(text(byDisk["/dev/sdme"], "database"), "/var/lib/disk-compatibility/xu05_v7.db");
 

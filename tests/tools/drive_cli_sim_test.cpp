@@ -91,8 +91,8 @@ TEST_F(DriveCli, IdentifyDecodesEveryKindOfDrive)
 	for (const auto &w : wants) {
 		SCOPED_TRACE(w.name);
 		json_object *r = ask({"drive", "identify", w.name});
-		EXPECT_EQ(texts(r, {"path", "interface", "model", "serial", "firmware", "lba48_sectors", "rotation_rate_rpm",
-				    "form_factor_word"}),
+		EXPECT_EQ(texts(r, {"path", "interface", "model", "serial", "firmware", "lba48_sectors",
+				    "rotation_rate_rpm", "form_factor_word"}),
 			  (Strings{std::string("/dev/") + w.name, w.interface, w.model, w.serial, w.firmware,
 				   std::to_string(w.sectors), std::to_string(w.rpm), std::to_string(w.formFactor)}));
 		// sct_word 0x003D
@@ -103,7 +103,8 @@ TEST_F(DriveCli, IdentifyDecodesEveryKindOfDrive)
 	// The words the drive sends are the words shown.
 	patch("sda", R"({"identify_words": {"168": 3, "206": 1}})");
 	json_object *r = ask({"drive", "identify", "/dev/sda"});
-	EXPECT_EQ(texts(r, {"form_factor_word", "sct_supported", "sct_error_recovery_control", "sct_data_tables", "checksum"}),
+	EXPECT_EQ(texts(r, {"form_factor_word", "sct_supported", "sct_error_recovery_control", "sct_data_tables",
+			    "checksum"}),
 		  (Strings{"3", "true", "false", "false", "valid"}));
 
 	patch("sda", R"({"identify_signature": false})");
@@ -454,7 +455,8 @@ TEST_F(BoxCli, PortListAndDevicePathRoundTrips)
 				Ran p = box->vexohw({"--json", "device-path", "--position", std::to_string(index), "--cnr", cnr});
 				ASSERT_EQ(p.status, 0) << d << ": " << p.err;
 				JsonDoc doc(p.out);
-				EXPECT_EQ(texts(doc.obj, {"path", "position"}), (Strings{"/dev/" + d, std::to_string(index)}));
+				EXPECT_EQ(texts(doc.obj, {"path", "position"}),
+					  (Strings{"/dev/" + d, std::to_string(index)}));
 			}
 			if (d.rfind("sd", 0) == 0) {
 				// The encoded index of a letter name: 'a' is 1 for the first of two letters.
