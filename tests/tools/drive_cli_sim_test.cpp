@@ -492,8 +492,12 @@ TEST_F(PowerCli, StatusCommandsLeaveSleepingDisksAsleep)
 {
 	ASSERT_TRUE(box.ok()) << box.log();
 	ASSERT_EQ(daemon.started, 0);
-	for (const char *d : {"sda", "sdb"})
-		ASSERT_EQ(box.sleep(d), 0) << d;
+	for (const char *d : {"sda", "sdb"}) {
+		Ran r = box.vexohw({"--json", "power", "standby", d});
+		ASSERT_EQ(r.status, 0) << r.err;
+		EXPECT_EQ(text(JsonDoc(r.out).obj, "power_mode"), "standby");
+		std::filesystem::remove(box.root() + "/run/vexosim/drive/" + d + ".log");
+	}
 	const std::vector<std::vector<std::string>> commands = {
 		{"overview"},
 		{"overview", "--walk"},
