@@ -6,37 +6,25 @@
 #include <syslog.h>
 #include <vexohw/compat.h>
 
-#include "support/vexotest.h"
+#include "smartctl/drive_sim.h"
+#include "tools/cli_run.h"
 
 using namespace vexo::test;
 
 namespace {
 
+const bool kBackend = installDriveEmulator();
+
 class CompatBox : public ::testing::Test {
 protected:
-	static void SetUpTestSuite()
-	{
-		char t[] = "/tmp/vexo-compat-sim.XXXXXX";
-		dir_ = ::mkdtemp(t);
-		Ran r = runCaptured({buildDir() + "/bin/vexosim", "build", sourceDir() + "/examples/box12.json",
-				     dir_ + "/root"});
-		ok_ = r.status == 0;
-		::setenv("VEXO_DEVICE_BACKEND", (buildDir() + "/sim/drive/libvexosim_drive.so").c_str(), 1);
-	}
-	static void TearDownTestSuite() { std::filesystem::remove_all(dir_); }
-	void SetUp() override { ASSERT_TRUE(ok_) << "vexosim could not build the box"; }
-	static std::string host(const std::string &p) { return dir_ + "/root" + p; }
-	static void write(const std::string &p, const std::string &text)
-	{
-		FILE *f = std::fopen(host(p).c_str(), "w");
-		ASSERT_NE(f, nullptr) << p;
-		std::fputs(text.c_str(), f);
-		std::fclose(f);
-	}
+	static void SetUpTestSuite() { box = new BuiltBox; }
+	static void TearDownTestSuite() { delete box; }
+	void SetUp() override { ASSERT_TRUE(kBackend && box->ok()) << box->log(); }
+	static std::string host(const std::string &p) { return box->root() + p; }
+	static void write(const std::string &p, const std::string &text) { std::ofstream(host(p)) << text; }
 
-	ScopedEnv root_{"VEXO_SYSROOT", (dir_ + "/root").c_str()};
-	static inline std::string dir_;
-	static inline bool ok_ = false;
+	ScopedEnv root_{"VEXO_SYSROOT", box->root().c_str()};
+	static inline BuiltBox *box = nullptr;
 };
 
 TEST_F(CompatBox, EveryKindOfVerdictAndWhereItComesFrom)

@@ -20,8 +20,6 @@ using namespace vexo::test;
 
 namespace {
 
-namespace {
-
 // vexosim with stdout and stderr together.
 Ran run(const std::vector<std::string> &args)
 {
@@ -91,30 +89,17 @@ std::vector<std::string> globOf(const std::string &pattern)
 	return m;
 }
 
-struct Json {
-	explicit Json(json_object *o) : obj(o) {}
-	~Json() { json_object_put(obj); }
-	json_object *obj;
-	json_object *at(const char *k) const
-	{
-		json_object *v = nullptr;
-		json_object_object_get_ex(obj, k, &v);
-		return v;
-	}
-	std::string str(const char *k) const
-	{
-		json_object *v = at(k);
-		return v ? json_object_get_string(v) : "<no " + std::string(k) + ">";
-	}
-	int64_t num(const char *k) const { return at(k) ? json_object_get_int64(at(k)) : -1; }
-};
+// A number of a description or a node, -1 when absent.
+int64_t num(json_object *o, const char *key)
+{
+	json_object *v = field(o, key);
+	return v ? json_object_get_int64(v) : -1;
+}
 
 std::string example(const std::string &name)
 {
 	return sourceTreeOf(__FILE__) + "/examples/" + name;
 }
-
-} // namespace
 
 // Every bundled description builds, and each of its devices reads back as
 // the library finds it: kernel-shaped links, port numbers, sizes and the
@@ -126,42 +111,41 @@ TEST(Box12, DevicesReadBackThroughTheSeam)
 	const std::string &root = box.root();
 	ScopedEnv env("VEXO_SYSROOT", root.c_str());
 
-	Json desc(json_object_from_file(box.description().c_str()));
-	ASSERT_TRUE(desc.obj);
-	json_object *devs = desc.at("devices");
+	JsonDoc desc(json_object_from_file(box.description().c_str()));
+	json_object *devs = field(desc.obj, "devices");
 	ASSERT_TRUE(devs);
 	std::string partitions = readApp("/proc/partitions");
 	for (size_t i = 0; i < json_object_array_length(devs); ++i) {
-		Json d(json_object_get(json_object_array_get_idx(devs, i)));
-		std::string name = d.str("name");
+		json_object *d = json_object_array_get_idx(devs, i);
+		std::string name = text(d, "name");
 		SCOPED_TRACE(name);
 		std::string blk = "/sys/block/" + name;
 		std::string real = realpathOf(blk);
 		EXPECT_EQ(real.rfind("/sys/devices/pci0000:00/", 0), 0u) << real;
 		// NVMe namespaces sit right under their controller, all else in a block/ folder.
-		EXPECT_TRUE(real.ends_with((d.str("protocol") == "nvme" ? "/" : "/block/") + name)) << real;
+		EXPECT_TRUE(real.ends_with((text(d, "protocol") == "nvme" ? "/" : "/block/") + name)) << real;
 
-		uint64_t size = (uint64_t)d.num("size_bytes");
+		uint64_t size = (uint64_t)num(d, "size_bytes");
 		EXPECT_EQ(firstLine(blk + "/size"), std::to_string(size / 512));
-		int64_t lbs = d.at("logical_block_size") ? d.num("logical_block_size") : 512;
+		int64_t lbs = field(d, "logical_block_size") ? num(d, "logical_block_size") : 512;
 		EXPECT_EQ(firstLine(blk + "/queue/logical_block_size"), std::to_string(lbs));
-		bool ssd = d.at("rotational") ? !json_object_get_boolean(d.at("rotational"))
-					      : d.num("rotation_rate") == 1;
+		bool ssd = field(d, "rotational") ? !json_object_get_boolean(field(d, "rotational"))
+						  : num(d, "rotation_rate") == 1;
 		EXPECT_EQ(firstLine(blk + "/queue/rotational"), ssd ? "0" : "1");
 		EXPECT_NE(partitions.find(" " + std::to_string(size / 1024) + " " + name + "\n"), std::string::npos);
 		EXPECT_EQ(vexo::sysroot::access(("/run/vexostorage/disks/" + name).c_str(), F_OK), 0);
 
-		Json node(json_tokener_parse(readApp("/dev/" + name).c_str()));
+		JsonDoc node(readApp("/dev/" + name));
 		ASSERT_TRUE(node.obj) << readApp("/dev/" + name);
 		for (const char *k : {"protocol", "model", "serial", "firmware"})
-			EXPECT_EQ(node.str(k), d.str(k)) << k;
-		EXPECT_EQ((uint64_t)node.num("size_bytes"), size);
-		EXPECT_EQ(node.num("logical_block_size"), lbs);
-		EXPECT_EQ(node.num("rotation_rate") == 1, ssd);
+			EXPECT_EQ(text(node.obj, k), text(d, k)) << k;
+		EXPECT_EQ((uint64_t)num(node.obj, "size_bytes"), size);
+		EXPECT_EQ(num(node.obj, "logical_block_size"), lbs);
+		EXPECT_EQ(num(node.obj, "rotation_rate") == 1, ssd);
 
-		std::string where = d.str("where");
-		if (d.str("protocol") == "nvme") {
-			std::string slotKey = "pci" + std::to_string(d.num("slot"));
+		std::string where = text(d, "where");
+		if (text(d, "protocol") == "nvme") {
+			std::string slotKey = "pci" + std::to_string(num(d, "slot"));
 			std::string id = sectionValue("/etc.defaults/extensionPorts", "pci", slotKey);
 			EXPECT_NE(real.find("/" + id + "/"), std::string::npos) << real;
 			EXPECT_NE(real.find("/nvme/nvme"), std::string::npos) << real;
@@ -170,7 +154,7 @@ TEST(Box12, DevicesReadBackThroughTheSeam)
 		// SATA and USB disks: a SCSI device with its generic node and host.
 		EXPECT_EQ(globOf(blk + "/device/scsi_generic/sg*").size(), 1u);
 		// The kernel's 16-byte INQUIRY product field: the model cut and padded.
-		std::string model = d.str("model").substr(0, 16);
+		std::string model = text(d, "model").substr(0, 16);
 		model.resize(16, ' ');
 		EXPECT_EQ(firstLine(blk + "/device/model"), model);
 		auto procNames = globOf(blk + "/device/../../scsi_host/host*/proc_name");
@@ -182,8 +166,8 @@ TEST(Box12, DevicesReadBackThroughTheSeam)
 			EXPECT_NE(real.find("/usb"), std::string::npos) << real;
 		} else {
 			ASSERT_EQ(portNo.size(), 1u);
-			int64_t expect = where == "bay" ? d.num("bay") : where == "esata" || where == "unit" ? d.num("port") : d.num("position");
-			EXPECT_EQ(firstLine(portNo[0]), std::to_string(expect));
+			const char *key = where == "bay" ? "bay" : where == "esata" || where == "unit" ? "port" : "position";
+			EXPECT_EQ(firstLine(portNo[0]), std::to_string(num(d, key)));
 		}
 	}
 
@@ -344,12 +328,10 @@ TEST(Describe, SystemAndCardDevices)
 	EXPECT_EQ(keyValue("/etc.defaults/vexoinfo.conf", "esataportcfg"), "0x0");
 
 	// The drive object lands over the identity, key for key, and nothing else.
-	Json node(json_tokener_parse(readApp("/dev/nvc2").c_str()));
+	JsonDoc node(readApp("/dev/nvc2"));
 	ASSERT_TRUE(node.obj);
-	EXPECT_EQ(node.str("firmware"), "F2-EMU");
-	EXPECT_EQ(node.num("temperature"), 41);
-	EXPECT_EQ(node.str("vendor"), "ATA");
-	EXPECT_EQ(json_object_array_length(json_object_object_get(node.at("smart"), "attributes")), 2u);
+	EXPECT_EQ(texts(node.obj, {"firmware", "temperature", "vendor"}), (Strings{"F2-EMU", "41", "ATA"}));
+	EXPECT_EQ(json_object_array_length(field(field(node.obj, "smart"), "attributes")), 2u);
 	EXPECT_EQ(json_object_object_length(node.obj), 10);
 }
 
@@ -410,15 +392,9 @@ struct Box : ::testing::Test {
 	{
 		argv.insert(argv.begin(), {"run", box->root(), "--"});
 		HostDaemonLock daemonLock; // the run brings the box's vcemd up
-		Ran r = runProgram(buildDir() + "/bin/vexosim", argv);
-		r.out += r.err;
-		return r;
+		return ::run(argv);
 	}
-	static std::string node(const std::string &name)
-	{
-		std::ifstream in(box->root() + "/dev/" + name);
-		return std::string(std::istreambuf_iterator<char>(in), {});
-	}
+	static std::string node(const std::string &name) { return box->read("/dev/" + name); }
 	static std::vector<std::string> drives(const char *protocol)
 	{
 		std::vector<std::string> out;

@@ -19,7 +19,6 @@ using namespace vexo::test;
 
 namespace {
 
-const bool kEmulator = installDriveEmulator();
 const bool kBackend = installDriveEmulator();
 
 using ApplianceTools = ToolsSim;
@@ -59,9 +58,8 @@ TEST_F(ApplianceTools, VexostorageUsage)
 		{"--hotspare", "-q", "sda"},
 		{"--hotspare", "-n", "/dev/../sda"},
 	};
-	for (const auto &args : bad) {
-		std::vector<std::string> argv = {"/usr/vexo/sbin/vexostorage"};
-		argv.insert(argv.end(), args.begin(), args.end());
+	for (auto argv : bad) {
+		argv.insert(argv.begin(), "/usr/vexo/sbin/vexostorage");
 		ToolRun r = run(argv);
 		EXPECT_EQ(r.status, 2) << argv.size();
 		EXPECT_EQ(r.err, "Usage: vexostorage --reset-disk-attr <disk name> serial-mask\n"
@@ -114,11 +112,10 @@ TEST_F(ApplianceTools, DhmToolFindsTheDiskOfAGenericNode)
 	ToolRun r = run({"/usr/vexo/sbin/dhm_tool", "-d", "/dev/sg9", "-w"});
 	EXPECT_EQ(r.status, 1);
 	EXPECT_EQ(r.err, "dhm_tool: /dev/sg9: No such device\n");
-	for (const std::vector<std::string> &args : std::vector<std::vector<std::string>>{
+	for (std::vector<std::string> argv : std::vector<std::vector<std::string>>{
 		     {"-d", "/dev/sg3"}, {"-w"}, {"-d", "sg3", "-w"}, {"-d", "/dev/../sg3", "-w"}, {"-x"}}) {
-		std::vector<std::string> argv = {"/usr/vexo/sbin/dhm_tool"};
-		argv.insert(argv.end(), args.begin(), args.end());
-		EXPECT_EQ(run(argv).status, 2);
+		argv.insert(argv.begin(), "/usr/vexo/sbin/dhm_tool");
+		EXPECT_EQ(run(argv).status, 2) << argv[1];
 	}
 }
 
@@ -248,6 +245,8 @@ protected:
 // Log 6 descriptor i (24 bytes from byte 2), log 7 descriptor i (26 from byte 4).
 const uint8_t *d6(const std::vector<uint8_t> &p, int i) { return p.data() + 2 + 24 * i; }
 const uint8_t *d7(const std::vector<uint8_t> &p, int i) { return p.data() + 4 + 26 * i; }
+// The first two bytes of a descriptor: the test's type and its status.
+std::pair<int, int> typeAndStatus(const uint8_t *d) { return {d[0], d[1]}; }
 
 TEST_F(SelfTest, OfflineShortTestRunsByTheClock)
 {
@@ -267,8 +266,7 @@ TEST_F(SelfTest, OfflineShortTestRunsByTheClock)
 	EXPECT_EQ(std::memcmp(d6(l6, 0) + 5, "\xff\xff\xff\xff", 4), 0);
 	auto l7 = log7();
 	EXPECT_EQ(l7[2], 1);
-	EXPECT_EQ(d7(l7, 0)[0], 1);
-	EXPECT_EQ(d7(l7, 0)[1], 0x00);
+	EXPECT_EQ(typeAndStatus(d7(l7, 0)), std::pair(1, 0x00));
 	EXPECT_EQ(selfTestCount(), 1);
 }
 
@@ -286,13 +284,11 @@ TEST_F(SelfTest, CaptiveEndsAtOnceAndAbortIsLogged)
 
 	auto l6 = log6();
 	EXPECT_EQ(l6[508], 2);
-	EXPECT_EQ(d6(l6, 1)[0], 0x02); // the newest
-	EXPECT_EQ(d6(l6, 1)[1], 0x19);
+	EXPECT_EQ(typeAndStatus(d6(l6, 1)), std::pair(0x02, 0x19)); // the newest
 	EXPECT_EQ(d6(l6, 1)[2] | d6(l6, 1)[3] << 8, 1234);
 	auto l7 = log7();
 	EXPECT_EQ(l7[2], 2);
-	EXPECT_EQ(d7(l7, 1)[0], 0x02);
-	EXPECT_EQ(d7(l7, 1)[1], 0x19);
+	EXPECT_EQ(typeAndStatus(d7(l7, 1)), std::pair(0x02, 0x19));
 
 	// An abort with nothing running changes nothing.
 	ASSERT_EQ(hdio(0x7F), 0);
@@ -315,25 +311,22 @@ TEST_F(SelfTest, ANewTestAbortsTheRunningOne)
 	EXPECT_EQ(v[374], 5); // conveyance minutes
 	auto l7 = log7();
 	EXPECT_EQ(l7[2], 1);
-	EXPECT_EQ(d7(l7, 0)[0], 0x01);
-	EXPECT_EQ(d7(l7, 0)[1], 0x19);
+	EXPECT_EQ(typeAndStatus(d7(l7, 0)), std::pair(0x01, 0x19));
 	startedAgo(5 * 60);
 	EXPECT_EQ(executionStatus(), 0x00);
 	l7 = log7();
 	EXPECT_EQ(l7[2], 2);
-	EXPECT_EQ(d7(l7, 1)[0], 0x03);
-	EXPECT_EQ(d7(l7, 1)[1], 0x00);
+	EXPECT_EQ(typeAndStatus(d7(l7, 1)), std::pair(0x03, 0x00));
 }
 
 TEST_F(SelfTest, MalformedAndUnsupportedRequestsAreRefused)
 {
 	// A non-data command with a sector count, by either road.
+	const std::string counted = "abort: SMART EXECUTE OFF-LINE IMMEDIATE with a sector count";
 	EXPECT_EQ(hdio(0x01, 1), -1);
-	EXPECT_NE(last("sda").find("abort: SMART EXECUTE OFF-LINE IMMEDIATE with a sector count"), std::string::npos)
-		<< last("sda");
+	EXPECT_NE(last("sda").find(counted), std::string::npos) << last("sda");
 	EXPECT_EQ(sat(0x01, 1), 0x02);
-	EXPECT_NE(last("sda").find("abort: SMART EXECUTE OFF-LINE IMMEDIATE with a sector count"), std::string::npos)
-		<< last("sda");
+	EXPECT_NE(last("sda").find(counted), std::string::npos) << last("sda");
 	EXPECT_EQ(hdio(0x84), -1);
 	EXPECT_NE(last("sda").find("selective self-test is not emulated"), std::string::npos);
 	EXPECT_EQ(hdio(0x55), -1);

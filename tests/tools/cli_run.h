@@ -4,8 +4,11 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <initializer_list>
 #include <json-c/json.h>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -57,14 +60,41 @@ public:
 		args.insert(args.begin(), {buildDir() + "/bin/vexohw", "--sysroot", root_});
 		return runCaptured(args);
 	}
+	// A file of the box, "" when absent.
+	std::string read(const std::string &path) const
+	{
+		std::ifstream in(root_ + path);
+		return std::string(std::istreambuf_iterator<char>(in), {});
+	}
+	// What a drive heard, in order, without the OPEN lines.
+	std::vector<std::string> sent(const std::string &disk) const
+	{
+		std::istringstream in(read("/run/vexosim/drive/" + disk + ".log"));
+		std::vector<std::string> out;
+		for (std::string l; std::getline(in, l);)
+			if (l.rfind("OPEN", 0) != 0)
+				out.push_back(l);
+		return out;
+	}
+	// Puts a disk in standby and forgets what it heard so far.
+	int sleep(const std::string &disk) const
+	{
+		int status = vexohw({"power", "standby", disk}).status;
+		std::filesystem::remove(root_ + "/run/vexosim/drive/" + disk + ".log");
+		return status;
+	}
 
 private:
 	std::string dir_, root_, desc_, log_;
 	bool ok_ = false;
 };
 
+// All a disk in standby may hear: CHECK POWER MODE.
+inline const std::string kCheckPowerMode = "HDIO_DRIVE_CMD args=e5000000 -> ok";
+
 struct JsonDoc {
 	explicit JsonDoc(const std::string &text) : obj(json_tokener_parse(text.c_str())) {}
+	explicit JsonDoc(json_object *owned) : obj(owned) {}
 	~JsonDoc() { json_object_put(obj); }
 	JsonDoc(const JsonDoc &) = delete;
 	JsonDoc &operator=(const JsonDoc &) = delete;
@@ -89,6 +119,17 @@ inline std::string text(json_object *o, const char *key)
 	if (json_object_is_type(v, json_type_string))
 		return json_object_get_string(v);
 	return json_object_to_json_string(v);
+}
+
+using Strings = std::vector<std::string>;
+
+// Several fields as text, in the order asked.
+inline Strings texts(json_object *o, std::initializer_list<const char *> keys)
+{
+	Strings out;
+	for (const char *k : keys)
+		out.push_back(text(o, k));
+	return out;
 }
 
 } // namespace vexo::test

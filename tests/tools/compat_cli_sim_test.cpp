@@ -1,5 +1,6 @@
-// vexohw compat on the bundled box: the verdicts of its databases, and a
-// sleeping disk answered from the cache without a word to the drive.
+// vexohw compat and firmware on the bundled box: the verdicts of its
+// databases, a sleeping disk answered from the cache without a word to the
+// drive, and a firmware plan run.
 #include <fstream>
 #include <map>
 #include <time.h>
@@ -16,9 +17,8 @@ TEST(CompatCli, VerdictsOfTheBoxAndASleepingDiskLeftAsleep)
 	BuiltBox box;
 	ASSERT_TRUE(box.ok()) << box.log();
 	SimDaemon daemon{box.root()};
-	ASSERT_EQ(box.vexohw({"power", "standby", "sda"}).status, 0);
+	ASSERT_EQ(box.sleep("sda"), 0);
 	std::ofstream(box.root() + "/run/vexostorage/disks/sda/compatibility") << "not_support";
-	std::filesystem::remove(box.root() + "/run/vexosim/drive/sda.log");
 
 	Ran r = box.vexohw({"--json", "compat", "--all"});
 	ASSERT_EQ(r.status, 0) << r.err;
@@ -36,16 +36,13 @@ TEST(CompatCli, VerdictsOfTheBoxAndASleepingDiskLeftAsleep)
 		    {"/dev/sdme", "for_eunit", "database"},  {"/dev/nvme0n1", "support", "database"}};
 	for (auto row : rows) {
 		ASSERT_TRUE(byDisk.count(row.disk)) << row.disk << r.out;
-		EXPECT_EQ(text(byDisk[row.disk], "compatibility"), row.word) << row.disk;
-		EXPECT_EQ(text(byDisk[row.disk], "source"), row.source) << row.disk;
+		EXPECT_EQ(texts(byDisk[row.disk], {"compatibility", "source"}), (Strings{row.word, row.source}))
+			<< row.disk;
 	}
 	EXPECT_EQ(text(byDisk["/dev/sdme"], "database"), "/var/lib/disk-compatibility/xu05_v7.db");
 
-	std::ifstream log(box.root() + "/run/vexosim/drive/sda.log");
-	for (std::string l; std::getline(log, l);)
-		if (l.rfind("OPEN", 0) != 0) {
-			EXPECT_EQ(l, "HDIO_DRIVE_CMD args=e5000000 -> ok");
-		}
+	auto heard = box.sent("sda");
+	EXPECT_EQ(heard, std::vector<std::string>(heard.size(), kCheckPowerMode));
 
 	Ran one = box.vexohw({"compat", "sde"});
 	EXPECT_EQ(one.status, 0);
@@ -74,9 +71,58 @@ TEST(CompatCli, MakersDriveToldToUpgradeOncePublished)
 		Ran r = box.vexohw({"--json", "compat", "nvme1n1"});
 		ASSERT_EQ(r.status, 0) << r.err;
 		JsonDoc doc(r.out);
-		EXPECT_EQ(text(doc.obj, "compatibility"), c.word) << r.out;
-		EXPECT_EQ(text(doc.obj, "firmware_status"), c.firmware) << r.out;
+		EXPECT_EQ(texts(doc.obj, {"compatibility", "firmware_status"}), (Strings{c.word, c.firmware})) << r.out;
 	}
+}
+
+// A firmware binary on the box makes a plan for the drives of its model, the
+// run flashes them with progress as JSON events, and the drives answer their
+// new revision.
+TEST(FirmwareCli, PlanRunStatus)
+{
+	BuiltBox box;
+	ASSERT_TRUE(box.ok()) << box.log();
+	// Nothing booked: the run is refused and nothing is touched.
+	Ran none = box.vexohw({"firmware", "run"});
+	EXPECT_NE(none.status, 0);
+	EXPECT_NE(none.err.find("no plan"), std::string::npos) << none.err;
+
+	const std::string dir = box.root() + "/var/lib/drive-bundle/firmware/";
+	std::filesystem::create_directories(dir);
+	std::string image = "model=ST8000VN004-3CP101\nfirmware=SC61\n";
+	image.resize(2048, '\0');
+	std::ofstream(dir + "st.bin") << image;
+	std::string sum;
+	runProgram({"md5sum", dir + "st.bin"}, &sum);
+	std::ofstream(dir + "st.bin.FW_INFO") << "md5sum=\"" << sum.substr(0, 32)
+					      << "\"\nmodel=\"ST8000VN004-3CP101\"\nfirmware=\"SC61\"\n";
+
+	Ran plan = box.vexohw({"--json", "firmware", "plan"});
+	ASSERT_EQ(plan.status, 0) << plan.err;
+	JsonDoc rows(plan.out);
+	ASSERT_EQ(json_object_array_length(rows.obj), 2u) << plan.out; // sda and sdb share the model
+	Ran run = box.vexohw({"--json", "firmware", "run"});
+	EXPECT_EQ(run.status, 0) << run.out << run.err;
+	// One event a line; the last one says how the run ended.
+	std::string last = run.out.substr(0, run.out.size() - 1);
+	last = last.substr(last.rfind('\n') + 1);
+	EXPECT_NE(run.out.find("\"event\": \"drive\""), std::string::npos) << run.out;
+	JsonDoc done(last);
+	EXPECT_EQ(texts(done.obj, {"event", "failed"}), (Strings{"done", "0"}));
+	Ran status = box.vexohw({"--json", "firmware", "status"});
+	JsonDoc st(status.out);
+	EXPECT_EQ(text(st.obj, "state"), "do_nothing");
+	json_object *drives = field(st.obj, "drives");
+	ASSERT_EQ(json_object_array_length(drives), 2u);
+	for (size_t i = 0; i < 2; ++i)
+		EXPECT_EQ(text(json_object_array_get_idx(drives, i), "result"), "success");
+	// By the database (the daemon's snapshot answers for the drives): nothing
+	// more to fetch; what is on the box comes from the library's index.
+	Ran dl = box.vexohw({"--json", "firmware", "download"});
+	EXPECT_EQ(dl.status, 0) << dl.err;
+	EXPECT_NE(dl.out.find("\"binary\": \"st.bin\""), std::string::npos) << dl.out;
+	for (const char *d : {"sda", "sdb"})
+		EXPECT_NE(box.read(std::string("/dev/") + d).find("\"firmware\":\"SC61\""), std::string::npos) << d;
 }
 
 } // namespace

@@ -1,6 +1,6 @@
-// vexohw health, smart test and smart tests on the bundled box: the three
-// levels side by side, the overview's cached HEALTH column, and a test
-// started, watched and stopped through the box's vexo_smart_test.
+// vexohw health, smart test, smart tests and mail on the bundled box: the
+// three levels side by side, the overview's cached HEALTH column, a test
+// started, watched and stopped through the box's vexo_smart_test, and mail.
 #include <filesystem>
 #include <fstream>
 #include <vexohw/frame.h>
@@ -14,12 +14,6 @@ using namespace vexo::test;
 namespace {
 
 const bool kBackend = installDriveEmulator();
-
-std::string readFile(const std::string &file)
-{
-	std::ifstream in(file);
-	return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
 
 json_object *byDisk(json_object *list, const std::string &disk)
 {
@@ -50,10 +44,9 @@ TEST(HealthCli, LevelsSharesAndTheCachedColumn)
 	for (const Row &row : rows) {
 		json_object *d = byDisk(all.obj, row.disk);
 		ASSERT_TRUE(d) << row.disk;
-		EXPECT_EQ(text(d, "health"), row.health) << row.disk;
-		EXPECT_EQ(text(d, "weight"), row.weight) << row.disk;
-		EXPECT_EQ(text(field(d, "weights"), "smart_attributes"), row.attrs) << row.disk;
-		EXPECT_EQ(text(field(d, "weights"), "self_test"), row.test) << row.disk;
+		EXPECT_EQ(texts(d, {"health", "weight"}), (Strings{row.health, row.weight})) << row.disk;
+		EXPECT_EQ(texts(field(d, "weights"), {"smart_attributes", "self_test"}), (Strings{row.attrs, row.test}))
+			<< row.disk;
 	}
 	EXPECT_NE(text(byDisk(all.obj, "/dev/sdf"), "reasons").find("Reallocated_Sector_Ct is at or below"), std::string::npos);
 
@@ -76,19 +69,17 @@ TEST(HealthCli, TestStartedStatusStoppedAndListed)
 	BuiltBox box;
 	ASSERT_TRUE(box.ok()) << box.log();
 	ASSERT_EQ(box.vexohw({"smart", "test", "start", "sdb", "--type", "extend"}).status, 0);
-	EXPECT_EQ(readFile(box.root() + "/run/vexostorage/disks/sdb/smart_testing"), "extend");
+	EXPECT_EQ(box.read("/run/vexostorage/disks/sdb/smart_testing"), "extend");
 	JsonDoc running(box.vexohw({"--json", "smart", "test", "status", "sdb"}).out);
-	EXPECT_EQ(text(running.obj, "running"), "true");
-	EXPECT_EQ(text(running.obj, "progress"), "10%");
+	EXPECT_EQ(texts(running.obj, {"running", "progress"}), (Strings{"true", "10%"}));
 	EXPECT_NE(box.vexohw({"smart", "test", "start", "sdb"}).status, 0); // one test at a time
 
 	ASSERT_EQ(box.vexohw({"smart", "test", "stop", "sdb"}).status, 0);
-	EXPECT_EQ(readFile(box.root() + "/run/vexostorage/disks/sdb/smart_testing"), "");
+	EXPECT_EQ(box.read("/run/vexostorage/disks/sdb/smart_testing"), "");
 	JsonDoc rows(box.vexohw({"--json", "smart", "tests", "sdb"}).out);
 	EXPECT_EQ(text(rows.obj, "total"), "1");
 	json_object *first = json_object_array_get_idx(field(rows.obj, "rows"), 0);
-	EXPECT_EQ(text(first, "test_type"), "extend");
-	EXPECT_EQ(text(first, "result"), "aborted");
+	EXPECT_EQ(texts(first, {"test_type", "result"}), (Strings{"extend", "aborted"}));
 	EXPECT_NE(box.vexohw({"smart", "test", "start", "sdb", "--type", "long"}).status, 0);
 }
 
@@ -114,6 +105,24 @@ TEST(HealthCli, CachedVerdictOfSixtyDisksSendsNothing)
 	}
 	EXPECT_FALSE(std::filesystem::exists(root + "/run/vexosim/drive"));
 	std::filesystem::remove_all(dir);
+}
+
+// vexohw mail: the rows of a disk whose commands time out, the mail spooled
+// with the hot spare manager told, and a sleeping disk left asleep with no mail.
+TEST(MailCli, ContentThenSendThenAsleep)
+{
+	BuiltBox box;
+	ASSERT_TRUE(box.ok()) << box.log();
+	std::filesystem::create_directories(box.root() + "/run/vexostorage/disks/sda");
+	std::ofstream(box.root() + "/run/vexostorage/disks/sda/timeout_weight") << "5";
+	JsonDoc content(box.vexohw({"--json", "mail", "content", "sda"}).out);
+	EXPECT_EQ(text(content.obj, "rows_marked"), "1");
+	EXPECT_NE(text(content.obj, "content_html").find("Command timeouts: <font color=\"orange\">Warning</font><br>"),
+		  std::string::npos);
+	EXPECT_EQ(text(JsonDoc(box.vexohw({"--json", "mail", "send", "sda"}).out).obj, "mail_sent"), "true");
+	ASSERT_EQ(box.vexohw({"power", "standby", "sda"}).status, 0);
+	EXPECT_EQ(text(JsonDoc(box.vexohw({"--json", "mail", "send", "sda"}).out).obj, "power_mode"), "standby");
+	EXPECT_EQ(box.read("/tmp/vexosim_hotspare"), "health /dev/sda\n"); // once: the sleeping disk was not asked
 }
 
 } // namespace
