@@ -13,6 +13,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "frame/ipc.h"
 #include "support/vexotest.h"
 
 namespace vexo::test {
@@ -45,7 +46,12 @@ public:
 		ok_ = r.status == 0;
 		log_ = r.out + r.err;
 	}
-	~BuiltBox() { std::filesystem::remove_all(dir_); }
+	~BuiltBox()
+	{
+		// The unit commands leave semaphores keyed on the root: gone with it.
+		vexo::ipc::removeRootSemaphores(root_);
+		std::filesystem::remove_all(dir_);
+	}
 	BuiltBox(const BuiltBox &) = delete;
 	BuiltBox &operator=(const BuiltBox &) = delete;
 
