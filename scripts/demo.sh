@@ -246,6 +246,7 @@ sleep 1
 run led status sda
 sleep 2
 run led faulty sdb
+run led normal sdb
 build/bin/vexosim stop "$root"
 grep 'command=\(14\|28\|29\)' "$root/var/log/vcemd_sim.log" | cut -c1-60 || true
 
