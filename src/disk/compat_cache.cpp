@@ -21,6 +21,7 @@
 #include "frame/cache_keys.h"
 #include "frame/err.h"
 #include "frame/exec.h"
+#include "frame/file_lock.h"
 #include "frame/priv.h"
 #include "frame/sysroot.h"
 #include "frame/unique.h"
@@ -104,26 +105,6 @@ bool forAllDisks(DiskEnumFilter *filter, int (*fn)(const char *))
 	return ok;
 }
 
-class CheckLock {
-public:
-	void take(const std::string &path)
-	{
-		ENTERCriticalSection;
-		if (!VLIBCFileLockTimeByFile(path.c_str(), 1, 10, &fd_)) {
-			vlog(LOG_ERR, "%s:%d Failed to get lock %s", VEXO_AT, path.c_str());
-			fd_ = -1;
-		}
-	}
-	~CheckLock()
-	{
-		if (fd_ >= 0 && !VLIBCFileUnlockByFile(fd_))
-			::close(fd_);
-	}
-
-private:
-	int fd_ = -1;
-};
-
 bool blockExists(const char *path)
 {
 	std::string name;
@@ -161,8 +142,8 @@ try {
 	}
 	ENTERCriticalSection;
 	const std::string lock = std::string(vexo::cache::kDisksDir) + "/" + name + "/compatibility.lock";
-	int fd = -1;
-	if (!VLIBCFileLockTimeByFile(lock.c_str(), 1, 10, &fd)) {
+	vexo::FileLock held;
+	if (!held.take(lock.c_str(), 10)) {
 		vlog(LOG_ERR, "%s:%d Failed to get lock %s", VEXO_AT, lock.c_str());
 		return -1;
 	}
@@ -187,10 +168,8 @@ try {
 		vlog(LOG_ERR, "%s:%d Failed to update cache file for %s", VEXO_AT, disk);
 		failed = true;
 	}
-	if (!VLIBCFileUnlockByFile(fd)) {
+	if (!held.release())
 		vlog(LOG_ERR, "%s:%d Fail to unlock %s", VEXO_AT, lock.c_str());
-		::close(fd);
-	}
 	return failed ? -1 : 0;
 } VEXO_C_CATCH(-1)
 
@@ -200,9 +179,13 @@ try {
 	// it: the whole check, before to after, is one per disk at a time. A
 	// lock not had in time still lets the refresh run.
 	std::string name;
-	CheckLock check;
-	if (shortName(disk, name))
-		check.take(std::string(vexo::cache::kDisksDir) + "/" + name + "/compatibility_check.lock");
+	vexo::FileLock check;
+	if (shortName(disk, name)) {
+		const std::string path = std::string(vexo::cache::kDisksDir) + "/" + name + "/compatibility_check.lock";
+		ENTERCriticalSection;
+		if (!check.take(path.c_str(), 10))
+			vlog(LOG_ERR, "%s:%d Failed to get lock %s", VEXO_AT, path.c_str());
+	}
 	const int before = vexo::compatcache::cachedStatus(disk);
 	const int alertBefore = VEXODiskCompatibilityNeedAlert(disk);
 	int r = VEXODiskCompatibilityCacheUpdate(disk);

@@ -10,6 +10,7 @@
 #include "disk/disk_probe_name.h"
 #include "frame/cache_keys.h"
 #include "frame/err.h"
+#include "frame/file_lock.h"
 
 namespace {
 
@@ -42,9 +43,8 @@ try {
 	vlog(LOG_ERR, "%s:%d Failed to get %s status of %s, retry it", VEXO_AT, kKey, dev.c_str());
 	// One process recomputes; the others wait for its answer.
 	std::string lock = "/run/vexostorage/disks/" + name + "/.lock.mask_serial";
-	int fd = -1;
-	bool locked = VLIBCFileLockTimeByFile(lock.c_str(), 1, kLockWaitSeconds, &fd) != 0;
-	if (locked && VEXODiskGetIntValueCacheFile(dev.c_str(), kKey, &value) != 0 &&
+	vexo::FileLock held;
+	if (held.take(lock.c_str(), kLockWaitSeconds) && VEXODiskGetIntValueCacheFile(dev.c_str(), kKey, &value) != 0 &&
 	    VLIBCExecl(kTool, kTool, "--reset-disk-attr", name.c_str(), "serial-mask", static_cast<char *>(nullptr)) != 0)
 		vlog(LOG_ERR, "%s:%d Failed to re-set %s status of %s", VEXO_AT, kKey, dev.c_str());
 	int result = 0;
@@ -52,7 +52,5 @@ try {
 		vlog(LOG_ERR, "%s:%d Failed to re-get %s status of %s", VEXO_AT, kKey, dev.c_str());
 	else
 		result = value == 1 ? 1 : 0;
-	if (locked && !VLIBCFileUnlockByFile(fd))
-		::close(fd);
 	return result;
 } VEXO_C_CATCH(0)

@@ -15,6 +15,7 @@
 #include "disk/fw_status_imp.h"
 #include "frame/cache_keys.h"
 #include "frame/err.h"
+#include "frame/file_lock.h"
 #include "frame/priv.h"
 #include "frame/sysroot.h"
 
@@ -53,8 +54,8 @@ try {
 	const std::string dir = std::string(vexo::cache::kDisksDir) + "/" + name;
 	const std::string lock = dir + "/firm_status_from_db.lock";
 	ENTERCriticalSection; // the lock file and the values are root's
-	int fd = -1;
-	if (!VLIBCFileLockTimeByFile(lock.c_str(), 1, 10, &fd)) {
+	vexo::FileLock held;
+	if (!held.take(lock.c_str(), 10)) {
 		vlog(LOG_ERR, "%s:%d Failed to get lock %s", VEXO_AT, lock.c_str());
 		return -1;
 	}
@@ -91,10 +92,8 @@ try {
 		vlog(LOG_ERR, "%s:%d Failed to update %s on %s", VEXO_AT, "firm", name.c_str());
 		ok = false;
 	}
-	if (!VLIBCFileUnlockByFile(fd)) {
+	if (!held.release())
 		vlog(LOG_ERR, "%s:%d Fail to unlock %s", VEXO_AT, lock.c_str());
-		::close(fd);
-	}
 	return ok ? 0 : -1;
 } VEXO_C_CATCH(-1)
 

@@ -18,6 +18,7 @@
 #include "disk/fw_status.h"
 #include "frame/clock.h"
 #include "frame/err.h"
+#include "frame/file_lock.h"
 #include "frame/jsonc.h"
 #include "frame/priv.h"
 #include "frame/sysroot.h"
@@ -112,8 +113,8 @@ Copy refreshServerCopy()
 	if (VEXOSystemGetBootStep() != kBootStepRunning) {
 		VEXO_ERR(VEXO_ERR_NET);
 	} else if (due()) {
-		int fd = -1;
-		if (!VLIBCFileLockTimeByFile(kServerLock, 1, 10, &fd)) {
+		vexo::FileLock lock;
+		if (!lock.take(kServerLock, 10)) {
 			vlog(LOG_ERR, "%s:%d Failed to lock %s, try to set it without lock then", VEXO_AT, kServerLock);
 			failed = true;
 		} else {
@@ -124,10 +125,8 @@ Copy refreshServerCopy()
 		if (vexo::sysroot::stat(kServerInfoTmp, &st) == 0 &&
 		    vexo::sysroot::rename(kServerInfoTmp, kServerInfo) != 0)
 			vlog(LOG_ERR, "%s:%d Failed to rename server info", VEXO_AT);
-		if (fd >= 0 && !VLIBCFileUnlockByFile(fd)) {
+		if (!lock.release())
 			vlog(LOG_ERR, "%s:%d Failed to unlock %s.", VEXO_AT, kServerLock);
-			::close(fd);
-		}
 	}
 	if (failed) {
 		vlog(LOG_ERR, "%s:%d Fail to update server info", VEXO_AT);

@@ -8,6 +8,8 @@
 #include <vexohw/drive_bundle.h>
 #include <vexoplatform/vexocore.h>
 
+#include "frame/file_lock.h"
+
 namespace vexo::bundle {
 
 inline constexpr const char *kRunDir = "/var/run/drive-bundle/";
@@ -25,27 +27,7 @@ inline constexpr int kLockSeconds = 10;
 // The words of the state file, indexed by the state value.
 inline constexpr const char *kStateWords[] = {"do_nothing", "going_to_start", "upgrading_all", "post_handle"};
 
-// An exclusive lock file held for the scope (flock: between processes, and
-// between threads since each guard opens its own description).
-class LockFile {
-public:
-	LockFile(const char *path, int seconds)
-	{
-		if (!VLIBCFileLockTimeByFile(path, 1, seconds, &fd_))
-			fd_ = -1;
-	}
-	~LockFile()
-	{
-		if (fd_ >= 0 && !VLIBCFileUnlockByFile(fd_))
-			::close(fd_);
-	}
-	LockFile(const LockFile &) = delete;
-	LockFile &operator=(const LockFile &) = delete;
-	bool held() const { return fd_ >= 0; }
-
-private:
-	int fd_ = -1;
-};
+using LockFile = vexo::FileLock;
 
 // The state moved from `from` to `to` under the state lock; -1 (state
 // untouched) when it was another.

@@ -7,6 +7,7 @@
 
 #include "fan/fan_private.h"
 #include "frame/err.h"
+#include "frame/file_lock.h"
 #include "frame/priv.h"
 
 using namespace vexo::fan;
@@ -77,8 +78,7 @@ TablePtr readTable(const xmlNode *node, const VEXO_FAN_CONFIG_T *config, int typ
 // not the parse: the tables are sound.
 void postProcess(VEXO_FAN_CONFIG_T *config, int groupName)
 {
-	int lockFd = -1;
-	bool locked = false;
+	vexo::FileLock lock;
 	for (VEXO_FAN_TABLE_T *t = config->tables; t; t = t->next) {
 		if (t->count == 0)
 			continue;
@@ -102,12 +102,9 @@ void postProcess(VEXO_FAN_CONFIG_T *config, int groupName)
 			config->warning_temp = (int32_t)((before.temperature + last.temperature) >> 1);
 		if (t->type != FAN_TABLE_DISK)
 			continue;
-		if (!locked) {
-			if (!VLIBCFileLockTimeByFile(VEXO_FAN_DISK_WARNING_LOCK, 1, 15, &lockFd)) {
-				vlog(LOG_ERR, "%s:%d fail to VLIBCFileLockTimeByFile %s", VEXO_AT, VEXO_FAN_DISK_WARNING_LOCK);
-				break;
-			}
-			locked = true;
+		if (!lock.take(VEXO_FAN_DISK_WARNING_LOCK, 15)) {
+			vlog(LOG_ERR, "%s:%d fail to VLIBCFileLockTimeByFile %s", VEXO_AT, VEXO_FAN_DISK_WARNING_LOCK);
+			break;
 		}
 		std::string text = std::to_string(before.temperature);
 		int stored;
@@ -120,10 +117,8 @@ void postProcess(VEXO_FAN_CONFIG_T *config, int groupName)
 			break;
 		}
 	}
-	if (locked && !VLIBCFileUnlockByFile(lockFd)) {
+	if (!lock.release())
 		vlog(LOG_ERR, "%s:%d fail to VLIBCFileLockTimeByFile %s", VEXO_AT, VEXO_FAN_DISK_WARNING_LOCK);
-		::close(lockFd);
-	}
 }
 
 } // namespace

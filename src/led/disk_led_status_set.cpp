@@ -17,6 +17,7 @@
 
 #include "frame/clock.h"
 #include "frame/err.h"
+#include "frame/file_lock.h"
 #include "frame/priv.h"
 #include "frame/sysroot.h"
 #include "frame/unique.h"
@@ -34,24 +35,6 @@ struct HashFree {
 	void operator()(VLIBSZHASH *h) const { VLIBCSzHashFree(h); }
 };
 using Hash = std::unique_ptr<VLIBSZHASH, HashFree>;
-
-// The status file's lock, held for one read or write.
-class StatusLock {
-public:
-	StatusLock() : held_(VLIBCFileLockTimeByFile(VEXO_DISK_LED_LOCK_FILE, 1, kLockWaitSeconds, &fd_) != 0) {}
-	~StatusLock()
-	{
-		if (held_ && !VLIBCFileUnlockByFile(fd_))
-			::close(fd_);
-	}
-	StatusLock(const StatusLock &) = delete;
-	StatusLock &operator=(const StatusLock &) = delete;
-	bool held() const { return held_; }
-
-private:
-	int fd_ = -1;
-	bool held_;
-};
 
 struct Drive {
 	std::string path;
@@ -125,7 +108,7 @@ pid_t sectionPid(const Drive &d)
 // Removes the drive's section, or only while it still names `owner`.
 bool removeSection(const Drive &d, pid_t owner = 0)
 {
-	StatusLock lock;
+	vexo::FileLock lock(VEXO_DISK_LED_LOCK_FILE, kLockWaitSeconds);
 	if (!lock.held()) {
 		VEXO_ERR(VEXO_ERR_LOCK);
 		return false;
@@ -162,7 +145,7 @@ int switchChild(const Drive &d, int duration)
 	h.reset(raw);
 	pid_t previous = 0;
 	{
-		StatusLock lock;
+		vexo::FileLock lock(VEXO_DISK_LED_LOCK_FILE, kLockWaitSeconds);
 		if (!lock.held()) {
 			VEXO_ERR(VEXO_ERR_LOCK);
 			return 1;
@@ -288,7 +271,7 @@ bool dropSection(const Drive &d)
 // switch is under way (after "faulty").
 int restore(const Drive &d, bool always)
 {
-	StatusLock lock;
+	vexo::FileLock lock(VEXO_DISK_LED_LOCK_FILE, kLockWaitSeconds);
 	if (!lock.held()) {
 		VEXO_ERR(VEXO_ERR_LOCK);
 		return -1;
@@ -313,7 +296,7 @@ int restore(const Drive &d, bool always)
 // or its child would put the LED back to normal over it.
 int faulty(const Drive &d)
 {
-	StatusLock lock;
+	vexo::FileLock lock(VEXO_DISK_LED_LOCK_FILE, kLockWaitSeconds);
 	if (!lock.held()) {
 		VEXO_ERR(VEXO_ERR_LOCK);
 		return -1;
@@ -393,7 +376,7 @@ try {
 		*out = s;
 		return 0;
 	}
-	StatusLock lock;
+	vexo::FileLock lock(VEXO_DISK_LED_LOCK_FILE, kLockWaitSeconds);
 	if (!lock.held()) {
 		VEXO_ERR(VEXO_ERR_LOCK);
 		return -1;

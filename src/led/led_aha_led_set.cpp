@@ -7,30 +7,12 @@
 #include <vexohw/ext.h>
 
 #include "frame/err.h"
+#include "frame/file_lock.h"
 #include "led/led_private.h"
 
 namespace {
 
 constexpr int kLockWaitSeconds = 10;
-
-// The register shared by several LEDs is read and written back whole: two
-// callers setting different LEDs at once would otherwise undo each other.
-class ChipLock {
-public:
-	ChipLock() : held_(VLIBCFileLockTimeByFile(VEXO_LED_AHA_LOCK_FILE, 1, kLockWaitSeconds, &fd_) != 0) {}
-	~ChipLock()
-	{
-		if (held_ && !VLIBCFileUnlockByFile(fd_))
-			::close(fd_);
-	}
-	ChipLock(const ChipLock &) = delete;
-	ChipLock &operator=(const ChipLock &) = delete;
-	bool held() const { return held_; }
-
-private:
-	int fd_ = -1;
-	bool held_;
-};
 
 std::string hex(int v)
 {
@@ -55,7 +37,9 @@ try {
 		return -1;
 	}
 	const std::string b = std::to_string(nr), a = hex(address), r = hex(reg);
-	ChipLock lock;
+	// The register shared by several LEDs is read and written back whole: two
+	// callers setting different LEDs at once would otherwise undo each other.
+	vexo::FileLock lock(VEXO_LED_AHA_LOCK_FILE, kLockWaitSeconds);
 	if (!lock.held()) {
 		vlog(LOG_ERR, "%s:%d Failed to lock %s", VEXO_AT, VEXO_LED_AHA_LOCK_FILE);
 		VEXO_ERR(VEXO_ERR_LOCK);

@@ -13,6 +13,7 @@
 #include "frame/clock.h"
 #include "frame/err.h"
 #include "frame/exec.h"
+#include "frame/file_lock.h"
 #include "frame/priv.h"
 #include "frame/sysroot.h"
 #include "frame/unique.h"
@@ -159,14 +160,11 @@ extern "C" VEXO_API int VEXODiskMiscVOSUpdateInfoGet(VOSUpdateInfo *update, VOSU
 		return -1;
 	}
 	if (due()) {
-		int fd = -1;
-		bool locked = VLIBCFileLockTimeByFile(kLock, 1, 10, &fd) != 0;
-		if (!locked)
+		vexo::FileLock lock;
+		if (!lock.take(kLock, 10))
 			vlog(LOG_ERR, "%s:%d Failed to lock %s, try to set it without lock then", VEXO_AT, kLock);
 		if (due()) // another process may have asked while we waited
 			refresh();
-		if (locked && !VLIBCFileUnlockByFile(fd))
-			::close(fd);
 	}
 	vexo::UniqueFile f(vexo::sysroot::fopen(kInfo, "re"));
 	if (!f) {

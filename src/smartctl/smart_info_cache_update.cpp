@@ -14,6 +14,7 @@
 
 #include "frame/cache_keys.h"
 #include "frame/err.h"
+#include "frame/file_lock.h"
 #include "frame/priv.h"
 #include "frame/sysroot.h"
 #include "frame/unique.h"
@@ -23,35 +24,6 @@ namespace {
 
 using vexo::smart::UniqueJson;
 
-// Holds a lock file. Failure paths release it quietly; the success path
-// releases it with release(), whose failure is recorded.
-class LockFile {
-public:
-	LockFile() = default;
-	LockFile(const LockFile &) = delete;
-	LockFile &operator=(const LockFile &) = delete;
-	~LockFile()
-	{
-		if (fd_ >= 0 && !VLIBCFileUnlockByFile(fd_))
-			::close(fd_);
-	}
-	bool take(const std::string &path, int seconds)
-	{
-		return VLIBCFileLockTimeByFile(path.c_str(), 1, seconds, &fd_) != 0;
-	}
-	bool release()
-	{
-		int fd = fd_;
-		fd_ = -1;
-		if (VLIBCFileUnlockByFile(fd))
-			return true;
-		::close(fd);
-		return false;
-	}
-
-private:
-	int fd_ = -1;
-};
 
 bool addString(json_object *arr, const char *s)
 {
@@ -119,8 +91,8 @@ try {
 		return -1;
 	}
 	const std::string dir = std::string(vexo::cache::kDisksDir) + "/" + name + "/";
-	LockFile lock;
-	if (!lock.take(dir + vexo::smart::kCacheLock, vexo::smart::kCacheLockSeconds)) {
+	vexo::FileLock lock;
+	if (!lock.take((dir + vexo::smart::kCacheLock).c_str(), vexo::smart::kCacheLockSeconds)) {
 		vlog(LOG_ERR, "%s:%d Failed to lock %s%s", VEXO_AT, dir.c_str(), vexo::smart::kCacheLock);
 		VEXO_ERR(VEXO_ERR_LOCK);
 		return -1;
