@@ -87,20 +87,27 @@ int sendLog(const Drive &d, const char *status, int duration)
 	return 0;
 }
 
+// The drive's section; null when no hash could be had. `n` is the reader's
+// result: below 0 when there is no section or it could not be read.
+Hash readSection(const Drive &d, int &n)
+{
+	Hash h(VLIBCSzHashAlloc(8));
+	n = -1;
+	if (!h)
+		return h;
+	VLIBSZHASH *raw = h.release(); // the reader may grow it
+	n = VLIBCFileGetSection(VEXO_DISK_LED_STATUS_FILE, d.section.c_str(), &raw);
+	h.reset(raw);
+	return h;
+}
+
 // The pid of the drive's section; 0 when there is none.
 pid_t sectionPid(const Drive &d)
 {
-	Hash h(VLIBCSzHashAlloc(8));
-	if (!h)
+	int n;
+	Hash h = readSection(d, n);
+	if (!h || n < 0)
 		return 0;
-	VLIBSZHASH *raw = h.get();
-	if (VLIBCFileGetSection(VEXO_DISK_LED_STATUS_FILE, d.section.c_str(), &raw) < 0) {
-		h.release();
-		h.reset(raw);
-		return 0;
-	}
-	h.release();
-	h.reset(raw);
 	const char *v = VLIBCSzHashGetValue(h.get(), "pid");
 	return v ? static_cast<pid_t>(std::strtol(v, nullptr, 10)) : 0;
 }
@@ -229,14 +236,9 @@ int startSwitch(const Drive &d, int duration)
 // that child is gone and the number may be another process's by now.
 pid_t liveSwitch(const Drive &d)
 {
-	Hash h(VLIBCSzHashAlloc(8));
-	if (!h)
-		return 0;
-	VLIBSZHASH *raw = h.get();
-	int n = VLIBCFileGetSection(VEXO_DISK_LED_STATUS_FILE, d.section.c_str(), &raw);
-	h.release();
-	h.reset(raw);
-	if (n < 0)
+	int n;
+	Hash h = readSection(d, n);
+	if (!h || n < 0)
 		return 0;
 	const char *pid = VLIBCSzHashGetValue(h.get(), "pid"), *due = VLIBCSzHashGetValue(h.get(), "time");
 	pid_t child = pid ? static_cast<pid_t>(std::strtol(pid, nullptr, 10)) : 0;
@@ -381,15 +383,12 @@ try {
 		VEXO_ERR(VEXO_ERR_LOCK);
 		return -1;
 	}
-	Hash h(VLIBCSzHashAlloc(8));
+	int n;
+	Hash h = readSection(d, n);
 	if (!h) {
 		VEXO_ERR(VEXO_ERR_LIST_ALLOC);
 		return -1;
 	}
-	VLIBSZHASH *raw = h.get();
-	int n = VLIBCFileGetSection(VEXO_DISK_LED_STATUS_FILE, d.section.c_str(), &raw);
-	h.release();
-	h.reset(raw);
 	if (n < 0 && VLIBCErrGet() == VEXO_ERR_NOT_FOUND) {
 		VLIBCErrClear();
 		*out = s;
