@@ -90,6 +90,12 @@ TEST(ExecSeam, RunsUnderTheRootWithLiteralArguments)
 	EXPECT_EQ(r.status(), 0);
 	EXPECT_EQ(std::atoi(r.out.c_str()), 200000);
 	EXPECT_EQ(r.err, "oops\n");
+	// A variable given to the child replaces the caller's, never doubles it.
+	ScopedEnv mine("VEXO_SEAM_T", "caller");
+	program(root, "/usr/bin/envof", "env | grep '^VEXO_SEAM_T' | sort\n");
+	o = {};
+	o.env = {"VEXO_SEAM_T=child", "VEXO_SEAM_TT=new"};
+	EXPECT_EQ(vexo::exec::run({"/usr/bin/envof"}, o).out, "VEXO_SEAM_T=child\nVEXO_SEAM_TT=new\n");
 }
 
 TEST(ExecSeam, MissingProgramAndSignals)
