@@ -92,7 +92,8 @@ TEST(ExecSeam, RunsUnderTheRootWithLiteralArguments)
 	EXPECT_EQ(r.err, "oops\n");
 	// A variable given to the child replaces the caller's, never doubles it.
 	ScopedEnv mine("VEXO_SEAM_T", "caller");
-	program(root, "/usr/bin/envof", "env | grep '^VEXO_SEAM_T' | sort\n");
+	// The raw block the child was given: a shell would fold duplicates.
+	program(root, "/usr/bin/envof", "tr '\\0' '\\n' </proc/$$/environ | grep '^VEXO_SEAM_T' | sort\n");
 	o = {};
 	o.env = {"VEXO_SEAM_T=child", "VEXO_SEAM_TT=new"};
 	EXPECT_EQ(vexo::exec::run({"/usr/bin/envof"}, o).out, "VEXO_SEAM_T=child\nVEXO_SEAM_TT=new\n");
