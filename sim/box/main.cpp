@@ -256,6 +256,10 @@ int main(int argc, char **argv)
 			vexosim::Box box = vexosim::parse(argv[2]);
 			vexosim::Tree tree(argv[3]);
 			vexosim::build(box, tree);
+			// The root replaced takes its semaphores with it, as on `stop`.
+			char old[PATH_MAX];
+			if (::realpath(argv[3], old) && ::access((std::string(old) + vexosim::kMarker).c_str(), F_OK) == 0)
+				vexo::ipc::removeRootSemaphores(old);
 			tree.commit();
 			std::printf("%s: %s with %zu devices in %s\n", argv[2], box.model.c_str(), box.devices.size(),
 				    argv[3]);

@@ -36,19 +36,26 @@ key_t unitSemaphore(const Sysroot &root)
 TEST(UnitSemaphore, GoesWithTheRoot)
 {
 	ASSERT_TRUE(gEmulator);
+	enum By { Removed, Stop, Rebuild };
 	const struct {
 		const char *teardown;
-		bool byVexosim;
-	} cases[] = {{"test root removed", false}, {"vexosim stop", true}};
+		By by;
+	} cases[] = {{"test root removed", Removed}, {"vexosim stop", Stop}, {"vexosim build over it", Rebuild}};
 	for (const auto &c : cases) {
 		SCOPED_TRACE(c.teardown);
 		std::optional<Sysroot> root(std::in_place);
 		const key_t key = unitSemaphore(*root);
 		ASSERT_NE(key, -1);
 		ASSERT_GE(::semget(key, 0, 0), 0);
-		if (c.byVexosim)
-			EXPECT_EQ(runProgram({buildDir() + "/bin/vexosim", "stop", root->root()}), 0);
-		else
+		const std::string vexosim = buildDir() + "/bin/vexosim";
+		if (c.by == Stop) {
+			EXPECT_EQ(runProgram({vexosim, "stop", root->root()}), 0);
+		}
+		if (c.by == Rebuild) {
+			root->write("/.vexosim", "vexosim root\n"); // a root vexosim may replace
+			EXPECT_EQ(runProgram({vexosim, "build", sourceDir() + "/examples/box12.json", root->root()}), 0);
+		}
+		if (c.by == Removed)
 			root.reset();
 		errno = 0;
 		EXPECT_EQ(::semget(key, 0, 0), -1);
