@@ -448,15 +448,12 @@ TEST_F(Temperature, FromCache)
 
 // Debug overrides of a SMART attribute list: the override section is named
 // by the drive's true serial, which the emulated drive answers.
-class SmartInfoOverride : public DriveSim {
+class SmartInfoOverride : public SimDisk {
 protected:
 	void SetUp() override
 	{
-		DriveSim::SetUp();
+		SimDisk::SetUp();
 		ASSERT_TRUE(kBackend);
-		DiskLayout(root).sata("sda", 1);
-		node("sda", kAtaNode);
-		root.diskDir("sda");
 		root.write("/usr/bin/smartctl",
 			   "#!/bin/sh\ncat <<'EOF'\n"
 			   "ID# ATTRIBUTE_NAME          FLAG     VALUE WORST THRESH TYPE      UPDATED  WHEN_FAILED RAW_VALUE\n"
@@ -465,15 +462,6 @@ protected:
 			   "194 Temperature_Celsius     0x0002   181   181   000    Old_age   Always       -       33 (Min/Max 17/49)\n"
 			   "\nEOF\n",
 			   0755);
-	}
-	void product(bool debug, const char *debugType)
-	{
-		std::vector<std::pair<std::string, std::string>> kv = {{"internalportcfg", "0xff"}};
-		if (debug)
-			kv.emplace_back("support_disk_status_debug", "yes");
-		if (debugType)
-			kv.emplace_back("smart_attr_debug_type", debugType);
-		root.conf("/etc.defaults/vexoinfo.conf", kv);
 	}
 };
 
@@ -497,7 +485,12 @@ TEST_F(SmartInfoOverride, FieldsRowsAndGates)
 	};
 	for (const auto &c : cases) {
 		SCOPED_TRACE(std::string(c.gate ? "gate " : "no gate ") + (c.type ? c.type : "") + " " + c.section);
-		product(c.gate, c.type);
+		std::vector<std::pair<std::string, std::string>> keys;
+		if (c.gate)
+			keys.emplace_back("support_disk_status_debug", "yes");
+		if (c.type)
+			keys.emplace_back("smart_attr_debug_type", c.type);
+		product(keys);
 		root.write("/tmp/.disk_status_debug", std::string("[") + c.section +
 							     "]\nsmart_info=\"#5, SKIP, SKIP, 120, 8;#194, 45, SKIP, SKIP, SKIP\"\n");
 		ListGuard g;
@@ -599,18 +592,6 @@ TEST_F(SelfTestLog, ExtendedLogOfTenPages)
 	// values, log directory, extended directory, then all ten pages at once
 	EXPECT_EQ(commands("sda").size(), 4u);
 	EXPECT_EQ(countOf("sda", "cdb=85080e0000000a000700000000002f00 -> ok"), 1);
-}
-
-TEST_F(SelfTestLog, HistoryFillsExtendedLogPages)
-{
-	std::string tests = R"([{"type":2,"status":64})";
-	for (int i = 0; i < 24; ++i)
-		tests += R"(,{"type":1,"status":0})";
-	selfTests("sda", "ZL2K4T7C", tests + "]");
-	kind(2);
-	clearCommands("sda");
-	EXPECT_EQ(results(), "extend=4 quick=1 latest=2/4");
-	EXPECT_EQ(countOf("sda", "2f00 -> ok"), 2); // the directory, then both pages at once
 }
 
 TEST_F(SelfTestLog, ScsiResultsAndControlModePages)
