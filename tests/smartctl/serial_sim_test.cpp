@@ -1,8 +1,6 @@
 // Values read from the emulated drive: firmware and serial (with the masked
 // serial the maker's disks keep), the temperature from each source in its
 // turn, the debug overrides of an attribute list, and the self-test records.
-#include <algorithm>
-#include <cstring>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <scsi/sg.h>

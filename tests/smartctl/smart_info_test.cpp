@@ -4,7 +4,6 @@
 // readers, and the self-test log pages decoded.
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <ctime>
 #include <dirent.h>
 #include <fcntl.h>
