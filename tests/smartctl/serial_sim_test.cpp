@@ -500,22 +500,13 @@ TEST_F(SmartInfoOverride, FieldsRowsAndGates)
 // Self-test records read from emulated drives: which commands reach the
 // drive, the status and weight, the fallback files, and closing the record
 // of a finished test (keys, event row, concurrency between processes).
-class SelfTestLog : public DriveSim {
+class SelfTestLog : public SimDisk {
 protected:
 	void SetUp() override
 	{
-		DriveSim::SetUp();
+		SimDisk::SetUp();
 		ports(false);
-		disk("sda", 1);
 		selfTests("sda", "ZL2K4T7C", "[]");
-	}
-	// An ATA disk of the maker's model on its own ATA port.
-	void disk(const std::string &name, int port)
-	{
-		DiskLayout(root).sata(name, port);
-		root.write("/sys/block/" + name + "/device/vendor", "ATA     \n");
-		root.write("/sys/block/" + name + "/device/model", "VEXO HAT5300-8T\n");
-		root.diskDir(name);
 	}
 	// Its drive with a self-test history (newest first) and extra raw logs.
 	void selfTests(const std::string &name, const std::string &serial, const std::string &tests,
@@ -693,7 +684,9 @@ TEST_F(SelfTestLog, StopRecordsTheFinishedTestAndPagesTheDatabase)
 TEST_F(SelfTestLog, TwoProcessesRecordingLoseNoKey)
 {
 	selfTests("sda", "ZL2K4T7C", R"([{"type":1,"status":0}])");
-	disk("sdb", 2);
+	DiskLayout(root).sata("sdb", 2);
+	sysfs("sdb", "ATA", "VEXO HAT5300-8T", true);
+	root.diskDir("sdb");
 	selfTests("sdb", "ZL2K0002", R"([{"type":1,"status":0}])");
 	kind(1);
 	kind(1, "sdb");
