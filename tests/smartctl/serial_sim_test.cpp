@@ -1,8 +1,6 @@
 // Values read from the emulated drive: firmware and serial (with the masked
 // serial the maker's disks keep), the temperature from each source in its
 // turn, the debug overrides of an attribute list, and the self-test records.
-#include <algorithm>
-#include <cstring>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <scsi/sg.h>
@@ -448,15 +446,12 @@ TEST_F(Temperature, FromCache)
 
 // Debug overrides of a SMART attribute list: the override section is named
 // by the drive's true serial, which the emulated drive answers.
-class SmartInfoOverride : public DriveSim {
+class SmartInfoOverride : public SimDisk {
 protected:
 	void SetUp() override
 	{
-		DriveSim::SetUp();
+		SimDisk::SetUp();
 		ASSERT_TRUE(kBackend);
-		DiskLayout(root).sata("sda", 1);
-		node("sda", kAtaNode);
-		root.diskDir("sda");
 		root.write("/usr/bin/smartctl",
 			   "#!/bin/sh\ncat <<'EOF'\n"
 			   "ID# ATTRIBUTE_NAME          FLAG     VALUE WORST THRESH TYPE      UPDATED  WHEN_FAILED RAW_VALUE\n"
@@ -465,15 +460,6 @@ protected:
 			   "194 Temperature_Celsius     0x0002   181   181   000    Old_age   Always       -       33 (Min/Max 17/49)\n"
 			   "\nEOF\n",
 			   0755);
-	}
-	void product(bool debug, const char *debugType)
-	{
-		std::vector<std::pair<std::string, std::string>> kv = {{"internalportcfg", "0xff"}};
-		if (debug)
-			kv.emplace_back("support_disk_status_debug", "yes");
-		if (debugType)
-			kv.emplace_back("smart_attr_debug_type", debugType);
-		root.conf("/etc.defaults/vexoinfo.conf", kv);
 	}
 };
 
@@ -497,7 +483,12 @@ TEST_F(SmartInfoOverride, FieldsRowsAndGates)
 	};
 	for (const auto &c : cases) {
 		SCOPED_TRACE(std::string(c.gate ? "gate " : "no gate ") + (c.type ? c.type : "") + " " + c.section);
-		product(c.gate, c.type);
+		std::vector<std::pair<std::string, std::string>> keys;
+		if (c.gate)
+			keys.emplace_back("support_disk_status_debug", "yes");
+		if (c.type)
+			keys.emplace_back("smart_attr_debug_type", c.type);
+		product(keys);
 		root.write("/tmp/.disk_status_debug", std::string("[") + c.section +
 							     "]\nsmart_info=\"#5, SKIP, SKIP, 120, 8;#194, 45, SKIP, SKIP, SKIP\"\n");
 		ListGuard g;
@@ -509,22 +500,13 @@ TEST_F(SmartInfoOverride, FieldsRowsAndGates)
 // Self-test records read from emulated drives: which commands reach the
 // drive, the status and weight, the fallback files, and closing the record
 // of a finished test (keys, event row, concurrency between processes).
-class SelfTestLog : public DriveSim {
+class SelfTestLog : public SimDisk {
 protected:
 	void SetUp() override
 	{
-		DriveSim::SetUp();
+		SimDisk::SetUp();
 		ports(false);
-		disk("sda", 1);
 		selfTests("sda", "ZL2K4T7C", "[]");
-	}
-	// An ATA disk of the maker's model on its own ATA port.
-	void disk(const std::string &name, int port)
-	{
-		DiskLayout(root).sata(name, port);
-		root.write("/sys/block/" + name + "/device/vendor", "ATA     \n");
-		root.write("/sys/block/" + name + "/device/model", "VEXO HAT5300-8T\n");
-		root.diskDir(name);
 	}
 	// Its drive with a self-test history (newest first) and extra raw logs.
 	void selfTests(const std::string &name, const std::string &serial, const std::string &tests,
@@ -599,18 +581,6 @@ TEST_F(SelfTestLog, ExtendedLogOfTenPages)
 	// values, log directory, extended directory, then all ten pages at once
 	EXPECT_EQ(commands("sda").size(), 4u);
 	EXPECT_EQ(countOf("sda", "cdb=85080e0000000a000700000000002f00 -> ok"), 1);
-}
-
-TEST_F(SelfTestLog, HistoryFillsExtendedLogPages)
-{
-	std::string tests = R"([{"type":2,"status":64})";
-	for (int i = 0; i < 24; ++i)
-		tests += R"(,{"type":1,"status":0})";
-	selfTests("sda", "ZL2K4T7C", tests + "]");
-	kind(2);
-	clearCommands("sda");
-	EXPECT_EQ(results(), "extend=4 quick=1 latest=2/4");
-	EXPECT_EQ(countOf("sda", "2f00 -> ok"), 2); // the directory, then both pages at once
 }
 
 TEST_F(SelfTestLog, ScsiResultsAndControlModePages)
@@ -714,7 +684,9 @@ TEST_F(SelfTestLog, StopRecordsTheFinishedTestAndPagesTheDatabase)
 TEST_F(SelfTestLog, TwoProcessesRecordingLoseNoKey)
 {
 	selfTests("sda", "ZL2K4T7C", R"([{"type":1,"status":0}])");
-	disk("sdb", 2);
+	DiskLayout(root).sata("sdb", 2);
+	sysfs("sdb", "ATA", "VEXO HAT5300-8T", true);
+	root.diskDir("sdb");
 	selfTests("sdb", "ZL2K0002", R"([{"type":1,"status":0}])");
 	kind(1);
 	kind(1, "sdb");

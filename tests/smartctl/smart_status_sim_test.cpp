@@ -126,27 +126,34 @@ TEST_F(Verdict, TotalAndCachedOverview)
 	EXPECT_EQ(SmartOverviewStatusCacheGet("/dev/sda", nullptr), 0);
 }
 
-TEST_F(Verdict, EachSourceSetsItsFlag)
+// Each source beside SMART adds its weight to both overviews, the drive's
+// and the cached one, and the drive's sets the source's flag.
+TEST_F(Verdict, EachSourceAddsItsWeightAndSetsItsFlag)
 {
 	attr5(100, 100, 10);
 	root.write(SMART_ACTION_LOG, "");
+	root.write("/run/vexostorage/disks/sda/smart_damage_weight", "0");
 	struct Row {
-		const char *key;
-		int weight;
-		int SmartWarningReason::*flag; // null: the source has no flag
-	} rows[] = {{"timeout_weight", 1, &SmartWarningReason::errorTimeout},
-		    {"reset_fail_weight", 31, &SmartWarningReason::errorResetFail},
-		    {"unc_weight", 31, &SmartWarningReason::errorUnc},
-		    {"wdda_weight", 5, &SmartWarningReason::wdda},
-		    {"ssd_bundle_warning_weight", 2, nullptr}};
+		const char *key, *text;
+		int weight, status, cachedWeight, cachedStatus; // -1 and 0: no verdict
+		int SmartWarningReason::*flag;			 // null: the source has no flag
+	} rows[] = {{"timeout_weight", "1", 1, 2, 1, 2, &SmartWarningReason::errorTimeout},
+		    {"reset_fail_weight", "31", 31, 3, 31, 3, &SmartWarningReason::errorResetFail},
+		    {"unc_weight", "31", 31, 3, 31, 3, &SmartWarningReason::errorUnc},
+		    {"wdda_weight", "5", 5, 2, 0, 1, &SmartWarningReason::wdda}, // the cache keeps the damage weight
+		    {"wdda_damage_weight", "30", 0, 1, 30, 2, nullptr},
+		    {"ssd_bundle_warning_weight", "601", 601, 4, 601, 4, nullptr},
+		    {"unc_weight", "junk", -1, 0, -1, 0, nullptr}}; // a source that fails leaves no verdict
 	for (const Row &r : rows) {
 		for (const Row &o : rows)
 			root.remove(std::string("/run/vexostorage/disks/sda/") + o.key);
-		VEXODiskUpdateIntValueCacheFile("sda", r.key, r.weight);
+		root.write(std::string("/run/vexostorage/disks/sda/") + r.key, r.text);
 		SmartWarningReason reason{};
-		int w = -1;
-		EXPECT_EQ(SmartOverviewStatusGet("/dev/sda", nullptr, &reason, nullptr, &w), r.weight > 30 ? 3 : 2) << r.key;
+		int w = -1, cached = -1;
+		EXPECT_EQ(SmartOverviewStatusGet("/dev/sda", nullptr, &reason, nullptr, &w), r.status) << r.key;
 		EXPECT_EQ(w, r.weight) << r.key;
+		EXPECT_EQ(SmartOverviewStatusCacheGet("/dev/sda", &cached), r.cachedStatus) << r.key;
+		EXPECT_EQ(cached, r.cachedWeight) << r.key;
 		for (const Row &o : rows)
 			EXPECT_EQ(o.flag && reason.*o.flag, o.flag && o.flag == r.flag) << r.key << " sets " << o.key;
 	}
