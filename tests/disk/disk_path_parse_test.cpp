@@ -218,6 +218,10 @@ TEST_F(DiskNames, M2SataDisks)
 	ASSERT_EQ(DiskIndexAndSlotGet("/dev/nvc1p1", &port, &slot), 0);
 	EXPECT_EQ(port, 3);
 	EXPECT_EQ(slot, 1);
+	// M2C-S2 cards carry SATA here, but a VQ110 blocks them. A blocked
+	// device still parses; with no container of its own it reads as internal.
+	EXPECT_EQ(VEXODiskPortCheck("nvc1"), 10);
+	EXPECT_EQ(parse("nvc1"), "3 1 0 1 0");
 
 	// On the board of a VQ110: ATA ports 5 and 6 are M.2 slots 1 and 2.
 	disks.sata("nvc2", 6, "0000:00:17.0");
@@ -238,6 +242,9 @@ TEST_F(DiskNames, M2SataDisks)
 	EXPECT_EQ(DiskIndexAndSlotGet("nvc2", &port, &slot), -1);
 	EXPECT_FALSE(log.has(LOG_ERR, "out of expection"));
 	EXPECT_TRUE(log.has(LOG_ERR, "disk index and slot remap failed"));
+	// On another product the card's disk is a cache device.
+	disks.platform(std::string(kPlatform).replace(std::string(kPlatform).find("VQ110"), 5, "VQ300"));
+	EXPECT_EQ(parse("/dev/nvc1p2"), "3 32 0 1 2");
 	disks.platform(kPlatform);
 
 	// A card of unknown model.
@@ -255,18 +262,6 @@ TEST_F(DiskNames, M2SataDisks)
 	EXPECT_TRUE(log.has(LOG_ERR, "Fail to get disk host port: nvc9"));
 	EXPECT_EQ(DiskIndexAndSlotGet(nullptr, &port, &slot), -1);
 	EXPECT_TRUE(log.has(LOG_ERR, "Bad Parameters"));
-}
-
-TEST_F(DiskNames, M2SataPathParse)
-{
-	disks.sata("nvc1", 3, "0000:00:1c.0/0000:03:00.0");
-	// M2C-S2 cards carry SATA here, but a VQ110 blocks them.
-	// A blocked device still parses; with no container of its own it reads as internal.
-	EXPECT_EQ(VEXODiskPortCheck("nvc1"), 10);
-	EXPECT_EQ(parse("nvc1"), "3 1 0 1 0");
-	// On another product the same card is a cache device.
-	disks.platform(std::string(kPlatform).replace(std::string(kPlatform).find("VQ110"), 5, "VQ300"));
-	EXPECT_EQ(parse("/dev/nvc1p2"), "3 32 0 1 2");
 }
 
 } // namespace

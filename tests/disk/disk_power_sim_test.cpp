@@ -20,15 +20,6 @@ const bool kBackend = installDriveEmulator();
 
 class DiskPower : public SimDisk {
 protected:
-	std::string powerState(const std::string &name) const
-	{
-		std::string n = root.read("/dev/" + name);
-		for (const char *s : {"standby", "idle"})
-			if (n.find(std::string("\"power_state\":\"") + s) != std::string::npos ||
-			    n.find(std::string("\"power_state\": \"") + s) != std::string::npos)
-				return s;
-		return "active";
-	}
 	void attr(const std::string &name, const char *a, const std::string &v)
 	{
 		root.write("/sys/block/" + name + "/device/" + a, v);
@@ -47,7 +38,7 @@ TEST_F(DiskPower, StandbyOnlyWhereDue)
 	EXPECT_TRUE(commands("sda").empty());
 	product({{"support_sata_deep_sleep", "yes"}});
 	EXPECT_EQ(VEXOIDiskSetDiskStandby("/dev/sda"), 0);
-	EXPECT_EQ(powerState("sda"), "standby");
+	expectSent("sda", {"HDIO_DRIVE_CMD args=e5000000 -> ok", "HDIO_DRIVE_CMD args=e0000000 -> ok"});
 
 	LogCapture log;
 	EXPECT_EQ(VEXOIDiskSetDiskStandby(nullptr), -1);
@@ -91,7 +82,6 @@ TEST_F(DiskPower, FlushReachesTheDriveBeforeStandby)
 		EXPECT_LT(std::chrono::steady_clock::now() - real, std::chrono::seconds(5));
 		EXPECT_EQ(vexo::clock::monotonicMs() - before, c.settleMs);
 		expectSent("sda", c.sent);
-		EXPECT_EQ(powerState("sda"), "standby");
 	}
 	EXPECT_EQ(VEXODiskSetDiskStandby(nullptr, 1), -1);
 	vexo::clock::clearForTest();
@@ -109,7 +99,6 @@ TEST_F(DiskPower, WholeSystemStandbyLeavesSpunDownDisksAlone)
 	attr("sda", "vexo_spindown", "0");
 	attr("sdb", "vexo_spindown", "1");
 	EXPECT_EQ(VEXODiskSetStandby(), 0);
-	EXPECT_EQ(powerState("sda"), "standby");
 	// The flush of the ATA path (the wait form), the question, the standby.
 	EXPECT_EQ(commands("sda"), (std::vector<std::string>{"HDIO_DRIVE_CMD args=null -> errno 22: refused: null argument",
 							       "HDIO_DRIVE_CMD args=e5000000 -> ok",

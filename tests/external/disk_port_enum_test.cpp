@@ -77,12 +77,8 @@ protected:
 
 TEST_F(PortEnum, ByPortTypeFromSysfs)
 {
-	disks.sata("sdb", 2);
-	disks.sata("sda", 1);
-	disks.sata("sdd", 4);
-	disks.sata("sde", 5);
-	disks.sata("sdcb", 6);
-	disks.sata("sdca", 7);
+	for (auto [name, port] : {std::pair{"sdb", 2}, {"sda", 1}, {"sdd", 4}, {"sde", 5}, {"sdcb", 6}, {"sdca", 7}})
+		disks.sata(name, port);
 	disks.sata("nvc1", 3, "0000:00:1c.0/0000:03:00.0");
 	disks.nvme("nvme0n1", "0000:00:01.2/0000:01:00.0");
 	disks.nvme("nvme1n1", "0000:00:01.5/0000:02:00.0");
@@ -258,10 +254,8 @@ TEST_F(PortEnum, CommandFamily)
 		char type[16] = "untouched";
 		return VEXODiskDeviceTypeGet(path, type, sizeof(type)) == 0 ? std::string(type) : "fail";
 	};
-	disks.sata("sda", 1);
-	disks.sata("sdb", 2);
-	disks.sata("sdc", 3);
-	disks.sata("sdd", 4);
+	for (int port = 1; port <= 4; ++port)
+		disks.sata("sd" + std::string(1, char('a' + port - 1)), port);
 	disks.nvme("nvme0n1", "0000:00:01.2/0000:01:00.0");
 	root.write("/sys/devices/pci0000:00/0000:00:17.0/ata2/host1/scsi_host/host1/proc_name", "mv14xx\n");
 	root.write("/sys/devices/pci0000:00/0000:00:17.0/ata3/host2/scsi_host/host2/proc_name", "mvSata\n");
@@ -460,26 +454,17 @@ protected:
 		  "nvme_slots": [{"pci": "0000:04:00.0", "slot": 0, "location": 3, "type": "internal"}])" +
 			       (extra.empty() ? "" : ", " + extra) + "}");
 	}
+	// The texts, by textOf: "rc=-1" when refused with the buffer untouched.
 	std::string where(const DiskId &id)
 	{
-		char text[64] = "untouched";
-		return DiskGetLocation(&id, text, sizeof(text)) == 0 ? text : "fail:" + std::string(text);
+		return textOf([&](char *b, int n) { return DiskGetLocation(&id, b, n); }, 64);
 	}
-	std::string withoutIndex(const char *path)
-	{
-		char text[64] = "";
-		return VEXODiskLocateGetWithoutIndex(path, text, sizeof(text)) == 0 ? text : "fail";
-	}
+	std::string withoutIndex(const char *path) { return textOf(VEXODiskLocateGetWithoutIndex, path, 64); }
 	std::string host(const char *path, int flag = 0)
 	{
-		char text[64] = "";
-		return VEXODiskLocateHostGet(path, text, sizeof(text), flag) == 0 ? text : "fail";
+		return textOf([&](char *b, int n) { return VEXODiskLocateHostGet(path, b, n, flag); }, 64);
 	}
-	std::string inUpdater(const char *path)
-	{
-		char text[64] = "untouched";
-		return VEXODiskLocateHostGetInUpdater(path, text, sizeof(text)) == 0 ? text : "fail:" + std::string(text);
-	}
+	std::string inUpdater(const char *path) { return textOf(VEXODiskLocateHostGetInUpdater, path, 64); }
 };
 
 TEST_F(Location, PlacesOfEveryContainer)
@@ -505,13 +490,13 @@ TEST_F(Location, RefusalsLeaveAClearError)
 	EXPECT_EQ(DiskGetLocation(&good, text, 0), -1);
 	EXPECT_STREQ(text, "untouched");
 	EXPECT_TRUE(log.has(LOG_ERR, "Bad parameters"));
-	EXPECT_EQ(where({0, DISK_CONTAINER_INTERNAL, 0, 0, -1}), "fail:untouched");
+	EXPECT_EQ(where({0, DISK_CONTAINER_INTERNAL, 0, 0, -1}), "rc=-1");
 	EXPECT_ERR(0x0D00);
-	EXPECT_EQ(where({1, DISK_CONTAINER_EBOX, 0, 0, -1}), "fail:untouched"); // a unit disk needs its unit
-	EXPECT_EQ(where({1, DISK_CONTAINER_TMPFS, 0, 0, -1}), "fail:untouched");
+	EXPECT_EQ(where({1, DISK_CONTAINER_EBOX, 0, 0, -1}), "rc=-1"); // a unit disk needs its unit
+	EXPECT_EQ(where({1, DISK_CONTAINER_TMPFS, 0, 0, -1}), "rc=-1");
 	EXPECT_ERR(0x6100);
 	// A cache id whose slot gives no text.
-	EXPECT_EQ(where({1, DISK_CONTAINER_CACHE, 0, 0, -2}), "fail:untouched");
+	EXPECT_EQ(where({1, DISK_CONTAINER_CACHE, 0, 0, -2}), "rc=-1");
 	EXPECT_ERR(0x0D00);
 	// Too small: nothing cut is handed out.
 	char small[8] = "xxxxxxx";
@@ -520,7 +505,7 @@ TEST_F(Location, RefusalsLeaveAClearError)
 	EXPECT_STREQ(small, "");
 	// No product name.
 	maps("10", "4", "3", "");
-	EXPECT_EQ(where(good), "fail:untouched");
+	EXPECT_EQ(where(good), "rc=-1");
 	EXPECT_ERR(0x2A00);
 }
 
@@ -528,8 +513,8 @@ TEST_F(Location, HolderWithTheUnitNumber)
 {
 	EXPECT_EQ(withoutIndex("/dev/sda"), "VQ300");
 	EXPECT_EQ(withoutIndex("/dev/sdcb3"), "XU05-3");
-	EXPECT_EQ(withoutIndex("hda"), "fail");
-	EXPECT_EQ(withoutIndex(nullptr), "fail");
+	EXPECT_EQ(withoutIndex("hda"), "rc=-1");
+	EXPECT_EQ(withoutIndex(nullptr), "rc=-1");
 	EXPECT_ERR(0x0D00);
 	char tiny[4];
 	EXPECT_EQ(VEXODiskLocateGetWithoutIndex("/dev/sdca", tiny, sizeof(tiny)), -1);
@@ -601,7 +586,7 @@ TEST_F(Location, UpdaterNeverAsksTheUnit)
 	EXPECT_EQ(inUpdater("sda5"), "VQ300");
 	// Without the product name only unit disks have an answer.
 	maps("10", "4", "3", "");
-	EXPECT_EQ(inUpdater("/dev/sda"), "fail:untouched");
+	EXPECT_EQ(inUpdater("/dev/sda"), "rc=-1");
 	EXPECT_ERR(0x2A00);
 	EXPECT_EQ(inUpdater("/dev/sdcb"), "Enclosure-3");
 
@@ -610,7 +595,7 @@ TEST_F(Location, UpdaterNeverAsksTheUnit)
 	EXPECT_ERR(0x0D00);
 	EXPECT_EQ(VEXODiskLocateHostGetInUpdater("/dev/sda", text, 0), -1);
 	EXPECT_STREQ(text, "untouched");
-	EXPECT_EQ(inUpdater("hda"), "fail:untouched"); // no port type
+	EXPECT_EQ(inUpdater("hda"), "rc=-1"); // no port type
 	// "Enclosure-3" needs 12 bytes: one less fails and hands out nothing cut.
 	char small[11] = "xxxxxxxxxx";
 	EXPECT_EQ(VEXODiskLocateHostGetInUpdater("/dev/sdcb", small, sizeof(small)), -1);
