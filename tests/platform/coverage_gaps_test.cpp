@@ -137,23 +137,17 @@ TEST(NvmeAdminKernel, MissingOrForeignNodeFailsCleanly)
 	EXPECT_STREQ(vendor, "keep");
 }
 
-TEST(NvmeAdminFields, IdentifyTextPadding)
+TEST(NvmeAdminFields, IdentifyTextPaddingAndStatusNames)
 {
-	using vexo::nvme::idText;
-	auto text = [](const char *field, size_t n) { return idText(reinterpret_cast<const uint8_t *>(field), n); };
+	auto text = [](const char *field, size_t n) { return vexo::nvme::idText(reinterpret_cast<const uint8_t *>(field), n); };
 	EXPECT_EQ(text("  AB 12  CD   ", 14), "AB 12  CD");
 	EXPECT_EQ(text("                    ", 20), "");
 	EXPECT_EQ(text("\0\0 SN9 \0\0", 9), "SN9");        // both, both ends
 	EXPECT_EQ(text("AB\0CD   ", 8), "AB");             // a NUL ends the text
 	EXPECT_EQ(text("XYZ", 2), "XY");                   // never past the field
-}
-
-TEST(NvmeAdminFields, StatusNamesIgnoreRetryBits)
-{
-	using vexo::nvme::statusText;
 	// Retry and Do Not Retry bits do not change what a status means.
-	EXPECT_STREQ(statusText(0x2109), "Invalid Log Page");
-	EXPECT_STREQ(statusText(0x0209), "unknown status"); // SCT 2, not 1
+	EXPECT_STREQ(vexo::nvme::statusText(0x2109), "Invalid Log Page");
+	EXPECT_STREQ(vexo::nvme::statusText(0x0209), "unknown status"); // SCT 2, not 1
 }
 
 } // namespace
