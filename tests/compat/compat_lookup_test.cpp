@@ -7,7 +7,6 @@
 #include <thread>
 #include <vexohw/compat.h>
 
-#include "bench/compat_gen.h"
 #include "support/vexotest.h"
 
 using namespace vexo::test;
@@ -160,20 +159,6 @@ TEST(CompatLookup, ReplacedDatabaseIsSeenWhileThreadsRead)
 	for (auto &t : readers)
 		t.join();
 	EXPECT_EQ(bad, 0);
-}
-
-TEST(CompatLookup, GeneratedDatabaseAnswersItsFixedModels)
-{
-	Sysroot root;
-	CompatGenOptions o;
-	o.models = 300;
-	o.fixed = {{"FIXED ONE", "FW1", "support"}, {"^FIXED [0-9]+$", "default", "for_eunit"}};
-	root.write(kDb, makeCompatDatabase(o));
-	EXPECT_EQ(lookup("FIXED ONE", "FW1", "72806.3"), 1);
-	EXPECT_EQ(lookup("FIXED 42", "any", "72806.3"), 6);
-	Json::Value doc;
-	ASSERT_TRUE(Json::Reader().parse(root.read(kDb), doc));
-	EXPECT_EQ(doc["disk_compatbility_info"].size(), 302u);
 }
 
 TEST(CompatLookup, LatestFirmwareInFileOrder)

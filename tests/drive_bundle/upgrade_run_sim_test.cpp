@@ -1,6 +1,7 @@
 // A plan flashed into emulated drives by the distribution's hdparm and nvme
 // on the interposer: outcomes per drive, the budget, two runs at once and a
-// run killed half way.
+// run killed half way; firmware fetched by the database, also for a drive
+// asleep.
 #include <chrono>
 #include <algorithm>
 #include <map>
@@ -8,6 +9,7 @@
 #include <sys/wait.h>
 #include <syslog.h>
 #include <vexohw/compat_cache.h>
+#include <vexohw/disk_enum.h>
 #include <vexohw/drive_bundle.h>
 #include <vexohw/fw_status.h>
 #include <vexohw/misc.h>
@@ -18,6 +20,7 @@
 #include "misc/serve.h"
 #include "sim/tools_sim.h"
 #include "support/disk_layout.h"
+#include "support/sim_daemon.h"
 
 namespace vexo::test {
 namespace {
@@ -114,6 +117,30 @@ struct UpgradeRun : ToolsSim {
 		char fw[16] = "", sn[32] = "";
 		SmartFirmAndSerialRead(("/dev/" + name).c_str(), fw, sizeof(fw), sn, sizeof(sn));
 		return fw;
+	}
+	// SC61's signed archive on the box's server, offered for the model, and
+	// the database the bundle reads; gives the binary's bytes.
+	std::string offerSc61()
+	{
+		root.write("/var/lib/drive-bundle/diskaction/vx1222_host_v7.db", root.read("/var/lib/disk-compatibility/vx1222_host_v7.db"));
+		EXPECT_EQ(runProgram({buildDir() + "/bin/vexo-archive", "keys", root.root()}), 0);
+		binary("sc61.bin", "VEXO HAT5300-8T", "SC61");
+		const std::string image = root.read(std::string(kFwDir) + "sc61.bin");
+		root.mkdirs("/srv/vexosim/fw");
+		EXPECT_EQ(runProgram({buildDir() + "/bin/vexo-archive", "pack", "7", root.host("/run/vexosim/archive-keys/7.key"),
+				      root.host("/srv/vexosim/fw/sc61.sa"), root.host(kFwDir)}), 0);
+		for (const char *f : {"sc61.bin", "sc61.bin.FW_INFO"})
+			root.remove(std::string(kFwDir) + f);
+		const std::string size = std::to_string(root.read("/srv/vexosim/fw/sc61.sa").size());
+		root.write("/srv/vexosim/ssd/v1/getUpdate/VEXO HAT5300-8T.json",
+			   "[{\"size_in_bytes\":" + size + ",\"file\":\"" VEXO_FIRMWARE_SERVER_DEFAULT "/fw/sc61.sa\"}]");
+		return image;
+	}
+	// The archive requests the server received.
+	long fetched() const
+	{
+		const auto l = lines(root.exists("/run/vexosim/serve.log") ? root.read("/run/vexosim/serve.log") : "");
+		return std::count_if(l.begin(), l.end(), [](const std::string &x) { return x.find("/fw/sc61.sa") != std::string::npos; });
 	}
 };
 
@@ -332,24 +359,8 @@ TEST_F(UpgradeRun, DownloadByDatabase)
 	root.write("/run/vexostorage/disks/sdb/serial", "ZL2K4T7D");
 	node("sdb", kAtaNode);
 	root.symlink(buildDir() + "/bin/vexosim-tools", "/bin/curl");
-	root.write("/var/lib/drive-bundle/diskaction/vx1222_host_v7.db", root.read("/var/lib/disk-compatibility/vx1222_host_v7.db"));
-	// The signed archive of sc61.bin, and the server's offer for the model.
-	ASSERT_EQ(runProgram({buildDir() + "/bin/vexo-archive", "keys", root.root()}), 0);
-	binary("sc61.bin", "VEXO HAT5300-8T", "SC61");
-	root.mkdirs("/srv/vexosim/fw");
-	const std::string image = root.read(std::string(kFwDir) + "sc61.bin");
-	ASSERT_EQ(runProgram({buildDir() + "/bin/vexo-archive", "pack", "7", root.host("/run/vexosim/archive-keys/7.key"),
-			      root.host("/srv/vexosim/fw/sc61.sa"), root.host(kFwDir)}), 0);
-	for (const char *f : {"sc61.bin", "sc61.bin.FW_INFO"})
-		root.remove(std::string(kFwDir) + f);
+	const std::string image = offerSc61();
 	Serve serve(root);
-	const std::string size = std::to_string(root.read("/srv/vexosim/fw/sc61.sa").size());
-	serve.put("/ssd/v1/getUpdate/VEXO HAT5300-8T.json",
-		  "[{\"size_in_bytes\":" + size + ",\"file\":\"" VEXO_FIRMWARE_SERVER_DEFAULT "/fw/sc61.sa\"}]");
-	auto fetched = [&] { // archive requests the server received
-		const auto l = lines(root.exists("/run/vexosim/serve.log") ? root.read("/run/vexosim/serve.log") : "");
-		return std::count_if(l.begin(), l.end(), [](const std::string &x) { return x.find("/fw/sc61.sa") != std::string::npos; });
-	};
 	const struct { const char *what; bool curlTool, removeFirst; int flag, ret, fetches, error; } steps[] = {
 		{"fetch", false, false, 0, 0, 1, 0},
 		{"on the box already", false, false, 0, 0, 0, 0},
@@ -422,6 +433,66 @@ TEST_F(UpgradeRun, ResultRecordNamesTheDisk)
 		VEXODBClose(db);
 	}
 	EXPECT_TRUE(log.has(LOG_ERR, "Failed to get located hostname: /dev/sda"));
+}
+
+// Firmware by the database for the drive in standby: judged by the revision
+// its cache keeps, asked nothing but its power mode, and the same firmware
+// fetched as when it is awake.
+TEST_F(UpgradeRun, AsleepNoDriveWokenSameFirmwareFetched)
+{
+	makerBox({{"unique", "vexo_x86_vx1222"}, {"group_id", "g1"}, {"serial", "S1"}});
+	offerSc61();
+	Serve serve(root);
+	ASSERT_GT(serve.port(), 0);
+	LogCapture log;
+	const struct {
+		const char *what, *power, *kept;
+		long fetches;
+		int needed;
+	} cases[] = {
+		{"awake", "active", nullptr, 1, 1},
+		{"asleep, revision kept", "standby", "SC60", 1, 1},
+		// A kept revision already current: nothing to take.
+		{"asleep, kept current", "standby", "SC61", 0, 0},
+		// Without a kept revision it is left out, not woken.
+		{"asleep, nothing kept", "standby", nullptr, 0, 0},
+	};
+	for (const auto &c : cases) {
+		SCOPED_TRACE(c.what);
+		root.remove(std::string(kFwDir) + "sc61.bin");
+		root.remove("/run/vexostorage/disks/sda/firm");
+		if (c.kept)
+			root.write("/run/vexostorage/disks/sda/firm", c.kept);
+		node("sda", R"({"protocol":"ata","model":"VEXO HAT5300-8T","serial":"ZL2K4T7C","firmware":"SC60",)"
+			    R"("power_state":")" + std::string(c.power) + "\"}");
+		clearCommands("sda");
+		const long before = fetched();
+		ASSERT_EQ(VEXODriveBundleFWDownloadByDB(nullptr, "/var/lib/disk-compatibility", 0), 0) << log.dump();
+		EXPECT_EQ(fetched() - before, c.fetches);
+		EXPECT_EQ(root.exists(std::string(kFwDir) + "sc61.bin"), c.fetches == 1);
+		int needed = -1, ready = -1;
+		ASSERT_EQ(VEXODriveBundleFWupgradeUpgradeNeededGetByDB(&needed, &ready), 0);
+		EXPECT_EQ(needed * 10 + ready, c.needed * 11);
+		// Asleep, it hears only the power question (CHECK POWER MODE, e5) in both calls.
+		for (const auto &line : commands("sda"))
+			EXPECT_TRUE(c.power[0] == 'a' || line.find("args=e5") != std::string::npos) << line;
+	}
+	EXPECT_TRUE(log.has(LOG_WARNING, "sleeps and has no firmware revision kept, skipped")) << log.dump();
+}
+
+// While the daemon lives the drives come from its snapshot, which answers
+// only a real container filter (a null one fails).
+TEST_F(UpgradeRun, DrivesFromTheDaemonsSnapshot)
+{
+	makerBox();
+	SimDaemon daemon(root.root());
+	ASSERT_EQ(daemon.started, 0);
+	ASSERT_EQ(VLIBDiskInfoEnumToCache(nullptr), 0);
+	ASSERT_TRUE(root.exists(VEXO_DISK_SNAPSHOT));
+	PVLIBSZLIST drives = VLIBCSzListAlloc(4);
+	EXPECT_EQ(VEXODriveBundleDiskEnum(&drives), 1);
+	EXPECT_STREQ(drives->nItem ? VLIBCSzListGet(drives, 0) : "", "/dev/sda");
+	VLIBCSzListFree(drives);
 }
 
 } // namespace

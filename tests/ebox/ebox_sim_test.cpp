@@ -1,9 +1,12 @@
 // Expansion units against the unit driver's emulation: the slots a handle
 // gets, the bytes each operation writes into the command files, failures,
-// and one exchange at a time across processes.
+// and one exchange at a time across processes, by a semaphore that goes
+// with its root.
+#include <cerrno>
 #include <cstddef>
 #include <cstring>
 #include <initializer_list>
+#include <optional>
 #include <set>
 #include <sys/sem.h>
 #include <sys/wait.h>
@@ -19,6 +22,20 @@ namespace {
 
 const bool gEmulator = installDriveEmulator();
 const char *const kDir = "/sys/class/scsi_host/host4";
+
+void writeUnit(const Sysroot &root, const std::string &deviceid, const std::string &emid, const std::string &unique,
+	       const std::string &extra = "")
+{
+	std::string info = "vexo_device_list=\"/dev/sdca /dev/sdcb\"\nvendor=\"Vexology\"\n" + extra;
+	if (!deviceid.empty())
+		info += "deviceid=\"" + deviceid + "\"\n";
+	if (!emid.empty())
+		info += "EMID=\"" + emid + "\"\n";
+	info += "Unique=\"" + unique + "\"\n";
+	root.write(std::string(kDir) + "/vexo_pm_info", info);
+	root.write(std::string(kDir) + "/vexo_pm_gpio", "0x00000000\n");
+	root.write(std::string(kDir) + "/vexo_pm_i2c", "");
+}
 
 class EBox : public ::testing::Test {
 protected:
@@ -45,17 +62,9 @@ protected:
 			::semctl(s, 0, IPC_RMID);
 	}
 	void unit(const std::string &deviceid, const std::string &emid, const std::string &unique,
-		  const std::string &extra = "")
+		  const std::string &extra = "") const
 	{
-		std::string info = "vexo_device_list=\"/dev/sdca /dev/sdcb\"\nvendor=\"Vexology\"\n" + extra;
-		if (!deviceid.empty())
-			info += "deviceid=\"" + deviceid + "\"\n";
-		if (!emid.empty())
-			info += "EMID=\"" + emid + "\"\n";
-		info += "Unique=\"" + unique + "\"\n";
-		root.write(std::string(kDir) + "/vexo_pm_info", info);
-		root.write(std::string(kDir) + "/vexo_pm_gpio", "0x00000000\n");
-		root.write(std::string(kDir) + "/vexo_pm_i2c", "");
+		writeUnit(root, deviceid, emid, unique, extra);
 	}
 	void state(const std::string &kv) { root.write("/run/vexosim/unit/host4.state", kv); }
 	std::string sent() const
@@ -337,4 +346,44 @@ TEST_F(EBox, ConcurrentReadersEachGetTheirOwnAnswer)
 	EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }
 
+// A unit's semaphore goes with its simulated root: the test root's
+// teardown, `vexosim stop` and a rebuild over it remove it, so no box
+// leaves one behind.
+TEST(UnitSemaphore, GoesWithTheRoot)
+{
+	ASSERT_TRUE(gEmulator);
+	enum By { Removed, Stop, Rebuild };
+	const struct {
+		const char *teardown;
+		By by;
+	} cases[] = {{"test root removed", Removed}, {"vexosim stop", Stop}, {"vexosim build over it", Rebuild}};
+	for (const auto &c : cases) {
+		SCOPED_TRACE(c.teardown);
+		std::optional<Sysroot> root(std::in_place);
+		root->write("/etc.defaults/vexoplatform.json", "{\"ebox\": true}\n");
+		writeUnit(*root, "0x3726", "0", "XU05");
+		VEXO_EBOX_HANDLE_T h{};
+		h.sem_id = -1;
+		ASSERT_EQ(VEXOEBoxUnitHandleGet(kDir, &h, 4), 1);
+		std::free(h.inner);
+		semid_ds ds{};
+		ASSERT_EQ(::semctl(h.sem_id, 0, IPC_STAT, &ds), 0);
+		const key_t key = ds.sem_perm.__key;
+		const std::string vexosim = buildDir() + "/bin/vexosim";
+		if (c.by == Stop) {
+			EXPECT_EQ(runProgram({vexosim, "stop", root->root()}), 0);
+		}
+		if (c.by == Rebuild) {
+			root->write("/.vexosim", "vexosim root\n"); // a root vexosim may replace
+			EXPECT_EQ(runProgram({vexosim, "build", sourceDir() + "/examples/box12.json", root->root()}), 0);
+		}
+		if (c.by == Removed)
+			root.reset();
+		errno = 0;
+		EXPECT_EQ(::semget(key, 0, 0), -1);
+		EXPECT_EQ(errno, ENOENT);
+	}
+}
+
 } // namespace
+

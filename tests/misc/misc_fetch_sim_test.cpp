@@ -265,8 +265,7 @@ TEST_F(ArchiveTest, FullVolumeIsMinusTwo)
 {
 	std::string noise(200000, '\0');
 	unsigned x = 12345;
-	for (char &c : noise)
-		{
+	for (char &c : noise) {
 		x = x * 1103515245 + 12345;
 		c = static_cast<char>(x >> 16);
 	}
@@ -287,7 +286,6 @@ TEST_F(ArchiveTest, FullVolumeIsMinusTwo)
 		GTEST_SKIP() << "cannot mount a small tmpfs here";
 	EXPECT_EQ(rc, 0);
 }
-
 
 TEST(Md5Test, ThroughTheTool)
 {
