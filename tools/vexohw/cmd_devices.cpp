@@ -354,8 +354,13 @@ int diskDriver(Context &ctx)
 	if (int rc = noOptions(ctx, "disk driver", {"wake"}))
 		return rc;
 	std::string path = devicePath(ctx.args[0]);
-	if (VEXODiskPortCheck(path.c_str()) == DISK_PORT_TYPE_INVALID)
-		return fail("disk driver: %s is not a disk of any port", path.c_str());
+	// The probes answer "other" and the like for any name: ask the kernel first.
+	std::string name = VEXODiskDevPrefixSkip(path.c_str());
+	char sys[4096] = {};
+	struct stat st;
+	if (name.find('/') != std::string::npos ||
+	    VEXOExtSysrootPath(("/sys/block/" + name).c_str(), sys, sizeof(sys)) != 0 || ::stat(sys, &st) != 0)
+		return fail("disk driver: the kernel has no disk %s", path.c_str());
 	Value r = Value::object();
 	r.set("disk", path);
 	int driver = VEXOGetDiskDriver(path.c_str());
