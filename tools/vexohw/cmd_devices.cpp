@@ -141,17 +141,15 @@ int diskSystem(Context &ctx)
 		return rc;
 	Value r = Value::object();
 	Value errors = Value::list();
+	auto failed = [&](const char *what) {
+		char b[96];
+		std::snprintf(b, sizeof(b), "%s: error 0x%04X", what, VLIBCErrGet());
+		errors.push(b);
+		return Value();
+	};
 	Value names;
-	if (collect(VEXODiskSystemInstallationDeviceEnum, names)) {
-		r.set("installation_devices", names);
-	} else {
-		r.set("installation_devices", Value());
-		errors.push("installation devices: error 0x" + [] {
-			char b[8];
-			std::snprintf(b, sizeof(b), "%04X", VLIBCErrGet());
-			return std::string(b);
-		}());
-	}
+	r.set("installation_devices",
+	      collect(VEXODiskSystemInstallationDeviceEnum, names) ? names : failed("installation devices"));
 	struct PathCall {
 		const char *field, *what;
 		int (*get)(char *, int);
@@ -160,14 +158,7 @@ int diskSystem(Context &ctx)
 		     {"system_mount_device", "system mount device", VEXOSystemDeviceMountPathGet}};
 	for (const PathCall &c : calls) {
 		char path[256] = {};
-		if (c.get(path, sizeof(path)) == 0) {
-			r.set(c.field, path);
-			continue;
-		}
-		char b[96];
-		std::snprintf(b, sizeof(b), "%s: error 0x%04X", c.what, VLIBCErrGet());
-		r.set(c.field, Value());
-		errors.push(b);
+		r.set(c.field, c.get(path, sizeof(path)) == 0 ? Value(path) : failed(c.what));
 	}
 	r.set("errors", errors);
 	printRecord(ctx, r);
@@ -187,6 +178,9 @@ int diskPartitions(Context &ctx)
 	if (int rc = noOptions(ctx, "disk partitions"))
 		return rc;
 	std::string path = devicePath(ctx.args[0]);
+	std::string disk = VEXODiskDevPrefixSkip(path.c_str());
+	if (disk.empty() || disk.find('/') != std::string::npos)
+		return fail("disk partitions: '%s' is not a disk name", ctx.args[0].c_str());
 	std::vector<int> numbers;
 	for (size_t i = 1; i < ctx.args.size(); ++i) {
 		int n = 0;
@@ -199,7 +193,6 @@ int diskPartitions(Context &ctx)
 	char pattern[128] = {};
 	if (VEXODiskDevicePartitionEnumStringGet(path.c_str(), pattern, sizeof(pattern)) != 0)
 		return fail("disk partitions: no partition pattern for %s (error 0x%04X)", path.c_str(), VLIBCErrGet());
-	std::string disk = VEXODiskDevPrefixSkip(path.c_str());
 	Value rows = Value::list();
 	for (int n : numbers) {
 		char name[128] = {}, dev[160] = {};
