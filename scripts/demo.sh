@@ -286,3 +286,11 @@ root=$root60
 run fan levels
 root=$main
 build/bin/vexosim stop "$root60"
+
+# devices and the system: the M.2 drives, where the system lives, a disk id
+# turned back into its path, and the running version
+echo "# devices and the system"
+run port m2
+run disk system
+run disk by-id internal_0_3
+run system version
