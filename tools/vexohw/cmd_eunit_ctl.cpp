@@ -38,7 +38,7 @@ int failed(const Unit &u, const char *call)
 
 // Opens the unit named by the first argument; false (with the message out)
 // when there is none.
-bool open(Context &ctx, size_t minArgs, size_t maxArgs, const char *usage, Unit &u, int &status)
+bool unitArg(Context &ctx, size_t minArgs, size_t maxArgs, const char *usage, Unit &u, int &status)
 {
 	if (ctx.args.size() < minArgs || ctx.args.size() > maxArgs) {
 		status = fail("usage: eunit %s", usage);
@@ -63,7 +63,7 @@ int eunitPsu(Context &ctx)
 {
 	Unit u;
 	int st;
-	if (!open(ctx, 1, 1, "psu UNIT", u, st))
+	if (!unitArg(ctx, 1, 1, "psu UNIT", u, st))
 		return st;
 	if (!has(u, &VEXO_EBOX_HANDLE::RedundantPowerStatGet))
 		return unsupported(u, "redundant power supplies");
@@ -88,7 +88,7 @@ int eunitButton(Context &ctx)
 {
 	Unit u;
 	int st;
-	if (!open(ctx, 1, 2, "button UNIT [enable|disable]", u, st))
+	if (!unitArg(ctx, 1, 2, "button UNIT [enable|disable]", u, st))
 		return st;
 	int want = -1;
 	if (ctx.args.size() == 2) {
@@ -132,7 +132,7 @@ int eunitMode(Context &ctx)
 {
 	Unit u;
 	int st;
-	if (!open(ctx, 1, 1, "mode UNIT", u, st))
+	if (!unitArg(ctx, 1, 1, "mode UNIT", u, st))
 		return st;
 	if (!has(u, &VEXO_EBOX_HANDLE::SwitchModeGet))
 		return unsupported(u, "a switch mode");
@@ -149,7 +149,7 @@ int eunitFans(Context &ctx)
 {
 	Unit u;
 	int st;
-	if (!open(ctx, 1, 1, "fans UNIT", u, st))
+	if (!unitArg(ctx, 1, 1, "fans UNIT", u, st))
 		return st;
 	if (!has(u, &VEXO_EBOX_HANDLE::FanNumberGet))
 		return unsupported(u, "fan status");
@@ -224,7 +224,7 @@ int eunitLed(Context &ctx)
 	int st;
 	static const char kUsage[] = "led UNIT alarm|raid-ready|light|deep-sleep on|off, or led UNIT disk N|all "
 				     "off|green|orange|orange-blink";
-	if (!open(ctx, 3, 4, kUsage, u, st))
+	if (!unitArg(ctx, 3, 4, kUsage, u, st))
 		return st;
 	Value r = base(u);
 	const std::string &what = ctx.args[1];
@@ -281,7 +281,7 @@ int eunitDisks(Context &ctx)
 {
 	Unit u;
 	int st;
-	if (!open(ctx, 1, 1, "disks UNIT", u, st))
+	if (!unitArg(ctx, 1, 1, "disks UNIT", u, st))
 		return st;
 	if (!has(u, &VEXO_EBOX_HANDLE::MaxDiskGet))
 		return unsupported(u, "a disk list");
