@@ -260,6 +260,8 @@ build/bin/vexosim build "$top/examples/box60.json" "$root60" >/dev/null
 main=$root
 root=$root60
 run eunit fan 16 middle
+run eunit fans 16
+run eunit button 16 disable
 run eunit power 16 off
 run eunit list
 root=$main

@@ -27,15 +27,15 @@ inline Ran runProgram(const std::string &exe, std::vector<std::string> args)
 // The source tree (the caller's file once named it; the build now knows it).
 inline std::string sourceTreeOf(const char *) { return sourceDir(); }
 
-// The bundled 12-bay box, built fresh into a temporary directory.
+// A bundled box (the 12-bay one unless named), built fresh into a temporary directory.
 class BuiltBox {
 public:
-	BuiltBox()
+	explicit BuiltBox(const char *example = "box12.json")
 	{
 		char t[] = "/tmp/vexohw-cli-test.XXXXXX";
 		dir_ = ::mkdtemp(t);
 		root_ = dir_ + "/root";
-		desc_ = sourceTreeOf(__FILE__) + "/examples/box12.json";
+		desc_ = sourceTreeOf(__FILE__) + "/examples/" + example;
 		Ran r = runCaptured({buildDir() + "/bin/vexosim", "build", desc_, root_});
 		ok_ = r.status == 0;
 		log_ = r.out + r.err;

@@ -1,6 +1,5 @@
 // Expansion units through their handles: what each unit is and can do, its
 // power and fans, and the fan speed and power set through the ops table.
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <strings.h>
@@ -10,45 +9,11 @@
 #include <vexoplatform/ebox_info.h>
 
 #include "cli.h"
+#include "eunit_handle.h"
 
 using namespace vexo::cli;
 
 namespace {
-
-// A unit handle that frees its inner copy.
-struct Unit {
-	VEXO_EBOX_HANDLE_T h{};
-	VEXO_EBOX_INFO info{};
-	bool ok = false;
-	~Unit() { std::free(h.inner); }
-};
-
-bool openUnit(const VEXO_EBOX_INFO &info, Unit &u)
-{
-	u.info = info;
-	std::string dir = "/sys/class/scsi_host/host" + std::to_string(info.host);
-	u.ok = VEXOEBoxUnitHandleGet(dir.c_str(), &u.h, static_cast<unsigned>(info.unit)) == 1;
-	return u.ok;
-}
-
-// The unit numbered `which` (as "eunit list" shows it).
-bool findUnit(const std::string &which, Unit &u)
-{
-	VEXO_EBOX_INFO units[VEXO_EBOX_MAX_UNITS];
-	int n = VEXOEBoxInfoEnum(units, VEXO_EBOX_MAX_UNITS);
-	for (int i = 0; i < n; ++i)
-		if (std::to_string(units[i].unit) == which)
-			return openUnit(units[i], u);
-	return false;
-}
-
-const char *family(const char *deviceid)
-{
-	return VEXOEUnit3xxxChip(deviceid)   ? "3xxx"
-	       : VEXOEUnit9705Chip(deviceid) ? "9705"
-	       : VEXOEUnit575Chip(deviceid)  ? "575 (i2c)"
-					     : "unknown";
-}
 
 int eunitList(Context &ctx)
 {
