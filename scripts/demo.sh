@@ -286,3 +286,11 @@ root=$root60
 run fan levels
 root=$main
 build/bin/vexosim stop "$root60"
+
+# drive firmware settings: the upgrade booked for shutdown and taken back
+# (the second call finds it so already), and the firmware server's offer
+echo "# firmware settings and the firmware server's offer"
+run firmware config set on-shutdown yes
+run firmware config set on-shutdown yes
+run firmware config set on-shutdown no
+run firmware online
