@@ -87,7 +87,22 @@ int firmwareConfig(Context &ctx)
 	for (const char *k : {"current", "notification", "auto_launch"})
 		if (r.get(k)->isNull())
 			return fail("firmware config: the %s plan cannot be read (error 0x%04X)", k, VLIBCErrGet());
-	printRecord(ctx, r);
+	if (ctx.json) {
+		printRecord(ctx, r);
+		return 0;
+	}
+	Value head = Value::object();
+	for (const auto &[k, v] : r.asObject())
+		if (!v.isList())
+			head.set(k, v);
+	printRecord(ctx, head);
+	for (const char *k : {"current", "notification", "auto_launch"}) {
+		std::printf("\n");
+		printTable(ctx, *r.get(k),
+			   {{"id", "ID"}, {"drive_path", "DISK"}, {"firmware", "FROM"}, {"available_firmware", "TO"},
+			    {"upgrade_status", "STATUS"}},
+			   (std::string("plan: ") + k).c_str());
+	}
 	return 0;
 }
 

@@ -63,6 +63,20 @@ Value deepSleepRows()
 	return rows;
 }
 
+// JSON: one record with the disks in it; words: the record, then a table.
+int printWithDisks(Context &ctx, Value r, Value disks)
+{
+	if (!ctx.json) {
+		printRecord(ctx, r);
+		std::printf("\n");
+		printTable(ctx, disks, {{"disk", "DISK"}, {"supported", "DEEP SLEEP"}, {"ctrl", "CTRL"}});
+		return 0;
+	}
+	r.set("disks", std::move(disks));
+	printRecord(ctx, r);
+	return 0;
+}
+
 int deepSleepCheck(Context &ctx)
 {
 	const int usb = VEXOCheckDeepSleep();
@@ -73,9 +87,7 @@ int deepSleepCheck(Context &ctx)
 	r.set("eunit_deep_sleep_timer", eunit < 0 ? Value() : Value(eunit));
 	// On: a timer hands deep sleep to the daemon and no USB device forbids it.
 	r.set("on", usb != 0 && (sata > 0 || eunit > 0));
-	r.set("disks", deepSleepRows());
-	printRecord(ctx, r);
-	return 0;
+	return printWithDisks(ctx, std::move(r), deepSleepRows());
 }
 
 int powerDeepSleep(Context &ctx)
@@ -98,9 +110,7 @@ int powerDeepSleep(Context &ctx)
 		if (const Value *s = row.get("supported"); s && s->text() == "yes")
 			told.push(*row.get("disk"));
 	r.set("told", std::move(told));
-	r.set("disks", std::move(rows));
-	printRecord(ctx, r);
-	return 0;
+	return printWithDisks(ctx, std::move(r), std::move(rows));
 }
 
 int powerFastWake(Context &ctx)
