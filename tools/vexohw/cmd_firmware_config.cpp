@@ -280,6 +280,14 @@ int firmwareOnline(Context &ctx)
 	in.space();
 	if (!in.ok || *in.p)
 		return fail("firmware online: the server's answer is not JSON (%zu bytes)", answer.size());
+	// The server says "not found" and the like in a body of its own.
+	if (const Value *e = offer.isObject() ? offer.get("error") : nullptr) {
+		std::string one;
+		for (char c : e->json())
+			if (c != '\n' && !(c == ' ' && !one.empty() && one.back() == ' '))
+				one += c;
+		return fail("firmware online: the firmware server answered with an error: %s", one.c_str());
+	}
 	if (!offer.isList()) {
 		Value one = Value::list();
 		one.push(std::move(offer));

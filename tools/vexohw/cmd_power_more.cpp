@@ -118,7 +118,7 @@ int powerFastWake(Context &ctx)
 	if (!ctx.args.empty())
 		return fail("usage: power fast-wake");
 	if (VEXODiskFastWake() != 0)
-		return fail("power fast-wake: VEXODiskFastWake failed: no RAID array, or one could not be told "
+		return fail("power fast-wake: VEXODiskFastWake returned -1: no /sys/block/md?/md/active, or one could not be written "
 			    "(error 0x%04X)", VLIBCErrGet());
 	Value r = Value::object();
 	r.set("woken", "every RAID array");
