@@ -296,3 +296,11 @@ run port m2
 run disk system
 run disk by-id internal_0_3
 run system version
+
+# drive firmware settings: the upgrade booked for shutdown and taken back
+# (the second call finds it so already), and the firmware server's offer
+echo "# firmware settings and the firmware server's offer"
+run firmware config set on-shutdown yes
+run firmware config set on-shutdown yes
+run firmware config set on-shutdown no
+run firmware online
