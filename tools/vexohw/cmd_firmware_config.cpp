@@ -2,11 +2,13 @@
 // interface sees it (current, as notified, for the launch summary) and the
 // flags behind it; firmware online: the firmware server's offer; db online:
 // the drive databases an update looks for.
-#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
+
+#include <json/json.h>
 #include <vexohw/dbupdate.h>
 #include <vexohw/drive_bundle.h>
 #include <vexoplatform/vexocore.h>
@@ -167,98 +169,54 @@ int firmwareConfigSet(Context &ctx)
 	return 0;
 }
 
-// Just enough JSON for the server's answers: objects, lists, texts,
-// numbers, true/false/null. Anything else is a bad answer.
-struct JsonReader {
-	const char *p;
-	bool ok = true;
+// The server's answer as a record of the CLI's own, read by jsoncpp (the
+// library's reader of rule files); false when it is not one JSON value.
+Value fromJson(const Json::Value &j)
+{
+	switch (j.type()) {
+	case Json::nullValue:
+		return Value();
+	case Json::booleanValue:
+		return Value(j.asBool());
+	case Json::intValue:
+		return Value(static_cast<long long>(j.asInt64()));
+	case Json::uintValue:
+		return Value(static_cast<unsigned long long>(j.asUInt64()));
+	case Json::realValue:
+		return Value(j.asDouble());
+	case Json::stringValue:
+		return Value(j.asString());
+	case Json::arrayValue: {
+		Value l = Value::list();
+		for (const Json::Value &item : j)
+			l.push(fromJson(item));
+		return l;
+	}
+	case Json::objectValue: {
+		Value o = Value::object();
+		for (auto it = j.begin(); it != j.end(); ++it)
+			o.set(it.name(), fromJson(*it));
+		return o;
+	}
+	}
+	return Value();
+}
 
-	void space()
-	{
-		while (*p && std::isspace(static_cast<unsigned char>(*p)))
-			++p;
-	}
-	bool take(char c)
-	{
-		space();
-		if (*p != c)
-			return false;
-		++p;
-		return true;
-	}
-	std::string text()
-	{
-		std::string s;
-		if (!take('"'))
-			return ok = false, s;
-		while (*p && *p != '"') {
-			if (*p == '\\' && p[1]) {
-				++p;
-				const char e = *p;
-				s += e == 'n' ? '\n' : e == 't' ? '\t' : e == 'u' ? '?' : e;
-				if (e == 'u')
-					for (int i = 0; i < 4 && p[1]; ++i)
-						++p;
-			} else {
-				s += *p;
-			}
-			++p;
-		}
-		if (*p != '"')
-			return ok = false, s;
-		++p;
-		return s;
-	}
-	Value value(int depth = 0)
-	{
-		space();
-		if (depth > 32)
-			return ok = false, Value();
-		if (*p == '{') {
-			++p;
-			Value o = Value::object();
-			if (take('}'))
-				return o;
-			do {
-				std::string k = text();
-				if (!ok || !take(':'))
-					return ok = false, Value();
-				o.set(k, value(depth + 1));
-			} while (ok && take(','));
-			if (!take('}'))
-				ok = false;
-			return o;
-		}
-		if (*p == '[') {
-			++p;
-			Value l = Value::list();
-			if (take(']'))
-				return l;
-			do
-				l.push(value(depth + 1));
-			while (ok && take(','));
-			if (!take(']'))
-				ok = false;
-			return l;
-		}
-		if (*p == '"')
-			return text();
-		for (const char *w : {"true", "false", "null"})
-			if (std::strncmp(p, w, std::strlen(w)) == 0) {
-				p += std::strlen(w);
-				return w[0] == 't' ? Value(true) : w[0] == 'f' ? Value(false) : Value();
-			}
-		char *end = nullptr;
-		const double d = std::strtod(p, &end);
-		if (end == p)
-			return ok = false, Value();
-		const std::string num(p, static_cast<std::size_t>(end - p));
-		p = end;
-		if (num.find_first_of(".eE") == std::string::npos)
-			return Value(std::strtoll(num.c_str(), nullptr, 10));
-		return Value(d);
-	}
-};
+bool parseJson(const std::string &text, Value &out)
+{
+	Json::CharReaderBuilder b;
+	b["collectComments"] = false;
+	b["failIfExtra"] = true;
+	b["rejectDupKeys"] = false;
+	b["stackLimit"] = 64;
+	const std::unique_ptr<Json::CharReader> reader(b.newCharReader());
+	Json::Value root;
+	std::string errs;
+	if (!reader->parse(text.data(), text.data() + text.size(), &root, &errs))
+		return false;
+	out = fromJson(root);
+	return true;
+}
 
 int firmwareOnline(Context &ctx)
 {
@@ -275,10 +233,8 @@ int firmwareOnline(Context &ctx)
 	if (rc != 0)
 		return fail("firmware online: the firmware server %s (error 0x%04X)",
 			    err == 0x1100 ? "cannot be reached" : "did not answer", err);
-	JsonReader in{answer.c_str()};
-	Value offer = in.value();
-	in.space();
-	if (!in.ok || *in.p)
+	Value offer;
+	if (!parseJson(answer.c_str(), offer))
 		return fail("firmware online: the server's answer is not JSON (%zu bytes)", answer.size());
 	// The server says "not found" and the like in a body of its own.
 	if (const Value *e = offer.isObject() ? offer.get("error") : nullptr) {
