@@ -304,3 +304,4 @@ run firmware config set on-shutdown yes
 run firmware config set on-shutdown yes
 run firmware config set on-shutdown no
 run firmware online
+run firmware online "VEXO NM410 400GB"

@@ -260,7 +260,8 @@ int firmwareOnline(Context &ctx)
 		rows.push(std::move(row));
 	}
 	printTable(ctx, rows,
-		   {{"model", "MODEL"}, {"version", "VERSION"}, {"size_in_bytes", "SIZE"}, {"file", "FILE"}});
+		   {{"model", "MODEL"}, {"fw_buildnumber", "BUILD"}, {"version", "VERSION"}, {"size_in_bytes", "SIZE"},
+		    {"file", "FILE"}});
 	return 0;
 }
 
