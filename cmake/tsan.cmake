@@ -1,5 +1,6 @@
 # VEXO_TSAN: the cache-writer thread test alone, with ThreadSanitizer, over
-# just the sources it runs (the frame, the cache writers, the error record).
+# just the sources it runs (the frame, the cache writers and reader, the
+# error record).
 add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
 add_link_options(-fsanitize=thread)
 find_package(GTest REQUIRED)
@@ -9,7 +10,8 @@ file(GLOB tsan_support CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/support/*.c
 file(GLOB tsan_box CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/sim/box/*.cpp)
 list(REMOVE_ITEM tsan_box ${PROJECT_SOURCE_DIR}/sim/box/main.cpp)
 add_executable(test_threads_tsan ${PROJECT_SOURCE_DIR}/tests/frame/threads_test.cpp ${tsan_support} ${tsan_box} ${tsan_frame}
-  ${PROJECT_SOURCE_DIR}/src/disk/disk_update_cache_file.cpp ${PROJECT_SOURCE_DIR}/platform/core/err.cpp)
+  ${PROJECT_SOURCE_DIR}/src/disk/disk_update_cache_file.cpp ${PROJECT_SOURCE_DIR}/src/disk/disk_get_cache_file.cpp
+  ${PROJECT_SOURCE_DIR}/platform/core/err.cpp)
 target_include_directories(test_threads_tsan PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src
   ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/tests ${PROJECT_SOURCE_DIR}/sim)
 target_compile_definitions(test_threads_tsan PRIVATE VEXO_BUILDING_LIBRARY=1 _GNU_SOURCE
