@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <unistd.h>
+#include <vexohw/drive_bundle.h>
 
 namespace vexo::cli {
 
@@ -245,5 +246,13 @@ std::vector<Command> &commands()
 }
 
 void registerCommand(Command c) { commands().push_back(std::move(c)); }
+
+std::optional<std::string> readBoxFile(const std::string &appliancePath)
+{
+	char buf[4096] = "";
+	if (DBReadFromFile(appliancePath.c_str(), buf, sizeof(buf)) < 0)
+		return std::nullopt;
+	return std::string(buf);
+}
 
 } // namespace vexo::cli

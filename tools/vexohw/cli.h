@@ -4,6 +4,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <variant>
@@ -69,6 +70,9 @@ struct Context {
 void printTable(const Context &ctx, const Value &rows, const std::vector<Column> &columns, const char *title = nullptr);
 // Prints one object as "key: value" lines, or as JSON.
 void printRecord(const Context &ctx, const Value &record);
+// A small file of the box (an attribute, a flag file), read through the
+// library and so under the sysroot; nothing when it cannot be read.
+std::optional<std::string> readBoxFile(const std::string &appliancePath);
 // A failure message on stderr; returns the exit status to use.
 int fail(const char *format, ...) __attribute__((format(printf, 1, 2)));
 

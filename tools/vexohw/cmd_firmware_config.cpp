@@ -45,25 +45,15 @@ Value planRows(InfoGet get)
 }
 
 // A flag file's text; nothing when it is absent or unreadable.
-bool readFlag(const char *path, std::string &out)
-{
-	char buf[4096] = "";
-	if (DBReadFromFile(path, buf, sizeof(buf)) < 0)
-		return false;
-	out = buf;
-	return true;
-}
-
 Value sourceValue(const char *path)
 {
-	std::string s;
-	return readFlag(path, s) ? Value(s) : Value();
+	const auto s = readBoxFile(path);
+	return s ? Value(*s) : Value();
 }
 
 bool onShutdown()
 {
-	std::string s;
-	return readFlag(kOnShutdownFlag, s);
+	return readBoxFile(kOnShutdownFlag).has_value();
 }
 
 Value configRecord()
@@ -149,9 +139,8 @@ int firmwareConfigSet(Context &ctx)
 		if (!off && value.rfind('/', 0) != 0)
 			return fail("firmware config set: %s takes an absolute plan path or off, not '%s'", key.c_str(),
 				    value.c_str());
-		std::string now;
-		const bool present = readFlag(file, now);
-		changed = off ? present : !present || now != value;
+		const auto now = readBoxFile(file);
+		changed = off ? now.has_value() : !now || *now != value;
 		if (changed) {
 			const char *path = off ? nullptr : value.c_str();
 			const int rc = notification ? VEXODriveBundleFWUpgradeNotificationSet(off ? 0 : 1, path)

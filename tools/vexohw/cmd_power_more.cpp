@@ -8,7 +8,6 @@
 #include <vexohw/disk.h>
 #include <vexohw/disk_port.h>
 #include <vexohw/disk_power.h>
-#include <vexohw/drive_bundle.h>
 #include <vexoplatform/vexocore.h>
 
 #include "cli.h"
@@ -20,11 +19,7 @@ namespace {
 // A disk attribute of the box ("" when empty), nothing when it cannot be read.
 std::optional<std::string> attr(const std::string &disk, const char *name)
 {
-	char buf[64] = "";
-	const std::string path = "/sys/block/" + disk + "/device/" + name;
-	if (DBReadFromFile(path.c_str(), buf, sizeof(buf)) < 0)
-		return std::nullopt;
-	return std::string(buf);
+	return readBoxFile("/sys/block/" + disk + "/device/" + name);
 }
 
 Value optText(const std::optional<std::string> &v) { return v ? Value(*v) : Value(); }
