@@ -18,9 +18,6 @@ int devicePath(Context &ctx)
 	const char *usage = "usage: device-path --index N | --position P --cnr C";
 	if (!ctx.args.empty())
 		return fail("%s", usage);
-	for (const auto &[name, v] : ctx.options)
-		if (name != "index" && name != "position" && name != "cnr")
-			return fail("device-path: unknown option --%s", name.c_str());
 	bool byIndex = ctx.has("index");
 	if (byIndex == (ctx.has("position") || ctx.has("cnr")) || (!byIndex && !(ctx.has("position") && ctx.has("cnr"))))
 		return fail("%s", usage);

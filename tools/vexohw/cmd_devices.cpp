@@ -30,18 +30,6 @@ struct ListFree {
 };
 using List = std::unique_ptr<VLIBSZLIST, ListFree>;
 
-int noOptions(const Context &ctx, const char *command, std::initializer_list<const char *> allowed = {})
-{
-	for (const auto &[name, v] : ctx.options) {
-		bool ok = false;
-		for (const char *a : allowed)
-			ok = ok || name == a;
-		if (!ok)
-			return fail("%s: unknown option --%s", command, name.c_str());
-	}
-	return 0;
-}
-
 // Runs an enumerator that appends to a string list; false with the list
 // empty when it fails.
 template <typename Fn>
@@ -88,8 +76,6 @@ int portDrives(Context &ctx, const char *what, int (*enumerate)(PVLIBSZLIST *))
 	std::string command = std::string("port ") + what;
 	if (!ctx.args.empty())
 		return fail("usage: %s", command.c_str());
-	if (int rc = noOptions(ctx, command.c_str()))
-		return rc;
 	Value names;
 	if (!collect(enumerate, names))
 		return fail("%s: the %s drives could not be listed (error 0x%04X)", command.c_str(), what, VLIBCErrGet());
@@ -108,8 +94,6 @@ int portEsata(Context &ctx)
 {
 	if (!ctx.args.empty())
 		return fail("usage: port esata");
-	if (int rc = noOptions(ctx, "port esata"))
-		return rc;
 	int count = VEXOExternalEsataPortCount();
 	Value ports = Value::list();
 	for (int i = 1; i <= count; ++i) {
@@ -137,8 +121,6 @@ int diskSystem(Context &ctx)
 {
 	if (!ctx.args.empty())
 		return fail("usage: disk system");
-	if (int rc = noOptions(ctx, "disk system"))
-		return rc;
 	Value r = Value::object();
 	Value errors = Value::list();
 	auto failed = [&](const char *what) {
@@ -175,8 +157,6 @@ int diskPartitions(Context &ctx)
 {
 	if (ctx.args.empty())
 		return fail("usage: disk partitions DISK [NUMBER...]");
-	if (int rc = noOptions(ctx, "disk partitions"))
-		return rc;
 	std::string path = devicePath(ctx.args[0]);
 	std::string disk = VEXODiskDevPrefixSkip(path.c_str());
 	if (disk.empty() || disk.find('/') != std::string::npos)
@@ -231,8 +211,6 @@ int diskBySerial(Context &ctx)
 {
 	if (ctx.args.size() != 1 || ctx.args[0].empty())
 		return fail("usage: disk by-serial SERIAL [--wake]");
-	if (int rc = noOptions(ctx, "disk by-serial", {"wake"}))
-		return rc;
 	if (!ctx.has("wake")) {
 		// The disks of the containers the search reads, by port map: listing
 		// them through the disk records would itself read the drives.
@@ -304,8 +282,6 @@ int diskById(Context &ctx)
 {
 	if (ctx.args.size() != 1)
 		return fail("usage: disk by-id ID (as CONTAINER_N_INDEX: internal_0_3, ebox_1_2, cache_1_1)");
-	if (int rc = noOptions(ctx, "disk by-id"))
-		return rc;
 	DiskId id{};
 	if (!parseId(ctx.args[0], id))
 		return fail("disk by-id: '%s' is no disk id (CONTAINER_N_INDEX, e.g. internal_0_3)", ctx.args[0].c_str());
@@ -344,8 +320,6 @@ int diskDriver(Context &ctx)
 {
 	if (ctx.args.size() != 1)
 		return fail("usage: disk driver DISK [--wake]");
-	if (int rc = noOptions(ctx, "disk driver", {"wake"}))
-		return rc;
 	std::string path = devicePath(ctx.args[0]);
 	// The probes answer "other" and the like for any name: ask the kernel first.
 	std::string name = VEXODiskDevPrefixSkip(path.c_str());

@@ -98,9 +98,6 @@ int diskWhere(Context &ctx)
 		paths = allDevices();
 	else if (paths.empty())
 		return fail("usage: disk where PATH... | --all [--brief]");
-	for (const auto &[name, v] : ctx.options)
-		if (name != "all" && name != "brief")
-			return fail("disk where: unknown option --%s", name.c_str());
 
 	Value rows = Value::list();
 	int bad = 0;

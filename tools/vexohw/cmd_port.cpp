@@ -21,9 +21,6 @@ int portList(Context &ctx)
 {
 	if (ctx.args.size() != 1)
 		return fail("usage: port list TYPE [--all] (TYPE a number 0-11 or a name such as internal, cache)");
-	for (const auto &[name, v] : ctx.options)
-		if (name != "all")
-			return fail("port list: unknown option --%s", name.c_str());
 	int type = portTypeParse(ctx.args[0]);
 	if (type < 0)
 		return fail("port list: '%s' is no port type", ctx.args[0].c_str());

@@ -1,5 +1,6 @@
 // vexohw: every family of the library from the shell.
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -22,6 +23,23 @@ std::vector<std::string> words(const char *s)
 	for (std::string x; in >> x;)
 		w.push_back(x);
 	return w;
+}
+
+// A command takes the options its usage line names, and those listed as
+// taking a value; anything else is refused here, once for every command.
+bool takesOption(const Command &c, const std::string &name)
+{
+	if (std::find(c.valueOptions.begin(), c.valueOptions.end(), name) != c.valueOptions.end())
+		return true;
+	const std::string u = c.usage ? c.usage : "";
+	for (size_t p = u.find("--"); p != std::string::npos; p = u.find("--", p + 2)) {
+		size_t end = p + 2;
+		while (end < u.size() && (std::islower((unsigned char)u[end]) || std::isdigit((unsigned char)u[end]) || u[end] == '-'))
+			++end;
+		if (u.substr(p + 2, end - p - 2) == name)
+			return true;
+	}
+	return false;
 }
 
 void usage(FILE *out)
@@ -98,6 +116,9 @@ int main(int argc, char **argv)
 					return fail("option --%s needs a value", name.c_str());
 				value = rest[++i];
 			}
+			if (!takesOption(*best, name))
+				return fail("%s: unknown option --%s (usage: %s %s)", best->words, name.c_str(), best->words,
+					    best->usage);
 			ctx.options[name].push_back(value);
 		} else {
 			ctx.args.push_back(a);
