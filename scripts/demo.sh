@@ -39,6 +39,7 @@ run smart test start sdb --type extend
 run smart test status sdb
 run smart test stop sdb
 run smart tests sdb
+run events tests --limit 3
 # overview: every disk of the box at a glance. The box's daemon has written
 # no snapshot yet, so it walks /sys; a snapshot written as the daemon writes
 # it (with the unit's last disk asleep, so its temperature is not read) is
