@@ -155,6 +155,9 @@ echo "# compat: compatibility verdicts from the box's databases"
 # VN0230 this system rejects: it is told to upgrade rather than replace it.
 echo '[{"model":"VEXO NM410 400GB","fw_buildnumber":310}]' >"$root/srv/vexosim/ssd/v1/getUpdate/index.json"
 run compat --all
+# The same disks judged for an older system version, before a cut in their
+# entries' version intervals.
+run compat --all --at 72000
 echo
 # compatibility cache: the verdicts and firmware values of every awake disk
 # refreshed (sda sleeps and is left so), the overview's COMPAT column read

@@ -41,6 +41,20 @@ TEST(CompatCli, VerdictsOfTheBoxAndASleepingDiskLeftAsleep)
 	}
 	EXPECT_EQ(text(byDisk["/dev/sdme"], "database"), "/var/lib/disk-compatibility/xu05_v7.db");
 
+	// On another system version: the interval around each cut, and a
+	// sleeping disk not judged.
+	struct {
+		const char *disk, *at, *word;
+	} versions[] = {{"sde", "72805.9", "support"},       {"sde", "72806", "not_support"},
+			{"nvme0n1", "72806.0", "support"},   {"nvme0n1", "1", "not_in_support"},
+			{"sda", "72000", "null"},             {"sda", "7.2", "null"}};
+	for (auto v : versions) {
+		Ran at = box.vexohw({"--json", "compat", v.disk, "--at", v.at});
+		ASSERT_EQ(at.status, 0) << at.err;
+		EXPECT_EQ(text(JsonDoc(at.out).obj, "compatibility"), v.word) << v.disk << " at " << v.at;
+	}
+	EXPECT_NE(box.vexohw({"compat", "sde", "--at", "72806."}).status, 0);
+
 	auto heard = box.sent("sda");
 	EXPECT_EQ(heard, std::vector<std::string>(heard.size(), kCheckPowerMode));
 

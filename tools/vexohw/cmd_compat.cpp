@@ -1,6 +1,7 @@
 // vexohw compat DISK | --all: the live compatibility verdict of a disk on
 // this model and system version, and what the rules let the user interface
 // and the notifications do with it.
+#include <climits>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -128,8 +129,45 @@ Value compatOf(Context &ctx, const std::string &path)
 	return r;
 }
 
+// "72806" or "72806.2": the build and update numbers of a system version.
+bool parseVersion(const std::string &text, unsigned &base, unsigned &nano)
+{
+	int b = 0, n = 0;
+	size_t dot = text.find('.');
+	if (!parseInt(text.substr(0, dot), 1, INT_MAX, b) ||
+	    (dot != std::string::npos && !parseInt(text.substr(dot + 1), 0, INT_MAX, n)))
+		return false;
+	base = static_cast<unsigned>(b);
+	nano = static_cast<unsigned>(n);
+	return true;
+}
+
+// The verdict the disk would have on another system version: what an
+// update of the system would make of it. It reads the drive's firmware, so
+// a sleeping disk is not judged unless woken.
+Value compatAt(Context &ctx, const std::string &path, unsigned base, unsigned nano)
+{
+	Value r = Value::object();
+	r.set("disk", path);
+	r.set("version", std::to_string(base) + "." + std::to_string(nano));
+	if (!ctx.has("wake") && VEXOExtDiskPowerModeGet(path.c_str()) == VEXO_EXT_POWER_STANDBY) {
+		r.set("power_mode", "standby");
+		r.set("compatibility", Value());
+		r.set("meaning", "asleep: not judged (--wake judges it anyway)");
+		return r;
+	}
+	int status = VEXODiskCompatibilityByVerGet(path.c_str(), base, nano, 0);
+	r.set("compatibility", statusWord(status));
+	r.set("status", status);
+	r.set("meaning", verdictMeaning(status));
+	return r;
+}
+
 int compat(Context &ctx)
 {
+	unsigned base = 0, nano = 0;
+	if (ctx.has("at") && !parseVersion(ctx.opt("at"), base, nano))
+		return fail("compat: --at needs a system version BUILD[.UPDATE], not '%s'", ctx.opt("at").c_str());
 	std::vector<std::string> paths;
 	if (ctx.has("all")) {
 		int32_t mask = DISK_CONTAINER_INTERNAL | DISK_CONTAINER_EBOX | DISK_CONTAINER_CACHE;
@@ -146,13 +184,17 @@ int compat(Context &ctx)
 	} else if (ctx.args.size() == 1) {
 		paths.push_back(devicePath(ctx.args[0]));
 	} else {
-		return fail("usage: compat DISK | --all [--wake]");
+		return fail("usage: compat DISK | --all [--at BUILD[.UPDATE]] [--wake]");
 	}
 	Value rows = Value::list();
 	for (const std::string &p : paths)
-		rows.push(compatOf(ctx, p));
+		rows.push(base ? compatAt(ctx, p, base, nano) : compatOf(ctx, p));
 	if (ctx.json) {
 		printRecord(ctx, ctx.has("all") ? rows : rows.asList()[0]);
+		return 0;
+	}
+	if (base) {
+		printTable(ctx, rows, {{"disk", "DISK"}, {"version", "VERSION"}, {"compatibility", "VERDICT"}, {"meaning", "MEANING"}});
 		return 0;
 	}
 	for (const Value &r : rows.asList()) {
@@ -175,4 +217,6 @@ int compat(Context &ctx)
 
 } // namespace
 
-VEXO_CLI_COMMAND("compat", "DISK | --all [--wake]", "the drive's compatibility verdict and what it allows", compat, {});
+VEXO_CLI_COMMAND("compat", "DISK | --all [--at BUILD[.UPDATE]] [--wake]",
+		 "the drive's compatibility verdict and what it allows; --at: the verdict on another system version", compat,
+		 {"at"});
