@@ -71,13 +71,16 @@ TEST(FanSettingsCli, SetsWriteOnceNotifyOnceAndRefuseBadValues)
 		EXPECT_EQ(r.err.find("vexohw: ") == 0, s.status != 0); // one line naming what was refused
 		EXPECT_EQ(s.changed ? text(JsonDoc(r.out).obj, "changed") : "", s.changed ? s.changed : "");
 		EXPECT_NE(box.read(conf).find(std::string(s.line) + "\n"), std::string::npos) << box.read(conf);
-		if (!s.changed || std::string(s.changed) == "false")
+		if (!s.changed || std::string(s.changed) == "false") {
 			EXPECT_EQ(inode(box, conf), before); // nothing written
+		}
 		heard += s.notice ? 1 : 0;
 		std::vector<std::string> events = daemon.events(heard);
 		ASSERT_EQ(events.size(), heard);
-		if (s.notice)
+		if (s.notice) {
 			EXPECT_EQ(events.back(), s.notice);
+			EXPECT_EQ(text(JsonDoc(r.out).obj, "daemon_running"), "true");
+		}
 	}
 	// What the getters read now, low_stop reading as low for the unit's key.
 	JsonDoc modes(box.vexohw({"--json", "fan", "dual-mode"}).out);
@@ -103,18 +106,18 @@ TEST(FanTablesCli, ShutdownTemperaturesAdaptersAndOverrides)
 		if (text(r, "in_use") == "true")
 			shutdown.push_back(text(r, "model") + " " + text(r, "table") + " " + text(r, "shutdown_c"));
 	}
-	// The default internal mode is low; the CPU fan always runs; xnic01's
-	// first shutdown level is its last; m2 and nic tables have none.
-	EXPECT_EQ(shutdown, (Strings{"table disk_temperature 61", "table cpu_temperature 95",
-				     "table m2_temperature null", "table xnic01_temperature 105",
-				     "table nic_temperature 100", "table disk_temperature 60", "table cpu_temperature 95",
+	// The default internal mode is low and the CPU fan always runs; m2's last
+	// level is made a shutdown one, and the catch-all nic table is dropped
+	// since the one adapter in the box has a table of its own.
+	EXPECT_EQ(shutdown, (Strings{"table disk_temperature 61", "table cpu_temperature 95", "table m2_temperature 80",
+				     "table xnic01_temperature 105", "table disk_temperature 60", "table cpu_temperature 95",
 				     "bmc disk_temperature 61", "bmc cpu_temperature 100"}));
 
 	JsonDoc t(box.vexohw({"--json", "fan", "tables", "--inserted"}).out);
 	json_object *adapters = field(t.obj, "adapters");
 	ASSERT_EQ(json_object_array_length(adapters), 1u) << json_object_to_json_string(t.obj);
 	EXPECT_EQ(texts(json_object_array_get_idx(adapters, 0), {"table", "ids", "groups"}),
-		  (Strings{"xnic01_temperature", "7053:1001", "[ 0 ]"}));
+		  (Strings{"xnic01_temperature", "7053:1001", "[ 0, 4 ]"})); // 4: group 0 at full speed
 	EXPECT_EQ(text(json_object_array_get_idx(field(t.obj, "groups"), 0), "adapters_covered"), "true");
 	json_object *overrides = field(t.obj, "debug_overrides");
 	ASSERT_EQ(json_object_array_length(overrides), 1u);

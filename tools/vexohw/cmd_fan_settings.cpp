@@ -11,6 +11,7 @@
 #include <strings.h>
 #include <vector>
 
+#include <vexohw/ext.h>
 #include <vexohw/fan_config.h>
 #include <vexohw/fan_table.h>
 #include <vexohw/vcemd.h>
@@ -270,9 +271,15 @@ int fanDualModeSet(Context &ctx)
 	const int after = VEXOFanAdjustDualModeGet(key);
 	if (after != type)
 		return fail("fan dual-mode set: written, but %s reads back as %s", key, modeName(after).text().c_str());
-	if (notify)
+	int pid = 0;
+	const bool daemon = VEXOExtVcemdPidGet(&pid) == 1;
+	if (notify) {
 		r.set("notify", internal ? VEXO_VCEMD_NOTIFY_FAN_MODE : VEXO_VCEMD_NOTIFY_FAN_MODE2);
+		r.set("daemon_running", daemon);
+	}
 	printRecord(ctx, r);
+	if (notify && !daemon && !ctx.json)
+		std::printf("\nnote: the platform daemon is not running: it takes the mode when it starts.\n");
 	if (!has(boardTypes(), type) && !ctx.json)
 		std::printf("\nnote: this board's vcemd.xml has no fan table for %s.\n", kModeNames[type]);
 	return 0;
