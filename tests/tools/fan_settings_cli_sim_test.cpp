@@ -91,6 +91,13 @@ TEST(FanSettingsCli, SetsWriteOnceNotifyOnceAndRefuseBadValues)
 	EXPECT_EQ(texts(JsonDoc(box.vexohw({"--json", "fan", "time"}).out).obj, {"value", "stored"}),
 		  (Strings{"7", "7"}));
 	EXPECT_EQ(box.vexohw({"fan", "dual-mode", "cpu"}).status, 1);
+
+	// A settings file that cannot be replaced: the call and its code named.
+	std::filesystem::remove(box.root() + conf);
+	std::filesystem::create_directory(box.root() + conf);
+	Ran r = box.vexohw({"fan", "speed", "set", "low"});
+	EXPECT_EQ(r.status, 1);
+	EXPECT_EQ(r.err.rfind("vexohw: fan speed set: VEXOFanConfigSpeedSet(3) failed (error 0x", 0), 0u) << r.err;
 }
 
 TEST(FanTablesCli, ShutdownTemperaturesAdaptersAndOverrides)
