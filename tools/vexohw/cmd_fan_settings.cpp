@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 #include <strings.h>
+#include <utility>
 #include <vector>
 
 #include <vexohw/ext.h>
