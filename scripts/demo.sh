@@ -309,3 +309,11 @@ run firmware config set on-shutdown yes
 run firmware config set on-shutdown no
 run firmware online
 run firmware online "VEXO NM410 400GB"
+
+# fan settings and temperatures: the machine's temperature with the sensor
+# that answered, and the user's fan speed set twice (the second finds it so)
+echo "# fan settings and the system temperature"
+run system temperature
+run fan speed set high
+run fan speed set high
+run fan speed set on
