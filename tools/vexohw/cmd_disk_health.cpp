@@ -12,8 +12,10 @@
 #include <string>
 #include <sys/stat.h>
 #include <vexohw/disk_adv.h>
+#include <vexohw/disk_enum.h>
 #include <vexohw/disk_health.h>
 #include <vexohw/disk_mail.h>
+#include <vexohw/disk_overview.h>
 #include <vexohw/disk_status.h>
 #include <vexohw/ext.h>
 #include <vexohw/frame.h>
@@ -45,6 +47,33 @@ int diskArg(const Context &ctx, const char *usage, std::string &path, std::size_
 	if (VEXOExtSysrootPath(("/sys/block/" + name).c_str(), host, sizeof(host)) != 0 || ::stat(host, &st) != 0)
 		return fail("no disk %s", path.c_str());
 	return 0;
+}
+
+// The overview document holds the months and the kernel's counters. When it
+// is missing the library builds it afresh from every disk of the box, which
+// reads each drive: refused while any disk sleeps, unless --wake. 0, or the
+// exit status after saying which disks sleep.
+int overviewWouldWake(const Context &ctx)
+{
+	char host[4096];
+	struct stat st {};
+	if (ctx.has("wake") ||
+	    (VEXOExtSysrootPath(VEXO_DISK_OVERVIEW_XML, host, sizeof(host)) == 0 && ::stat(host, &st) == 0))
+		return 0;
+	int32_t mask = 0xFF;
+	DiskEnumFilter filter{&mask};
+	DiskListNode *head = nullptr;
+	if (VEXOExtDiskInfoEnumFrom(&filter, VEXO_EXT_DISK_SOURCE_QUIET_WALK, &head, nullptr) < 0)
+		return fail("can't list the disks (error 0x%04X)", VLIBCErrGet());
+	std::string asleep;
+	for (DiskListNode *n = head; n; n = n->next)
+		if (n->info && VEXOExtDiskPowerModeGet(n->info->path) == VEXO_EXT_POWER_STANDBY)
+			asleep += std::string(asleep.empty() ? "" : ", ") + n->info->path;
+	DiskInfoEnumFree(head);
+	if (asleep.empty())
+		return 0;
+	return fail("%s is missing and building it reads every disk, waking %s (--wake builds it anyway)",
+		    VEXO_DISK_OVERVIEW_XML, asleep.c_str());
 }
 
 // A cached integer of the disk, null when none is stored.
@@ -89,6 +118,8 @@ int healthHistory(Context &ctx)
 	// This month's figures are the drive's SMART values.
 	if (leaveAsleep(ctx, path))
 		return 0;
+	if (int rc = overviewWouldWake(ctx))
+		return rc;
 	DiskHealthHistoryEntry e[12] = {};
 	if (VEXODiskHealthHistoryGet(path.c_str(), e, 12, t) != 0)
 		return fail("can't read the health history of %s (VEXODiskHealthHistoryGet, error 0x%04X)", path.c_str(),
@@ -129,6 +160,8 @@ int healthCurrent(Context &ctx)
 		return rc;
 	if (leaveAsleep(ctx, path))
 		return 0;
+	if (int rc = overviewWouldWake(ctx))
+		return rc;
 	DiskHealthAttr drive{}, total{};
 	if (VEXODiskCurHealthSmartAttrGet(path.c_str(), &drive) != 0)
 		return fail("can't read the health values of %s (VEXODiskCurHealthSmartAttrGet, error 0x%04X)",
@@ -145,10 +178,8 @@ int healthCurrent(Context &ctx)
 	r.set("retry", total.retry);
 	r.set("remain_life", total.remainLife < 0 ? Value() : Value(total.remainLife));
 	r.set("life_attribute", total.lifeAttribute[0] ? Value(total.lifeAttribute) : Value());
-	Value fromDrive = Value::object();
-	fromDrive.set("idnf", drive.idnf);
-	fromDrive.set("retry", drive.retry);
-	r.set("drive_reports", std::move(fromDrive));
+	r.set("drive_idnf", drive.idnf);
+	r.set("drive_retry", drive.retry);
 	if (total.remainLife >= 0) {
 		const int below = VEXODiskIsBelowLifeThrWithValue(path.c_str(), total.remainLife, nullptr, nullptr);
 		r.set("below_life_threshold", below < 0 ? Value() : Value(below == 1));
@@ -222,15 +253,11 @@ int healthAdv(Context &ctx)
 	// What the health rollup last stored, which may lag a test just ended.
 	char cstatus[32] = {}, progress[64] = {};
 	int cweight = 0;
-	if (VEXODiskAdvStatusCacheGet(path.c_str(), cstatus, sizeof(cstatus), progress, sizeof(progress), &cweight) == 0) {
-		Value c = Value::object();
-		c.set("status", cstatus);
-		c.set("weight", cweight);
-		c.set("progress", progress[0] ? Value(progress) : Value());
-		r.set("cached", std::move(c));
-	} else {
-		r.set("cached", Value());
-	}
+	const bool cached =
+		VEXODiskAdvStatusCacheGet(path.c_str(), cstatus, sizeof(cstatus), progress, sizeof(progress), &cweight) == 0;
+	r.set("cached_status", cached ? Value(cstatus) : Value());
+	r.set("cached_weight", cached ? Value(cweight) : Value());
+	r.set("progress", cached && progress[0] ? Value(progress) : Value());
 	printRecord(ctx, r);
 	return 0;
 }
@@ -260,7 +287,10 @@ int healthAdvCode(Context &ctx)
 	const int n = VEXODiskAdvStatusMapping(code.c_str(), status, sizeof(status), section, sizeof(section), key,
 					       sizeof(key), weight, sizeof(weight), &modifiable);
 	if (n == 0 && VLIBCErrGet() != 0)
-		return fail("can't map test code %s (VEXODiskAdvStatusMapping, error 0x%04X)", code.c_str(), VLIBCErrGet());
+		return fail("can't map test code %s: %s (VEXODiskAdvStatusMapping, error 0x%04X)", code.c_str(),
+			    VLIBCErrGet() == VEXO_ERR_NOT_FOUND ? "/etc.defaults/disk_adv_status.conf can't be read"
+								: "the configuration can't be used",
+			    VLIBCErrGet());
 	Value r = Value::object();
 	r.set("code", code);
 	r.set("status", advStatusWord(n));
