@@ -113,6 +113,23 @@ TEST(DiskHealthCli, CachedDetailsMatchTheBoxAndASleepingDiskHearsNothing)
 			got.push_back(text(doc.obj, k));
 		EXPECT_EQ(got, r.want) << r.args[0] << " " << r.args[1];
 	}
+	// Twelve command timeouts on sda weigh critical until acknowledged; a
+	// second acknowledgement stores nothing.
+	std::ofstream(box.root() + "/sys/block/sda/device/iotmo_cnt") << "0xc\n";
+	const std::string base = cache + "sda/timeout_base";
+	std::filesystem::file_time_type stored{};
+	for (auto [args, want] : std::vector<std::pair<Strings, Strings>>{
+		     {{"health", "errors", "sda", "--refresh"}, {"12", "0", "31", "<none>"}},
+		     {{"health", "errors", "ack", "sda", "timeout"}, {"12", "12", "0", "true"}},
+		     {{"health", "errors", "ack", "sda", "timeout"}, {"12", "12", "0", "false"}}}) {
+		args.insert(args.begin(), "--json");
+		JsonDoc doc(box.vexohw(args).out);
+		EXPECT_EQ(texts(json_object_array_get_idx(doc.obj, 0), {"count", "baseline", "weight", "changed"}), want);
+		if (want[3] == "false") {
+			EXPECT_EQ(std::filesystem::last_write_time(base), stored);
+		}
+		stored = std::filesystem::last_write_time(base);
+	}
 	// The box has no overview document yet: building it would read sdb too.
 	for (auto args : std::vector<Strings>{{"health", "history", "sda"},
 					     {"health", "history", "sda", "--type", "weekly"},

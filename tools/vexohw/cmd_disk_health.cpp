@@ -5,6 +5,7 @@
 // What comes from the caches never touches a drive; what reads the drive
 // (the SMART values, the stored serial) leaves a sleeping disk asleep.
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -20,6 +21,7 @@
 #include <vexohw/ext.h>
 #include <vexohw/frame.h>
 #include <vexohw/remain_life.h>
+#include <vexohw/smart_info.h>
 #include <vexohw/smart_serial.h>
 #include <vexoplatform/vexocore.h>
 #include <vexoplatform/vexoerr.h>
@@ -335,6 +337,137 @@ int healthAnalytics(Context &ctx)
 	return 0;
 }
 
+// ---- Error accounting -----------------------------------------------------------
+
+struct ErrorSource {
+	const char *name;   // as the user names it
+	const char *attr;   // the kernel counter under /sys/block/<name>, or null: attribute 187
+	const char *baseKey, *statusKey;
+	int (*update)(const char *);
+	int (*weight)(const char *, int *);
+};
+
+constexpr ErrorSource kSources[] = {
+	{"timeout", "device/iotmo_cnt", "timeout_base", "timeout_status", VEXODiskErrorTimeoutStatusCacheUpdate,
+	 VEXODiskErrorTimeoutStatusCacheGet},
+	{"reset-fail", "device/ioerr_cnt", "reset_fail_base", "reset_fail_status", VEXODiskErrorResetFailStatusCacheUpdate,
+	 VEXODiskErrorResetFailStatusCacheGet},
+	{"unc", nullptr, "unc_base", "unc_status", VEXODiskErrorUncStatusCacheUpdate, VEXODiskErrorUncStatusCacheGet},
+};
+
+// A counter as the kernel shows it ("0x1f" or "31").
+bool counterValue(const std::string &text, long long &out)
+{
+	const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+	if (text.empty() || text[0] == '-' || text[0] == '+' || (hex && text.size() == 2))
+		return false;
+	char *end = nullptr;
+	errno = 0;
+	out = std::strtoll(text.c_str() + (hex ? 2 : 0), &end, hex ? 16 : 10);
+	return errno == 0 && *end == '\0';
+}
+
+// The source's count now, as its update reads it: the kernel's counter, or
+// the raw attribute 187 of the SMART list last cached (never the drive).
+// Null when the disk has no such counter.
+Value errorCount(const std::string &path, const ErrorSource &src)
+{
+	const std::string name = path.substr(5);
+	long long v = 0;
+	if (src.attr) {
+		const auto text = readBoxFile("/sys/block/" + name + "/" + src.attr);
+		return text && counterValue(*text, v) ? Value(v) : Value();
+	}
+	SmartInfoEntry *list = nullptr;
+	Value out;
+	if (SmartInfoCacheGet(name.c_str(), &list) == 0)
+		for (const SmartInfoEntry *e = list; e; e = e->next)
+			if (e->id && std::strcmp(e->id, "187") == 0 && e->raw && counterValue(e->raw, v))
+				out = Value(v);
+	VEXODiskSmartInfoFree(list);
+	return out;
+}
+
+Value errorRow(const std::string &path, const ErrorSource &src)
+{
+	Value r = Value::object();
+	r.set("source", src.name);
+	const Value count = errorCount(path, src);
+	long long base = 0;
+	const bool hasBase = VEXODiskGetLLIntValueCacheFile(path.c_str(), src.baseKey, &base) == 0;
+	r.set("count", count);
+	r.set("baseline", hasBase ? Value(base) : Value());
+	r.set("new_errors", !count.isNull() && hasBase ? Value(std::atoll(count.text().c_str()) - base) : Value());
+	int w = 0;
+	r.set("weight", src.weight(path.c_str(), &w) == 0 ? Value(w) : Value());
+	r.set("status", cachedText(path, src.statusKey));
+	return r;
+}
+
+int healthErrors(Context &ctx)
+{
+	std::string path;
+	if (int rc = diskArg(ctx, "health errors DISK [--refresh]", path))
+		return rc;
+	Value rows = Value::list();
+	for (const ErrorSource &src : kSources) {
+		// The updates read counters and the cached SMART list, never the drive.
+		if (ctx.has("refresh") && src.update(path.c_str()) != 0)
+			return fail("can't update the %s accounting of %s (error 0x%04X)", src.name, path.c_str(),
+				    VLIBCErrGet());
+		rows.push(errorRow(path, src));
+	}
+	const std::string title = path + ": errors since the baseline (" +
+				  (ctx.has("refresh") ? "updated now" : "as last updated; --refresh updates") + ")";
+	printTable(ctx, rows,
+		   {{"source", "SOURCE"}, {"count", "COUNT"}, {"baseline", "BASELINE"}, {"new_errors", "NEW"},
+		    {"weight", "WEIGHT"}, {"status", "STATUS"}},
+		   title.c_str());
+	return 0;
+}
+
+// Acknowledges the errors seen so far: the count becomes the baseline, and
+// the weight is worked out again from there.
+int healthErrorsAck(Context &ctx)
+{
+	std::string path;
+	const char *usage = "health errors ack DISK timeout|reset-fail|unc|all";
+	if (int rc = diskArg(ctx, usage, path, 2))
+		return rc;
+	const std::string &which = ctx.args[1];
+	Value rows = Value::list();
+	for (const ErrorSource &src : kSources) {
+		if (which != "all" && which != src.name)
+			continue;
+		const Value count = errorCount(path, src);
+		if (count.isNull()) {
+			if (which != "all")
+				return fail("%s has no %s counter to acknowledge", path.c_str(), src.name);
+			continue;
+		}
+		const long long now = std::atoll(count.text().c_str());
+		long long base = -1;
+		const bool same = VEXODiskGetLLIntValueCacheFile(path.c_str(), src.baseKey, &base) == 0 && base == now;
+		if (!same) {
+			if (VEXODiskUpdateLLIntValueCacheFile(path.substr(5).c_str(), src.baseKey, now) != 0)
+				return fail("can't store the %s baseline of %s (VEXODiskUpdateLLIntValueCacheFile, error 0x%04X)",
+					    src.name, path.c_str(), VLIBCErrGet());
+			if (src.update(path.c_str()) != 0)
+				return fail("can't update the %s accounting of %s (error 0x%04X)", src.name, path.c_str(),
+					    VLIBCErrGet());
+		}
+		Value r = errorRow(path, src);
+		r.set("changed", !same);
+		rows.push(std::move(r));
+	}
+	if (rows.asList().empty() && which != "all")
+		return fail("usage: %s", usage);
+	printTable(ctx, rows,
+		   {{"source", "SOURCE"}, {"count", "COUNT"}, {"baseline", "BASELINE"}, {"weight", "WEIGHT"},
+		    {"changed", "CHANGED"}});
+	return 0;
+}
+
 // ---- The serial the user sees ------------------------------------------------
 
 struct SerialState {
@@ -517,6 +650,10 @@ VEXO_CLI_COMMAND("health adv-code", "CODE", "what an advanced test code maps to 
 		 {});
 VEXO_CLI_COMMAND("health analytics", "DISK", "the drive analytics finding, its weight and whether it is muted",
 		 healthAnalytics, {});
+VEXO_CLI_COMMAND("health errors", "DISK [--refresh]",
+		 "command timeouts, failed resets and uncorrectable reads: count, baseline, weight", healthErrors, {});
+VEXO_CLI_COMMAND("health errors ack", "DISK timeout|reset-fail|unc|all",
+		 "acknowledge the errors seen so far: the count becomes the baseline", healthErrorsAck, {});
 VEXO_CLI_COMMAND("disk mask-serial", "DISK [--wake]", "the true, stored and shown serial of a disk", maskSerial, {});
 VEXO_CLI_COMMAND("disk mask-serial set", "DISK SERIAL", "store the serial the user sees on the drive", maskSerialSet,
 		 {});
