@@ -235,8 +235,12 @@ Value advStatusWord(int status)
 int healthAdv(Context &ctx)
 {
 	std::string path;
-	if (int rc = diskArg(ctx, "health adv DISK", path))
+	if (int rc = diskArg(ctx, "health adv DISK [--refresh]", path))
 		return rc;
+	// --refresh stores the answer where the health rollup reads it.
+	if (ctx.has("refresh") && VEXODiskAdvStatusInit(path.substr(5).c_str()) != 0)
+		return fail("can't store the advanced test status of %s (VEXODiskAdvStatusInit, error 0x%04X)", path.c_str(),
+			    VLIBCErrGet());
 	char status[32] = {}, code[64] = {}, section[256] = {}, key[256] = {};
 	int weight = 0, modifiable = 0, muted = 0;
 	if (VEXODiskAdvStatusGet(path.c_str(), status, sizeof(status), &weight, &modifiable, &muted, code, sizeof(code),
@@ -644,8 +648,9 @@ VEXO_CLI_COMMAND("health history", "DISK [--type monthly|cumulative] [--wake]",
 VEXO_CLI_COMMAND("health current", "DISK [--wake]", "the disk's health figures now: bad sectors, IDNF, retries, life",
 		 healthCurrent, {});
 VEXO_CLI_COMMAND("health prediction", "DISK", "the published failure prediction and its weight", healthPrediction, {});
-VEXO_CLI_COMMAND("health adv", "DISK", "the advanced test's status: weight, code, whether muted or mutable", healthAdv,
-		 {});
+VEXO_CLI_COMMAND("health adv", "DISK [--refresh]",
+		 "the advanced test's status: weight, code, whether muted or mutable, and what the rollup has cached",
+		 healthAdv, {});
 VEXO_CLI_COMMAND("health adv-code", "CODE", "what an advanced test code maps to in the configuration", healthAdvCode,
 		 {});
 VEXO_CLI_COMMAND("health analytics", "DISK", "the drive analytics finding, its weight and whether it is muted",
