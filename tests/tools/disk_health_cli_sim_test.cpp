@@ -174,6 +174,15 @@ TEST(FirmwarePlanCli, ValidateRemovesABadBinaryAndResultsAreNewestFirst)
 	EXPECT_EQ(texts(json_object_array_get_idx(list, 0), {"disk", "result", "time"}),
 		  (Strings{"/dev/sdb", "failed: flashing", "2023-11-14T22:15:00Z"}));
 	EXPECT_EQ(text(json_object_array_get_idx(list, 1), "result"), "success");
+
+	// The plan in force names sda: listed with what the user is offered.
+	std::ofstream(box.root() + "/var/lib/drive-bundle/fw-upgrade/p.conf")
+		<< "[WWZ4K1QA]\ndrive_path=\"/dev/sda\"\nupgrade_status=\"0\"\n";
+	std::filesystem::create_symlink("p.conf", box.root() + "/var/lib/drive-bundle/fw-upgrade/current.conf");
+	JsonDoc drives(box.vexohw({"--json", "firmware", "drives"}).out);
+	ASSERT_EQ(json_object_array_length(drives.obj), 1u);
+	EXPECT_EQ(texts(json_object_array_get_idx(drives.obj, 0), {"disk", "upgrading", "offer"}),
+		  (Strings{"/dev/sda", "false", "none"}));
 }
 
 } // namespace
