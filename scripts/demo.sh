@@ -317,3 +317,14 @@ run system temperature
 run fan speed set high
 run fan speed set high
 run fan speed set on
+
+# health details and the serial the user sees: a disk's bad sectors now and
+# over the year (this month recorded first), the serial stored on the drive
+# once (the second call writes nothing), and whether an upgrade is going
+echo "# health figures and history, the stored serial, the firmware upgrade"
+run health current sdf
+build/bin/vexosim run "$root" -- build/bin/vexohw history record sdf >/dev/null
+run health history sdf --type cumulative
+run disk mask-serial set sda WWZ4K1QA
+run disk mask-serial set sda WWZ4K1QA
+run firmware finished
