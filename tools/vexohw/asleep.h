@@ -5,6 +5,11 @@
 
 #include <cstdio>
 #include <string>
+#include <sys/stat.h>
+
+#include <vexohw/disk_enum.h>
+#include <vexohw/disk_overview.h>
+#include <vexoplatform/vexocore.h>
 
 #include "cli.h"
 #include <vexohw/ext.h>
@@ -39,6 +44,33 @@ inline bool leaveAsleep(Context &ctx, const std::string &path)
 		std::printf("\n%s is asleep: nothing read, so as not to wake it (--wake reads it anyway).\n",
 			    path.c_str());
 	return true;
+}
+
+// The overview document holds the months and the kernel's counters. When it
+// is missing the library builds it afresh from every disk of the box, which
+// reads each drive: refused while any disk sleeps, unless --wake. 0, or the
+// exit status after saying which disks sleep.
+inline int overviewWouldWake(const Context &ctx)
+{
+	char host[4096];
+	struct stat st {};
+	if (ctx.has("wake") ||
+	    (VEXOExtSysrootPath(VEXO_DISK_OVERVIEW_XML, host, sizeof(host)) == 0 && ::stat(host, &st) == 0))
+		return 0;
+	int32_t mask = 0xFF;
+	DiskEnumFilter filter{&mask};
+	DiskListNode *head = nullptr;
+	if (VEXOExtDiskInfoEnumFrom(&filter, VEXO_EXT_DISK_SOURCE_QUIET_WALK, &head, nullptr) < 0)
+		return fail("can't list the disks (error 0x%04X)", VLIBCErrGet());
+	std::string asleep;
+	for (DiskListNode *n = head; n; n = n->next)
+		if (n->info && VEXOExtDiskPowerModeGet(n->info->path) == VEXO_EXT_POWER_STANDBY)
+			asleep += std::string(asleep.empty() ? "" : ", ") + n->info->path;
+	DiskInfoEnumFree(head);
+	if (asleep.empty())
+		return 0;
+	return fail("%s is missing and building it reads every disk, waking %s (--wake builds it anyway)",
+		    VEXO_DISK_OVERVIEW_XML, asleep.c_str());
 }
 
 } // namespace vexo::cli

@@ -51,33 +51,6 @@ int diskArg(const Context &ctx, const char *usage, std::string &path, std::size_
 	return 0;
 }
 
-// The overview document holds the months and the kernel's counters. When it
-// is missing the library builds it afresh from every disk of the box, which
-// reads each drive: refused while any disk sleeps, unless --wake. 0, or the
-// exit status after saying which disks sleep.
-int overviewWouldWake(const Context &ctx)
-{
-	char host[4096];
-	struct stat st {};
-	if (ctx.has("wake") ||
-	    (VEXOExtSysrootPath(VEXO_DISK_OVERVIEW_XML, host, sizeof(host)) == 0 && ::stat(host, &st) == 0))
-		return 0;
-	int32_t mask = 0xFF;
-	DiskEnumFilter filter{&mask};
-	DiskListNode *head = nullptr;
-	if (VEXOExtDiskInfoEnumFrom(&filter, VEXO_EXT_DISK_SOURCE_QUIET_WALK, &head, nullptr) < 0)
-		return fail("can't list the disks (error 0x%04X)", VLIBCErrGet());
-	std::string asleep;
-	for (DiskListNode *n = head; n; n = n->next)
-		if (n->info && VEXOExtDiskPowerModeGet(n->info->path) == VEXO_EXT_POWER_STANDBY)
-			asleep += std::string(asleep.empty() ? "" : ", ") + n->info->path;
-	DiskInfoEnumFree(head);
-	if (asleep.empty())
-		return 0;
-	return fail("%s is missing and building it reads every disk, waking %s (--wake builds it anyway)",
-		    VEXO_DISK_OVERVIEW_XML, asleep.c_str());
-}
-
 // A cached integer of the disk, null when none is stored.
 Value cachedInt(const std::string &path, const char *key)
 {

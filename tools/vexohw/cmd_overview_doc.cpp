@@ -22,6 +22,8 @@ int counters(Context &ctx)
 	std::string path = devicePath(ctx.args[0]);
 	if (leaveAsleep(ctx, path))
 		return 0;
+	if (int rc = overviewWouldWake(ctx))
+		return rc;
 	DiskAttrCounters c{};
 	if (VEXODiskXmlAttrCtGet(path.c_str(), &c) != 0)
 		return fail("no counters for %s in %s (error 0x%04X)", path.c_str(), VEXO_DISK_OVERVIEW_XML,
@@ -47,6 +49,8 @@ int history(Context &ctx)
 	std::string path = devicePath(ctx.args[0]);
 	if (leaveAsleep(ctx, path))
 		return 0;
+	if (int rc = overviewWouldWake(ctx))
+		return rc;
 	DiskHealthHistoryEntry h[12];
 	if (VEXODiskXmlParseHistory(path.c_str(), h, 12) != 0)
 		return fail("no history for %s in %s (error 0x%04X)", path.c_str(), VEXO_DISK_OVERVIEW_XML, VLIBCErrGet());
