@@ -305,3 +305,10 @@ run firmware config set on-shutdown yes
 run firmware config set on-shutdown no
 run firmware online
 run firmware online "VEXO NM410 400GB"
+
+# NVMe drives: where each sits on its M.2 card, then one drive up close and a
+# log page (the firmware slots) as bytes
+echo "# NVMe drives and their slots"
+run nvme all
+run nvme info nvme1n1
+run nvme log nvme1n1 firmware --length 32
