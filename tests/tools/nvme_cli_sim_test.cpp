@@ -66,7 +66,7 @@ TEST_F(NvmeCli, InfoSmartAndOverrides)
 	std::ofstream(box.root() + "/tmp/.disk_status_debug") << "[VXN2310A01273]\ncrit=\"c\"\nperc_used=\"50\"\nlife=\"7\"\n";
 	json_object *o = json({"nvme", "info", "nvme1n1"})->obj;
 	EXPECT_EQ(texts(o, {"critical_warning", "percentage_used", "remaining_life", "warnings"}),
-		  (Strings{"0x0c", "50", "7", "[\"temperature_threshold\",\"reliability_degraded\"]"}));
+		  (Strings{"0x0c", "50", "7", "[ \"reliability_degraded\", \"read_only\" ]"}));
 	json_object *d = field(o, "debug_overrides");
 	EXPECT_EQ(texts(field(d, "remaining_life"), {"drive", "override"}), (Strings{"100", "7"}));
 	EXPECT_EQ(texts(field(d, "percentage_used"), {"drive", "override"}), (Strings{"1", "50"}));
@@ -96,7 +96,7 @@ TEST_F(NvmeCli, PlacesBothWays)
 	json_object *s = json({"nvme", "slot", "nvme1n1"})->obj;
 	EXPECT_EQ(texts(s, {"slot", "location", "port_type", "u2", "usable", "disk_at_place"}),
 		  (Strings{"1", "2", "cache", "false", "true", "/dev/nvme1n1"}));
-	EXPECT_EQ(texts(field(s, "card"), {"id", "name", "sup_nvme", "sup_sata"}), (Strings{"0", "M2C-D2", "true", "false"}));
+	EXPECT_EQ(texts(s, {"card_id", "card", "card_sup_nvme", "card_sup_sata"}), (Strings{"0", "M2C-D2", "true", "false"}));
 	EXPECT_EQ(text(json({"nvme", "at", "1", "1"})->obj, "disk"), "/dev/nvme0n1");
 
 	json_object *all = json({"nvme", "all"})->obj;
@@ -106,7 +106,7 @@ TEST_F(NvmeCli, PlacesBothWays)
 	EXPECT_EQ(texts(json_object_array_get_idx(all, 1), {"disk", "location", "temperature_c", "remaining_life"}),
 		  (Strings{"/dev/nvme1n1", "2", "44", "100"}));
 	EXPECT_EQ(text(row(json({"nvme", "cards"})->obj, "name", "M2C-D2"), "disks"),
-		  "[\"\\/dev\\/nvme0n1\",\"\\/dev\\/nvme1n1\"]");
+		  "[ \"\\/dev\\/nvme0n1\", \"\\/dev\\/nvme1n1\" ]");
 }
 
 TEST_F(NvmeCli, Refusals)

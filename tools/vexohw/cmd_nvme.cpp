@@ -260,7 +260,7 @@ Value dumpRows(const std::vector<unsigned char> &data)
 			hex += (i > off ? (i - off == 8 ? "  " : " ") : "") + std::string(b);
 			ascii += data[i] >= 0x20 && data[i] < 0x7F ? static_cast<char>(data[i]) : '.';
 		}
-		char o[16];
+		char o[24];
 		std::snprintf(o, sizeof(o), "%04zx", off);
 		Value row = Value::object();
 		row.set("offset", o);

@@ -82,14 +82,11 @@ std::vector<std::string> nvmeDisks(bool &ok)
 void cardFields(const std::string &path, Value &r)
 {
 	int model = VEXOM2CardModelGet(path.c_str());
-	std::string name = cardName(model);
-	Value card = Value::object();
-	card.set("id", model);
-	card.set("name", name);
 	const char *known = VEXOM2CardIDToStr(model);
-	card.set("sup_nvme", known ? cardSupport(known, "sup_nvme") : Value());
-	card.set("sup_sata", known ? cardSupport(known, "sup_sata") : Value());
-	r.set("card", card);
+	r.set("card", cardName(model));
+	r.set("card_id", model);
+	r.set("card_sup_nvme", known ? cardSupport(known, "sup_nvme") : Value());
+	r.set("card_sup_sata", known ? cardSupport(known, "sup_sata") : Value());
 }
 
 int slot(Context &ctx)
@@ -293,18 +290,21 @@ int life(Context &ctx)
 	r.set("danger", danger < 0 ? Value() : Value(danger == 1));
 	r.set("last_checked", kept < 0 ? Value() : Value(kept));
 	r.set("changed", kept != life);
+	int need = 0;
 	if (ctx.has("record")) {
-		int need = VEXONVMeRemainingLifeNeedCheck(serial, life);
+		need = VEXONVMeRemainingLifeNeedCheck(serial, life);
 		if (need < 0)
 			return fail("can't keep the life of %s: VEXONVMeRemainingLifeNeedCheck failed (error 0x%04X)", p,
 				    VLIBCErrGet());
 		r.set("recorded", need == 1);
 	}
 	printRecord(ctx, r);
-	if (!ctx.json && ctx.has("record"))
-		std::printf("\n%s\n", r.get("recorded")->text() == "true"
-					      ? ("kept " + std::to_string(life) + "% for " + serial).c_str()
-					      : "unchanged since the last check: nothing written");
+	if (!ctx.json && ctx.has("record")) {
+		if (need == 1)
+			std::printf("\nkept %d%% for %s\n", life, serial);
+		else
+			std::printf("\nunchanged since the last check: nothing written\n");
+	}
 	return 0;
 }
 
