@@ -60,6 +60,9 @@ TEST_F(NvmeCli, InfoSmartAndOverrides)
 	EXPECT_EQ(texts(row(smart, "name", "Percentage Used"), {"value", "id"}), (Strings{"3%", "5"}));
 	EXPECT_EQ(texts(row(smart, "name", "Temperature"), {"value", "id"}), (Strings{"38 Celsius", "2"}));
 	EXPECT_EQ(texts(row(smart, "name", "Power On Hours"), {"value"}), (Strings{"6120"}));
+	// The maker's drive adds its vendor log fields, one with its name hidden.
+	json_object *vendor = json({"nvme", "smart", "nvme1n1", "--vendor"})->obj;
+	EXPECT_EQ(texts(row(vendor, "id", "168"), {"name", "value", "source"}), (Strings{"Vendor Specific", "3", "vendor_log"}));
 
 	// A rig's overrides win and the drive's own figures stay visible.
 	std::ofstream(box.root() + "/etc.defaults/vexoinfo.conf", std::ios::app) << "support_disk_status_debug=\"yes\"\n";
@@ -89,6 +92,12 @@ TEST_F(NvmeCli, LogPageBytes)
 		EXPECT_EQ(text(o, "data"), r.data) << r.args[2];
 	}
 	EXPECT_EQ(text(json({"nvme", "log", "nvme0n1", "health"})->obj, "length"), "512");
+	json_object *fw = json({"nvme", "log", "nvme1n1", "firmware", "--decode"})->obj;
+	EXPECT_EQ(text(fw, "active_slot"), "2");
+	EXPECT_EQ(texts(row(field(fw, "slots"), "slot", "2"), {"revision", "active"}), (Strings{"VN0230", "true"}));
+	json_object *st = json({"nvme", "log", "nvme0n1", "self-test", "--decode"})->obj;
+	EXPECT_EQ(texts(row(field(st, "results"), "number", "1"), {"type", "result", "power_on_hours"}),
+		  (Strings{"short", "completed", "6100"}));
 }
 
 TEST_F(NvmeCli, PlacesBothWays)
@@ -121,6 +130,7 @@ TEST_F(NvmeCli, Refusals)
 		{{"log", "nvme0n1", "2", "--length", "4097"}, "bad length \"4097\""},
 		{{"log", "nvme0n1", "0x80"}, "VEXONVMeLogGet failed (error 0x6C00"},
 		{{"log", "nvme0n1", "vendor"}, "log page 0xca of /dev/nvme0n1"}, // only the maker's drives keep it
+		{{"log", "nvme0n1", "health", "--decode"}, "--decode knows the firmware"},
 		{{"at", "1", "3"}, "no NVMe disk at slot 1 location 3"},
 		{{"at", "1", "0"}, "bad location \"0\""},
 		{{"slot", "sdn"}, "/dev/sdn is not an NVMe disk"},

@@ -2,7 +2,6 @@
 // commands (identity, temperature, self-test abilities, wear and
 // warnings), its health values, any log page as bytes, and the critical
 // warning the library keeps for it. Nothing here changes the drive.
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -10,6 +9,7 @@
 #include <vector>
 #include <vexohw/disk_debug.h>
 #include <vexohw/frame.h>
+#include <vexohw/smart_info.h>
 #include <vexohw/smart_nvme.h>
 #include <vexohw/smart_serial.h>
 #include <vexoplatform/nvme_admin.h>
@@ -142,7 +142,7 @@ int info(Context &ctx)
 	int status = VEXONVMeStatusDebugGet(p, &dLife, &dCrit);
 	if (status > 0 && (status & 1))
 		o.apply(r, "remaining_life", *r.get("remaining_life"), static_cast<int>(dLife));
-	if (status > 0 && (status & 2)) {
+	if (VEXONVMeDebugCritWarningGet(p, &dCrit) == 1) {
 		o.apply(r, "critical_warning", *r.get("critical_warning"), hexByte(dCrit));
 		warning = dCrit;
 		haveWarning = true;
@@ -161,7 +161,7 @@ int info(Context &ctx)
 
 int smart(Context &ctx)
 {
-	const char *usage = "nvme smart DISK [--wake]";
+	const char *usage = "nvme smart DISK [--vendor] [--wake]";
 	if (ctx.args.size() != 1)
 		return fail("usage: %s", usage);
 	std::string path = nvmeDisk(ctx, usage);
@@ -180,10 +180,28 @@ int smart(Context &ctx)
 		row.set("id", e->id);
 		row.set("name", e->name);
 		row.set("value", e->value);
+		row.set("source", "health_log");
 		rows.push(row);
 	}
+	// The maker's drives add the vendor log fields the attribute database
+	// names; any other drive has none and the database is not read.
+	if (ctx.has("vendor")) {
+		SmartInfoEntry *vendor = nullptr;
+		if (GetNVMeVendorSpecificSmartInfo(path.c_str(), &vendor) != 0)
+			return fail("can't read the vendor attributes of %s: GetNVMeVendorSpecificSmartInfo failed (error 0x%04X)",
+				    path.c_str(), VLIBCErrGet());
+		std::unique_ptr<SmartInfoEntry, void (*)(SmartInfoEntry *)> ownedVendor(vendor, VEXODiskSmartInfoFree);
+		for (const SmartInfoEntry *e = vendor; e; e = e->next) {
+			Value row = Value::object();
+			row.set("id", e->id ? std::atoi(e->id) : 0);
+			row.set("name", e->name);
+			row.set("value", e->value);
+			row.set("source", "vendor_log");
+			rows.push(row);
+		}
+	}
 	std::string title = "health values of " + path;
-	printTable(ctx, rows, {{"id", "ID"}, {"name", "NAME"}, {"value", "VALUE"}}, title.c_str());
+	printTable(ctx, rows, {{"id", "ID"}, {"name", "NAME"}, {"value", "VALUE"}, {"source", "FROM"}}, title.c_str());
 	return 0;
 }
 
@@ -205,111 +223,6 @@ int attrId(Context &ctx)
 	printTable(ctx, rows, {{"name", "NAME"}, {"id", "ID"}});
 	if (unknown)
 		return fail("%d name%s unknown (names are exact and case-sensitive)", unknown, unknown == 1 ? " is" : "s are");
-	return 0;
-}
-
-// ---- log pages --------------------------------------------------------------
-
-struct PageName {
-	unsigned int page;
-	const char *name;
-	unsigned int length; // what the page holds, read when no --length is given
-};
-
-constexpr PageName kPages[] = {
-	{0x01, "error", 64},	     {0x02, "health", 512},	 {0x03, "firmware", 512},
-	{0x06, "self-test", 564}, {0xCA, "vendor", 512},
-};
-
-// A page by number (decimal or 0x-hex, 0 to 0xFF) or by name; false when neither.
-bool parsePage(const std::string &text, unsigned int &page)
-{
-	for (const auto &p : kPages)
-		if (text == p.name) {
-			page = p.page;
-			return true;
-		}
-	if (text.empty() || text.size() > 6 || text[0] == '-' || text[0] == '+')
-		return false;
-	char *end = nullptr;
-	errno = 0;
-	unsigned long v = std::strtoul(text.c_str(), &end, 0);
-	if (errno || *end || v > 0xFF)
-		return false;
-	page = static_cast<unsigned int>(v);
-	return true;
-}
-
-unsigned int defaultLength(unsigned int page)
-{
-	for (const auto &p : kPages)
-		if (p.page == page)
-			return p.length;
-	return 512;
-}
-
-// Sixteen bytes a line: offset, bytes in hex, printable characters.
-Value dumpRows(const std::vector<unsigned char> &data)
-{
-	Value rows = Value::list();
-	for (size_t off = 0; off < data.size(); off += 16) {
-		std::string hex, ascii;
-		for (size_t i = off; i < off + 16 && i < data.size(); ++i) {
-			char b[4];
-			std::snprintf(b, sizeof(b), "%02x", data[i]);
-			hex += (i > off ? (i - off == 8 ? "  " : " ") : "") + std::string(b);
-			ascii += data[i] >= 0x20 && data[i] < 0x7F ? static_cast<char>(data[i]) : '.';
-		}
-		char o[24];
-		std::snprintf(o, sizeof(o), "%04zx", off);
-		Value row = Value::object();
-		row.set("offset", o);
-		row.set("hex", hex);
-		row.set("text", ascii);
-		rows.push(row);
-	}
-	return rows;
-}
-
-int logPage(Context &ctx)
-{
-	const char *usage = "nvme log DISK PAGE [--length N] [--wake]";
-	if (ctx.args.size() != 2)
-		return fail("usage: %s", usage);
-	unsigned int page = 0;
-	if (!parsePage(ctx.args[1], page))
-		return fail("bad log page \"%s\": a number from 0 to 0xFF, or error, health, firmware, self-test, vendor",
-			    ctx.args[1].c_str());
-	int length = static_cast<int>(defaultLength(page));
-	if (ctx.has("length") && !parseInt(ctx.opt("length"), 1, 4096, length))
-		return fail("bad length \"%s\": 1 to 4096 bytes", ctx.opt("length").c_str());
-	std::string path = nvmeDisk(ctx, usage);
-	if (path.empty())
-		return 1;
-	if (leaveAsleep(ctx, path))
-		return 0;
-	std::vector<unsigned char> data(static_cast<size_t>(length));
-	if (VEXONVMeLogGet(path.c_str(), page, data.data(), static_cast<unsigned int>(length)) != 0)
-		return fail("can't read log page 0x%02x of %s: VEXONVMeLogGet failed (error 0x%04X%s)", page, path.c_str(),
-			    VLIBCErrGet(), VLIBCErrGet() == VEXO_ERR_DEVICE ? "; the drive may not keep that page" : "");
-	if (ctx.json) {
-		std::string hex;
-		for (unsigned char c : data) {
-			char b[4];
-			std::snprintf(b, sizeof(b), "%02x", c);
-			hex += b;
-		}
-		Value r = Value::object();
-		r.set("disk", path);
-		r.set("page", hexByte(page));
-		r.set("length", length);
-		r.set("data", hex);
-		printRecord(ctx, r);
-		return 0;
-	}
-	char title[96];
-	std::snprintf(title, sizeof(title), "log page 0x%02x of %s, %d bytes", page, path.c_str(), length);
-	printTable(ctx, dumpRows(data), {{"offset", "OFFSET"}, {"hex", "BYTES"}, {"text", "TEXT"}}, title);
 	return 0;
 }
 
@@ -364,11 +277,9 @@ int warning(Context &ctx)
 VEXO_CLI_COMMAND("nvme info", "DISK [--wake]",
 		 "an NVMe drive's identity, temperature, self-test abilities, wear, warnings and remaining life", info,
 		 {});
-VEXO_CLI_COMMAND("nvme smart", "DISK [--wake]", "an NVMe drive's health values with their ids", smart, {});
+VEXO_CLI_COMMAND("nvme smart", "DISK [--vendor] [--wake]",
+		 "an NVMe drive's health values with their ids; --vendor adds the maker's vendor log fields", smart, {});
 VEXO_CLI_COMMAND("nvme attr-id", "NAME...", "the id a health value or vendor attribute name goes by", attrId, {});
-VEXO_CLI_COMMAND("nvme log", "DISK PAGE [--length N] [--wake]",
-		 "an NVMe log page (0 to 0xFF, or error, health, firmware, self-test, vendor) as bytes", logPage,
-		 {"length"});
 VEXO_CLI_COMMAND("nvme warning", "DISK [--refresh]",
 		 "the critical warning kept for an NVMe disk; --refresh reads the drive into it", warning, {});
 
