@@ -152,10 +152,22 @@ int info(Context &ctx)
 	if (VEXODiskDebugTemperatureGet(p, &dTemp) == 1)
 		o.apply(r, "temperature_c", *r.get("temperature_c"), dTemp);
 	r.set("warnings", haveWarning ? warningBits(warning) : Value());
-	r.set("debug_overrides", o.any ? o.record : Value());
+	Value names = Value::list();
+	for (const auto &kv : o.record.asObject())
+		names.push(kv.first);
+	// The table names the fields overridden and tells the figures below it.
+	r.set("debug_overrides", !o.any ? Value() : ctx.json ? o.record : names);
 	if (miss.any())
 		r.set("errors", miss.list);
 	printRecord(ctx, r);
+	if (!ctx.json && o.any) {
+		std::printf("\n");
+		for (const auto &[field, v] : o.record.asObject())
+			std::printf("debug override: %s is %s (the drive says %s)\n", field.c_str(),
+				    v.get("override")->text().c_str(), v.get("drive")->text().c_str());
+	}
+	for (const Value &line : miss.list.asList())
+		fail("%s: %s", path.c_str(), line.text().c_str());
 	return miss.any() ? 1 : 0;
 }
 

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <string>
 #include <sys/stat.h>
+#include <vexohw/disk.h>
 #include <vexohw/ext.h>
 #include <vexoplatform/nvme_location.h>
 #include <vexoplatform/vexocore.h>
@@ -33,6 +34,11 @@ inline std::string nvmeDisk(const Context &ctx, const char *usage)
 		return "";
 	}
 	std::string path = devicePath(ctx.args[0]);
+	// A partition stands for its disk, as the library takes it.
+	char whole[256];
+	if (path.size() < sizeof(whole) && path.rfind("/dev/nvme", 0) == 0 &&
+	    DiskPartitionNumRemove(path.c_str(), whole, sizeof(whole)) == 0)
+		path = whole;
 	if (!diskPresent(path)) {
 		fail("no disk %s", path.c_str());
 		return "";
