@@ -328,3 +328,10 @@ run health history sdf --type cumulative
 run disk mask-serial set sda WWZ4K1QA
 run disk mask-serial set sda WWZ4K1QA
 run firmware finished
+
+# NVMe drives: where each sits on its M.2 card, then one drive up close and a
+# log page (the firmware slots) as bytes
+echo "# NVMe drives and their slots"
+run nvme all
+run nvme info nvme1n1
+run nvme log nvme1n1 firmware --length 32
