@@ -66,6 +66,12 @@ public:
 		std::ifstream in(root_ + path);
 		return std::string(std::istreambuf_iterator<char>(in), {});
 	}
+	// Writes a file of the box, making its folders.
+	void put(const std::string &path, const std::string &text) const
+	{
+		std::filesystem::create_directories(std::filesystem::path(root_ + path).parent_path());
+		std::ofstream(root_ + path) << text;
+	}
 	// What a drive heard, in order, without the OPEN lines.
 	std::vector<std::string> sent(const std::string &disk) const
 	{

@@ -17,12 +17,6 @@ namespace {
 
 const bool kBackend = installDriveEmulator();
 
-void put(const BuiltBox &box, const std::string &path, const std::string &text)
-{
-	std::filesystem::create_directories(std::filesystem::path(box.root() + path).parent_path());
-	std::ofstream(box.root() + path) << text;
-}
-
 // A write replaces the settings file (tmp and rename): a new inode.
 ino_t inode(const BuiltBox &box, const char *path)
 {
@@ -105,7 +99,7 @@ TEST(FanTablesCli, ShutdownTemperaturesAdaptersAndOverrides)
 	ASSERT_TRUE(kBackend);
 	BuiltBox box;
 	ASSERT_TRUE(box.ok()) << box.log();
-	put(box, "/tmp/disktmp.txt", "45,sda\n");
+	box.put("/tmp/disktmp.txt", "45,sda\n");
 	JsonDoc rows(box.vexohw({"--json", "fan", "shutdown-temp"}).out);
 	Strings shutdown;
 	for (size_t i = 0; i < json_object_array_length(rows.obj); ++i) {
@@ -137,7 +131,7 @@ TEST(TemperatureCli, SensorsDisksAsleepAndABoardWithoutSensors)
 	ASSERT_TRUE(kBackend);
 	BuiltBox box;
 	ASSERT_TRUE(box.ok()) << box.log();
-	put(box, "/tmp/systempwarning", "mode_low=\"50\"\n");
+	box.put("/tmp/systempwarning", "mode_low=\"50\"\n");
 	EXPECT_EQ(texts(JsonDoc(box.vexohw({"--json", "system", "temperature"}).out).obj,
 			{"sensor", "surface_c", "system_c", "disks_read", "warning", "warning_limit_c"}),
 		  (Strings{"cpu", "57", "57", "true", "true", "50"}));
@@ -162,7 +156,7 @@ TEST(TemperatureCli, SensorsDisksAsleepAndABoardWithoutSensors)
 	EXPECT_EQ(box.vexohw({"fan", "disk-temp", "../sda"}).status, 1);
 
 	// No sensor on the board: said so, never a -1 shown as degrees.
-	put(box, "/dev/vexobios", "{\"board_fans\": 2}\n");
+	box.put("/dev/vexobios", "{\"board_fans\": 2}\n");
 	Ran none = box.vexohw({"--json", "system", "temperature", "--wake"});
 	EXPECT_EQ(none.status, 0) << none.err;
 	EXPECT_EQ(texts(JsonDoc(none.out).obj, {"sensor", "surface_c", "system_c", "warning"}),

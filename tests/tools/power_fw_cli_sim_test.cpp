@@ -19,23 +19,17 @@ namespace {
 // Commands to the drives reach the emulator, which logs each one.
 const bool kBackend = installDriveEmulator();
 
-void put(const BuiltBox &box, const std::string &path, const std::string &text)
-{
-	std::filesystem::create_directories(std::filesystem::path(box.root() + path).parent_path());
-	std::ofstream(box.root() + path) << text;
-}
-
 TEST(PowerMoreCli, AttributesWrittenAndNoDriveWoken)
 {
 	ASSERT_TRUE(kBackend);
 	BuiltBox box;
 	ASSERT_TRUE(box.ok()) << box.log();
 	ASSERT_EQ(box.sleep("sdc"), 0);
-	put(box, "/sys/block/sda/device/vexo_deep_sleep_support", "1\n");
-	put(box, "/sys/block/sda/device/vexo_deep_sleep_ctrl", "");
-	put(box, "/sys/block/sdb/device/vexo_deep_sleep_support", "0\n");
-	put(box, "/sys/block/sdc/device/vexo_spindown_before_poweroff", "0");
-	put(box, "/proc/bus/usb/devices", "D:  Ver= 2.00 Cls=03(HID  ) Sub=00\n"); // a keyboard forbids it
+	box.put("/sys/block/sda/device/vexo_deep_sleep_support", "1\n");
+	box.put("/sys/block/sda/device/vexo_deep_sleep_ctrl", "");
+	box.put("/sys/block/sdb/device/vexo_deep_sleep_support", "0\n");
+	box.put("/sys/block/sdc/device/vexo_spindown_before_poweroff", "0");
+	box.put("/proc/bus/usb/devices", "D:  Ver= 2.00 Cls=03(HID  ) Sub=00\n"); // a keyboard forbids it
 	for (const char *d : {"sda", "sdb"})
 		std::filesystem::remove(box.root() + "/run/vexosim/drive/" + d + ".log");
 
@@ -65,8 +59,8 @@ TEST(PowerMoreCli, AttributesWrittenAndNoDriveWoken)
 		EXPECT_EQ(s.file ? box.read(s.file) : "", s.content ? s.content : "");
 		EXPECT_EQ(s.field ? text(JsonDoc(r.out).obj, s.field) : "", s.value ? s.value : "");
 	}
-	put(box, "/sys/block/md0/md/active", "0");
-	put(box, "/sys/block/md1/md/active", "0");
+	box.put("/sys/block/md0/md/active", "0");
+	box.put("/sys/block/md1/md/active", "0");
 	ASSERT_EQ(box.vexohw({"power", "fast-wake"}).status, 0);
 	EXPECT_EQ(box.read("/sys/block/md0/md/active") + box.read("/sys/block/md1/md/active"), "11");
 	// Attributes only: not one drive heard a command, the sleeping one least.
@@ -79,7 +73,7 @@ TEST(FirmwareConfigCli, SettersWriteOnceAndRefuseDuringARun)
 	BuiltBox box;
 	ASSERT_TRUE(box.ok()) << box.log();
 	const std::string plan = "/var/lib/drive-bundle/fw-upgrade/plan-for-the-twelve-bay-box.conf";
-	put(box, plan, "[WWZ4K1QA]\n\tdrive_path = /dev/sda\n\tfirmware = SC60\n\tupgrade_status = 0\n");
+	box.put(plan, "[WWZ4K1QA]\n\tdrive_path = /dev/sda\n\tfirmware = SC60\n\tupgrade_status = 0\n");
 	const struct {
 		const char *key, *value;
 		const char *file, *content; // "" : absent
@@ -108,7 +102,7 @@ TEST(FirmwareConfigCli, SettersWriteOnceAndRefuseDuringARun)
 	EXPECT_EQ(json_object_array_length(field(cfg.obj, "current")), 0u);
 
 	// A run under way keeps its state; bad keys and values are refused.
-	put(box, "/var/run/drive-bundle/upgrade_state", "upgrade_state=\"upgrading_all\"\n");
+	box.put("/var/run/drive-bundle/upgrade_state", "upgrade_state=\"upgrading_all\"\n");
 	for (std::vector<std::string> bad : {std::vector<std::string>{"on-shutdown", "no"}, {"on-shutdown", "maybe"},
 					     {"notification", "relative.conf"}, {"colour", "red"}})
 		EXPECT_EQ(box.vexohw({"firmware", "config", "set", bad[0], bad[1]}).status, 1) << bad[0] << bad[1];
@@ -120,8 +114,8 @@ TEST(FirmwareOnlineCli, OfferFromTheServerThenNoServer)
 {
 	BuiltBox box;
 	ASSERT_TRUE(box.ok()) << box.log();
-	put(box, "/srv/vexosim/ssd/v1/getUpdate/index.json", R"([{"model":"M 1","version":7},{"model":"M2","version":3}])");
-	put(box, "/srv/vexosim/ssd/v1/getUpdate/M 1.json", R"([{"size_in_bytes":3000,"file":"https://x/m1.sa","version":7}])");
+	box.put("/srv/vexosim/ssd/v1/getUpdate/index.json", R"([{"model":"M 1","version":7},{"model":"M2","version":3}])");
+	box.put("/srv/vexosim/ssd/v1/getUpdate/M 1.json", R"([{"size_in_bytes":3000,"file":"https://x/m1.sa","version":7}])");
 	pid_t serve = ::fork();
 	if (serve == 0) {
 		const std::string bin = buildDir() + "/bin/vexosim-serve";

@@ -23,26 +23,14 @@
 
 #include "asleep.h"
 #include "cli.h"
+#include "firmware_words.h"
 #include "disk_args.h"
 
 using namespace vexo::cli;
 
 namespace {
 
-constexpr const char *kStateWords[] = {"do_nothing", "going_to_start", "upgrading_all", "post_handle"};
 constexpr const char *kPlanDir = "/var/lib/drive-bundle/fw-upgrade/";
-
-const char *statusWord(int s)
-{
-	switch (s) {
-	case VEXO_FW_DRIVE_NOT_STARTED: return "not started";
-	case VEXO_FW_DRIVE_IN_PROGRESS: return "in progress";
-	case VEXO_FW_DRIVE_SUCCESS: return "success";
-	case VEXO_FW_DRIVE_VANISHED: return "failed: drive gone";
-	case VEXO_FW_DRIVE_COMMAND_FAILED: return "failed: flashing";
-	default: return "failed";
-	}
-}
 
 // A JSON event on one line: the renderer's layout without its line breaks
 // (a break inside a text is escaped, so every raw one is layout).
@@ -69,7 +57,7 @@ Value driveRow(const DB_FW_UPGRADE_CONFIG &c)
 	r.set("firmware_wanted", c.available_firmware);
 	r.set("binary", c.available_firmware_binary);
 	r.set("upgrade_status", c.upgrade_status);
-	r.set("result", statusWord(c.upgrade_status));
+	r.set("result", fwDriveResultWord(c.upgrade_status));
 	r.set("download_retries", c.download_retry_cnt);
 	r.set("activate_retries", c.activate_retry_cnt);
 	return r;
@@ -108,13 +96,13 @@ int firmwareStatus(Context &ctx)
 		}
 	if (ctx.json) {
 		Value doc = Value::object();
-		doc.set("state", kStateWords[state]);
+		doc.set("state", fwStateWord(state));
 		doc.set("plan", hasPlan ? Value(plan) : Value());
 		doc.set("drives", std::move(rows));
 		std::printf("%s\n", doc.json(2).c_str());
 		return 0;
 	}
-	std::printf("state: %s\nplan: %s\n\n", kStateWords[state], hasPlan ? plan : "none");
+	std::printf("state: %s\nplan: %s\n\n", fwStateWord(state), hasPlan ? plan : "none");
 	printTable(ctx, rows,
 		   {{"disk", "DISK"}, {"firmware_before", "FROM"}, {"firmware_wanted", "TO"}, {"result", "RESULT"},
 		    {"upgrading", "UPGRADING"}});
@@ -211,7 +199,7 @@ int firmwareRun(Context &ctx)
 				std::printf("%s\n", oneLine(e).c_str());
 			} else {
 				std::printf("%-14s %-10s -> %-10s %s\n", c.drive_path, c.firmware, c.available_firmware,
-					    statusWord(c.upgrade_status));
+					    fwDriveResultWord(c.upgrade_status));
 			}
 			std::fflush(stdout);
 		}

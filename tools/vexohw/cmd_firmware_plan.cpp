@@ -21,6 +21,7 @@
 #include <vexoplatform/vexocore.h>
 
 #include "cli.h"
+#include "firmware_words.h"
 #include "disk_args.h"
 
 using namespace vexo::cli;
@@ -28,12 +29,6 @@ using namespace vexo::cli;
 namespace {
 
 constexpr const char *kResultLog = "/var/lib/drive-bundle/fw-upgrade/result.log";
-
-const char *stateWord(int s)
-{
-	constexpr const char *kWords[] = {"do_nothing", "going_to_start", "upgrading_all", "post_handle"};
-	return s >= 0 && s <= 3 ? kWords[s] : "unknown";
-}
 
 // The answers of VEXODriveBundleFWUpgradeStatusGet, as the user interface
 // words them.
@@ -46,18 +41,6 @@ const char *offerWord(int s)
 	case 4: return "system_update_first";
 	case 5: return "database_update_first";
 	default: return "none";
-	}
-}
-
-const char *driveResultWord(int s)
-{
-	switch (s) {
-	case VEXO_FW_DRIVE_NOT_STARTED: return "not started";
-	case VEXO_FW_DRIVE_IN_PROGRESS: return "in progress";
-	case VEXO_FW_DRIVE_SUCCESS: return "success";
-	case VEXO_FW_DRIVE_VANISHED: return "failed: drive gone";
-	case VEXO_FW_DRIVE_COMMAND_FAILED: return "failed: flashing";
-	default: return "failed";
 	}
 }
 
@@ -139,7 +122,7 @@ int firmwareFinished(Context &ctx)
 		return fail("can't read the upgrade state (VEXODriveBundleFWUpgradeFinishCheck, error 0x%04X)", VLIBCErrGet());
 	Value r = Value::object();
 	r.set("finished", done == 1);
-	r.set("state", stateWord(VEXODriveBundleFWUpgradeStateGet(0)));
+	r.set("state", fwStateWord(VEXODriveBundleFWUpgradeStateGet(0)));
 	printRecord(ctx, r);
 	// A caller that waited wants to know from the status whether it ended.
 	if (wait > 0 && done != 1)
@@ -211,7 +194,7 @@ bool resultRow(const std::string &line, Value &row)
 	row.set("firmware_before", f[4]);
 	row.set("firmware_wanted", f[5]);
 	row.set("upgrade_status", status);
-	row.set("result", driveResultWord(status));
+	row.set("result", fwDriveResultWord(status));
 	return true;
 }
 

@@ -88,8 +88,6 @@ void lifeFields(const std::string &path, Value &r, Misses &miss)
 int info(Context &ctx)
 {
 	const char *usage = "nvme info DISK [--wake]";
-	if (ctx.args.size() != 1)
-		return fail("usage: %s", usage);
 	std::string path = nvmeDisk(ctx, usage);
 	if (path.empty())
 		return 1;
@@ -174,8 +172,6 @@ int info(Context &ctx)
 int smart(Context &ctx)
 {
 	const char *usage = "nvme smart DISK [--vendor] [--wake]";
-	if (ctx.args.size() != 1)
-		return fail("usage: %s", usage);
 	std::string path = nvmeDisk(ctx, usage);
 	if (path.empty())
 		return 1;
@@ -245,8 +241,6 @@ int attrId(Context &ctx)
 int warning(Context &ctx)
 {
 	const char *usage = "nvme warning DISK [--refresh]";
-	if (ctx.args.size() != 1)
-		return fail("usage: %s", usage);
 	std::string path = nvmeDisk(ctx, usage);
 	if (path.empty())
 		return 1;

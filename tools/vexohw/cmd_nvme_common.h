@@ -25,11 +25,12 @@ inline bool diskPresent(const std::string &path)
 	       VEXOExtSysrootPath(("/sys/block/" + name).c_str(), host, sizeof(host)) == 0 && ::stat(host, &st) == 0;
 }
 
-// The device path of the one NVMe disk the command names, or "" after
-// saying why not (no such disk, or not an NVMe disk of an NVMe product).
-inline std::string nvmeDisk(const Context &ctx, const char *usage)
+// The device path of the NVMe disk the command names (the first of its
+// `args` arguments), or "" after saying why not (a wrong argument count,
+// no such disk, or not an NVMe disk of an NVMe product).
+inline std::string nvmeDisk(const Context &ctx, const char *usage, size_t args = 1)
 {
-	if (ctx.args.empty()) {
+	if (ctx.args.size() != args) {
 		fail("usage: %s", usage);
 		return "";
 	}

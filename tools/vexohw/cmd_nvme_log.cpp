@@ -190,7 +190,7 @@ int logPage(Context &ctx)
 	int length = static_cast<int>(defaultLength(page));
 	if (ctx.has("length") && !parseInt(ctx.opt("length"), 1, 4096, length))
 		return fail("bad length \"%s\": 1 to 4096 bytes", ctx.opt("length").c_str());
-	std::string path = nvmeDisk(ctx, usage);
+	std::string path = nvmeDisk(ctx, usage, 2);
 	if (path.empty())
 		return 1;
 	if (leaveAsleep(ctx, path))

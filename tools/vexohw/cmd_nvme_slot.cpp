@@ -92,8 +92,6 @@ void cardFields(const std::string &path, Value &r)
 int slot(Context &ctx)
 {
 	const char *usage = "nvme slot DISK";
-	if (ctx.args.size() != 1)
-		return fail("usage: %s", usage);
 	std::string path = nvmeDisk(ctx, usage);
 	if (path.empty())
 		return 1;
@@ -264,8 +262,6 @@ int keptLife(const std::string &serial)
 int life(Context &ctx)
 {
 	const char *usage = "nvme life DISK [--record] [--wake]";
-	if (ctx.args.size() != 1)
-		return fail("usage: %s", usage);
 	std::string path = nvmeDisk(ctx, usage);
 	if (path.empty())
 		return 1;
