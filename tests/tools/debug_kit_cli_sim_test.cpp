@@ -43,8 +43,9 @@ TEST(DebugKitCli, OverridesShownAndSleepingDiskLeftAlone)
 	};
 	for (const auto &c : cases) {
 		SCOPED_TRACE(c.disk);
-		if (c.asleep)
+		if (c.asleep) {
 			ASSERT_EQ(box.sleep(c.disk), 0);
+		}
 		Ran r = box.vexohw({"--json", "debug", c.disk});
 		ASSERT_EQ(r.status, c.status) << r.err;
 		JsonDoc doc(r.out);
@@ -56,8 +57,9 @@ TEST(DebugKitCli, OverridesShownAndSleepingDiskLeftAlone)
 			keys += text(o, "key") + "=" + text(o, "value") + " ";
 		}
 		EXPECT_EQ(keys, c.keys);
-		if (c.asleep)
+		if (c.asleep) {
 			EXPECT_EQ(box.sent(c.disk), Strings{kCheckPowerMode});
+		}
 	}
 }
 
@@ -68,14 +70,15 @@ TEST(DebugKitCli, KitFirmwareVersionNotifyAndBootStep)
 	ASSERT_TRUE(box.ok()) << box.log();
 	const std::string tool = buildDir() + "/bin/vexo-archive", r = box.root();
 	ASSERT_EQ(runProgram({tool, "keys", r}), 0);
-	std::string image = "model=ST8000VN004-3CP101\nfirmware=SC61\n", sum;
+	// The kernel's model of sda (sysfs cuts it at 16 characters).
+	std::string image = "model=ST8000VN004-3CP1\nfirmware=SC61\n", sum;
 	image.resize(2048, '\0');
 	put(box, "/tmp/src/st.bin", image);
 	runProgram({"md5sum", r + "/tmp/src/st.bin"}, &sum);
 	put(box, "/tmp/src/st.bin.FW_INFO",
-	    "md5sum=\"" + sum.substr(0, 32) + "\"\nmodel=\"ST8000VN004-3CP101\"\nfirmware=\"SC61\"\n");
+	    "md5sum=\"" + sum.substr(0, 32) + "\"\nmodel=\"ST8000VN004-3CP1\"\nfirmware=\"SC61\"\n");
 	put(box, "/tmp/kit/firmware/firmware.json",
-	    R"([{"model":"NOPE 1","file":"none.sa"},{"model":"ST8000VN004-3CP101","file":"st.sa"}])");
+	    R"([{"model":"NOPE 1","file":"none.sa"},{"model":"ST8000VN004-3CP1","file":"st.sa"}])");
 	ASSERT_EQ(runProgram({tool, "pack", "7", r + "/run/vexosim/archive-keys/7.key", r + "/tmp/kit/st.sa", r + "/tmp/src"}), 0);
 	std::filesystem::copy(r + "/tmp/kit", r + "/tmp/bad", std::filesystem::copy_options::recursive);
 	std::string sa = box.read("/tmp/bad/st.sa");
@@ -102,8 +105,9 @@ TEST(DebugKitCli, KitFirmwareVersionNotifyAndBootStep)
 		ASSERT_EQ(run.status, t.status) << run.out << run.err;
 		JsonDoc doc(run.out);
 		EXPECT_EQ(text(doc.obj, "binaries_stored"), t.stored);
-		if (*t.state)
+		if (*t.state) {
 			EXPECT_EQ(text(json_object_array_get_idx(field(doc.obj, "entries"), 1), "state"), t.state);
+		}
 		EXPECT_EQ(std::filesystem::exists(r + bin), t.binary);
 	}
 	EXPECT_EQ(box.read(bin), image);
@@ -131,8 +135,9 @@ TEST(DebugKitCli, KitFirmwareVersionNotifyAndBootStep)
 		Ran run = box.vexohw(args);
 		ASSERT_EQ(run.status, c.status) << run.err;
 		EXPECT_EQ(text(JsonDoc(run.out).obj, c.field), c.value) << run.out;
-		if (*c.file)
+		if (*c.file) {
 			EXPECT_EQ(box.read(c.file), c.body);
+		}
 	}
 	JsonDoc list(box.vexohw({"--json", "notify", "list"}).out);
 	ASSERT_EQ(json_object_array_length(list.obj), 1u);

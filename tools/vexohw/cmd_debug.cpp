@@ -293,9 +293,17 @@ int buzzerOffSet(Context &ctx)
 			std::printf("\nnothing written: the bits are %s already\n", on ? "set" : "clear");
 		return 0;
 	}
-	if (VEXOBuzzerOffConfigSet(mask, on ? 1 : 0) != 0)
-		return fail("buzzer off-config set: VEXOBuzzerOffConfigSet failed (error 0x%04X; --verbose tells more)",
-			    VLIBCErrGet());
+	if (VEXOBuzzerOffConfigSet(mask, on ? 1 : 0) != 0) {
+		// The setting is stored before the daemon is told: say which half failed.
+		const int error = VLIBCErrGet();
+		if (VEXOBuzzerOffConfigGet() == wanted)
+			return fail("buzzer off-config set: %s stored, but the daemon was not told: VEXOBuzzerOffConfigSet "
+				    "failed (error 0x%04X; --verbose tells more)",
+				    hexOf(wanted).c_str(), error);
+		return fail("buzzer off-config set: VEXOBuzzerOffConfigSet failed (error 0x%04X; --verbose tells more); "
+			    "the setting stays %s",
+			    error, hexOf(before).c_str());
+	}
 	const int after = VEXOBuzzerOffConfigGet();
 	r.set("after", after >= 0 ? Value(hexOf(after)) : Value());
 	r.set("changed", true);
