@@ -335,3 +335,13 @@ echo "# NVMe drives and their slots"
 run nvme all
 run nvme info nvme1n1
 run nvme log nvme1n1 firmware --length 32
+
+# support views: the debug overrides and action flags of a disk, the kit
+# version recorded twice (the second writes nothing), one notification spooled
+echo "# debug overrides, the offline kit version, a notification"
+echo 'support_disk_status_debug="yes"' >>"$root/etc.defaults/vexoinfo.conf"
+printf '[WWZ4K1QA]\ntemp="61"\nsmart_test_quick="aborted"\n' >"$root/tmp/.disk_status_debug"
+run debug sda
+run db kit-version set 3
+run db kit-version set 3
+run notify send DemoTag "%MODEL%=ST8000VN004-3CP101"
