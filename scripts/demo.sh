@@ -335,3 +335,9 @@ echo "# NVMe drives and their slots"
 run nvme all
 run nvme info nvme1n1
 run nvme log nvme1n1 firmware --length 32
+
+# the compatibility database asked without a disk: a drive before it is
+# bought, and the newest firmware listed for the maker's NVMe drive
+echo "# compatibility of a drive model, and the newest firmware listed"
+run compat model "TOSHIBA MG08ACA16TE" 0102
+run compat latest "VEXO NM410 400GB" --card M2C-D2
