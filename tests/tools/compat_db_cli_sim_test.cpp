@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "smartctl/drive_sim.h"
+#include "support/sim_daemon.h"
 #include "tools/cli_run.h"
 
 using namespace vexo::test;
@@ -74,6 +75,7 @@ TEST(CompatDbCli, VerdictsOfModelsWithoutADisk)
 TEST(CompatDbCli, LatestFirmwarePropertiesAndDatabaseFiles)
 {
 	ASSERT_TRUE(kBackend);
+	HostDaemonLock alone; // no other box's daemon answers for these drives
 	BuiltBox box;
 	ASSERT_TRUE(box.ok()) << box.log();
 	JsonDoc latest(box.vexohw({"--json", "compat", "latest", "VEXO NM410 400GB", "--card", "M2C-D2"}).out);
