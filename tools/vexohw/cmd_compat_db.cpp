@@ -18,6 +18,7 @@
 #include <json/json.h>
 #include <vexohw/compat.h>
 #include <vexohw/dbupdate.h>
+#include <vexohw/frame.h>
 #include <vexohw/disk.h>
 #include <vexohw/disk_port.h>
 #include <vexohw/misc.h>
@@ -675,6 +676,14 @@ int compatProperties(Context &ctx)
 		chosen = static_cast<int>(list.size()) - 1;
 	const Json::Value &actions = list[chosen]["actions"];
 
+	// The actions cached for the disk, against what the rules say now: a
+	// rule file replaced since the last refresh leaves them stale.
+	char cached[4096] = {};
+	Json::Value cachedActions;
+	std::string cacheState = "none";
+	if (VEXODiskGetStrValueCacheFile(disk.c_str(), VEXO_COMPAT_ACTION_KEY, cached, sizeof(cached)) == 0)
+		cacheState = parseJson(cached, cachedActions, why) && cachedActions == actions ? "agrees" : "differs";
+
 	Value r = Value::object();
 	r.set("disk", disk);
 	r.set("properties", toValue(props));
@@ -683,6 +692,7 @@ int compatProperties(Context &ctx)
 	r.set("fallback", fallback);
 	r.set("actions", actions.isObject() ? toValue(actions) : Value());
 	r.set("rules", walked);
+	r.set("cached_actions", cacheState);
 	if (ctx.json) {
 		printRecord(ctx, r);
 		return 0;
@@ -690,11 +700,17 @@ int compatProperties(Context &ctx)
 	std::printf("%s as the rules see it:\n", disk.c_str());
 	for (const auto &k : props.getMemberNames())
 		std::printf("  %-20s %s\n", k.c_str(), props[k].asString().c_str());
+	if (!props.isMember("compatibility"))
+		std::printf("  (no verdict cached yet, so no compatibility: `vexohw compat refresh %s` fills it)\n",
+			    ctx.args[0].c_str());
 	std::printf("\n");
 	printTable(ctx, walked,
 		   {{"rule", "RULE"}, {"positive", "POSITIVE"}, {"negative", "NEGATIVE"}, {"why", "RESULT"}}, rulePath.c_str());
 	std::printf("\nrule %d applies%s: %s\n", chosen + 1, fallback ? " (none matched: the last rule is the fallback)" : "",
 		    actions.isObject() ? conditionsText(actions).c_str() : "no actions (the file is malformed there)");
+	std::printf("cached actions: %s\n", cacheState == "none"     ? "none yet"
+					     : cacheState == "agrees" ? "the same"
+								      : "different: `vexohw compat refresh` brings them up to date");
 	return 0;
 }
 
