@@ -51,6 +51,10 @@ TEST(CompatDbCli, VerdictsOfModelsWithoutADisk)
 	JsonDoc mapped(box.vexohw({"--json", "compat", "model", "WD Red SN700 500GB", "x", "--card", "M2C-D2"}).out);
 	EXPECT_EQ(texts(field(mapped.obj, "mapping"), {"word", "to", "entry_time"}),
 		  (Strings{"support_legacy", "support", "90000.0"}));
+	json_object *timeline = field(mapped.obj, "timeline");
+	ASSERT_EQ(json_object_array_length(timeline), 3u) << mapped.obj;
+	EXPECT_EQ(texts(json_object_array_get_idx(timeline, 2), {"from", "word", "compatibility"}),
+		  (Strings{"90000.0", "support_legacy", "not_in_support"}));
 	JsonDoc ignore(box.vexohw({"--json", "compat", "model", "TOSHIBA MG08ACA16TE", "0102", "--at", "72806"}).out);
 	EXPECT_EQ(text(field(ignore.obj, "interval"), "smart_test_ignore"), "true");
 	EXPECT_EQ(text(ignore.obj, "database"), "/var/lib/disk-compatibility/vx1222_host_v7.db");

@@ -324,27 +324,55 @@ Value mappingOf(const Json::Value &mapping, const std::string &word, const std::
 	return m;
 }
 
-// Each interval of a firmware entry with its verdict, judged at the first
-// version it covers.
+// The verdict of a firmware entry across system versions: its cuts and the
+// times where a mapped word stops being mapped split the versions; each
+// stretch is judged at its first version, and neighbours that agree merge.
 Value timelineOf(const Json::Value &entry, const Json::Value *mapping)
 {
+	std::vector<std::pair<float, std::string>> points;
+	auto add = [&](const Json::Value &v) {
+		if (auto f = v.isString() ? versionNumber(v.asString()) : std::nullopt)
+			points.emplace_back(*f, v.asString());
+	};
+	if (entry["vos_ver"].isArray())
+		for (const auto &c : entry["vos_ver"])
+			add(c);
+	if (mapping && mapping->isArray())
+		for (const auto &m : *mapping)
+			if (m.isObject())
+				add(m["time"]);
+	std::sort(points.begin(), points.end());
+	points.erase(std::unique(points.begin(), points.end(),
+				 [](const auto &a, const auto &b) { return a.first == b.first; }),
+		     points.end());
 	Value rows = Value::list();
-	const Json::Value &intervals = entry["compatibility_interval"];
-	if (!intervals.isArray())
-		return rows;
-	for (unsigned i = 0; i < intervals.size(); ++i) {
-		Value from = i ? cutAt(entry, static_cast<int>(i) - 1) : Value();
-		const std::string at = i ? from.text() : "0.0";
+	Value last;
+	std::string lastKey;
+	for (size_t i = 0; i <= points.size(); ++i) {
+		const std::string at = i ? points[i - 1].second : "0.0";
+		Json::Value interval;
+		const int idx = intervalIndex(entry, at);
+		if (idx < 0)
+			return Value::list();
+		interval = entry["compatibility_interval"][idx];
 		int status = 0;
-		Value r = Value::object();
-		r.set("from", from);
-		r.set("until", cutAt(entry, static_cast<int>(i)));
-		r.set("word", intervals[i]["compatibility"].isString() ? Value(intervals[i]["compatibility"].asString())
-								       : Value());
-		r.set("compatibility", GetCompatibilityByNode(&entry, at.c_str(), mapping, &status) ? Value(statusWord(status))
-												    : Value());
-		rows.push(r);
+		const std::string word = interval["compatibility"].isString() ? interval["compatibility"].asString() : "";
+		const std::string verdict =
+			GetCompatibilityByNode(&entry, at.c_str(), mapping, &status) ? statusWord(status) : "unknown";
+		if (!last.isNull() && lastKey == word + "\n" + verdict) {
+			last.set("until", i < points.size() ? Value(points[i].second) : Value());
+			continue;
+		}
+		if (!last.isNull())
+			rows.push(last);
+		last = Value::object();
+		last.set("from", i ? Value(at) : Value());
+		last.set("until", i < points.size() ? Value(points[i].second) : Value());
+		last.set("word", word.empty() ? Value() : Value(word));
+		last.set("compatibility", verdict);
+		lastKey = word + "\n" + verdict;
 	}
+	rows.push(last);
 	return rows;
 }
 
