@@ -511,10 +511,9 @@ int compatModel(Context &ctx)
 	Value newer;
 	if (!modelNode.isNull() && VEXODiskCompatibilityLatestFWInfoGet(model.c_str(), db.c_str(), &latest) == 1 &&
 	    latest.firmware != firmware) {
-		Json::Value latestEntry;
 		const int exact = 1;
 		int at = GetCompatibilityFromDiskCompatibilityInfo(db.c_str(), model.c_str(), latest.firmware, version.c_str(),
-								   &exact, nullptr, nullptr, &latestEntry);
+								   &exact, nullptr, nullptr, nullptr);
 		newer = Value::object();
 		newer.set("firmware", latest.firmware);
 		newer.set("build", latest.fw_buildnumber);
@@ -782,7 +781,8 @@ int compatProperties(Context &ctx)
 	}
 	std::printf("%s as the rules see it:\n", disk.c_str());
 	for (const auto &k : props.getMemberNames())
-		std::printf("  %-20s %s\n", k.c_str(), props[k].asString().c_str());
+		std::printf("  %-20s %s\n", k.c_str(),
+			    props[k].isConvertibleTo(Json::stringValue) ? props[k].asString().c_str() : "?");
 	if (!props.isMember("compatibility"))
 		std::printf("  (no verdict cached yet, so no compatibility: `vexohw compat refresh %s` fills it)\n",
 			    ctx.args[0].c_str());
