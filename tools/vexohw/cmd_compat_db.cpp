@@ -6,6 +6,7 @@
 #include <cctype>
 #include <climits>
 #include <cstdio>
+#include <exception>
 #include <fstream>
 #include <memory>
 #include <optional>
@@ -282,7 +283,7 @@ Value cutAt(const Json::Value &entry, int i)
 	const Json::Value &cuts = entry["vos_ver"];
 	if (i < 0 || !cuts.isArray() || static_cast<unsigned>(i) >= cuts.size())
 		return Value();
-	return Value(cuts[i].asString());
+	return cuts[i].isConvertibleTo(Json::stringValue) ? Value(cuts[i].asString()) : Value();
 }
 
 bool databaseWord(const std::string &w)
@@ -381,6 +382,8 @@ Value timelineOf(const Json::Value &entry, const Json::Value *mapping)
 Value firmwareRows(const Json::Value &modelNode, const std::string &version, const Json::Value *mapping)
 {
 	std::vector<std::pair<long long, Value>> rows;
+	if (!modelNode.isObject())
+		return Value::list();
 	for (const auto &fw : modelNode.getMemberNames()) {
 		const Json::Value &e = modelNode[fw];
 		Value r = Value::object();
@@ -404,34 +407,50 @@ Value firmwareRows(const Json::Value &modelNode, const std::string &version, con
 // For a drive of the maker's own the verdict also weighs its firmware: the
 // status the firmware decision would give, taking every newer firmware the
 // database lists as obtainable and no system update pending, and the
-// verdict that follows. Null when the entry has no build number.
-Value makerDrive(const Json::Value &modelNode, const Json::Value &entry, const std::string &firmware,
+// verdict that follows. Null when the model lists no build numbers.
+Value makerDrive(const Json::Value &modelNode, const std::string &firmware,
 		 const std::string &version, const Json::Value *mapping, int verdict)
 {
 	auto nowCompatible = [&](const Json::Value &e) {
 		int st = 0;
 		return GetCompatibilityByNode(&e, version.c_str(), mapping, &st) && st == VEXO_DISK_COMPATIBILITY_SUPPORT ? 1 : 2;
 	};
-	const auto names = modelNode.getMemberNames();
-	if (std::none_of(names.begin(), names.end(), [&](const std::string &k) { return modelNode[k]["fw_buildnumber"].isInt(); }))
+	if (!modelNode.isObject())
 		return Value();
-	// Only the firmware's own entry counts here, never "default".
-	const bool listed = modelNode.isMember(firmware) && entry["fw_buildnumber"].isInt();
+	const auto names = modelNode.getMemberNames();
+	if (std::none_of(names.begin(), names.end(),
+			 [&](const std::string &k) { return modelNode[k].isObject() && modelNode[k]["fw_buildnumber"].isInt(); }))
+		return Value();
+	// Only the firmware's own entry counts here, never "default"; an entry
+	// without its build number or binary makes the decision give up (0).
+	const bool listed = modelNode.isMember(firmware);
+	const Json::Value &own = modelNode[firmware];
+	auto usableEntry = [](const Json::Value &e) {
+		return e.isObject() && e["fw_buildnumber"].isInt() && e["firm_bin"].isString();
+	};
+	bool usable = !listed || usableEntry(own);
 	FirmwareCandidate current{}, best{};
-	current.build = listed ? entry["fw_buildnumber"].asInt() : 0;
-	current.compatibleNow = nowCompatible(entry);
-	for (const auto &fw : modelNode.getMemberNames()) {
-		const Json::Value &e = modelNode[fw];
-		if (fw == "default" || !e.isObject() || !e["fw_buildnumber"].isInt() || !e["firm_bin"].isString() ||
-		    e["fw_buildnumber"].asInt() <= current.build || nowCompatible(e) != 1 ||
-		    e["fw_buildnumber"].asInt() <= best.build)
-			continue;
-		best.build = e["fw_buildnumber"].asInt();
-		best.compatibleNow = 1;
-		best.available = 1;
-		std::snprintf(best.firmware, sizeof(best.firmware), "%s", fw.c_str());
+	if (listed && usable) {
+		current.build = own["fw_buildnumber"].asInt();
+		current.compatibleNow = nowCompatible(own);
+		for (const auto &fw : names) {
+			const Json::Value &e = modelNode[fw];
+			if (fw == "default" || !e.isObject() || !e["fw_buildnumber"].isInt() ||
+			    e["fw_buildnumber"].asInt() <= current.build)
+				continue;
+			if (!usableEntry(e)) {
+				usable = false;
+				break;
+			}
+			if (nowCompatible(e) != 1 || e["fw_buildnumber"].asInt() <= best.build)
+				continue;
+			best.build = e["fw_buildnumber"].asInt();
+			best.compatibleNow = 1;
+			best.available = 1;
+			std::snprintf(best.firmware, sizeof(best.firmware), "%s", fw.c_str());
+		}
 	}
-	const int status = DiskFirmStatusDecide(listed ? 1 : 0, &current, &best);
+	const int status = usable ? DiskFirmStatusDecide(listed ? 1 : 0, &current, &best) : VEXO_FW_STATUS_DO_NOTHING;
 	char word[32] = {};
 	VEXOSBFirmStatusTransfer(status, word, sizeof(word));
 	int after = verdict;
@@ -521,7 +540,7 @@ int compatModel(Context &ctx)
 		newer.set("compatibility", statusWord(at));
 	}
 	r.set("latest_firmware", newer);
-	const Value maker = modelNode.isObject() ? makerDrive(modelNode, entry, firmware, version, map, status) : Value();
+	const Value maker = modelNode.isObject() ? makerDrive(modelNode, firmware, version, map, status) : Value();
 	r.set("maker_drive", maker);
 	std::string note;
 	if (modelNode.isNull())
@@ -875,17 +894,28 @@ int dbCheck(Context &ctx)
 	return 0;
 }
 
+// A database or rule file of an unexpected shape ends in a message, never
+// in an abort.
+template <int (*F)(Context &)> int guarded(Context &ctx)
+{
+	try {
+		return F(ctx);
+	} catch (const std::exception &e) {
+		return fail("a file of unexpected shape: %s", e.what());
+	}
+}
+
 } // namespace
 
 VEXO_CLI_COMMAND("compat model",
 		 "MODEL FIRMWARE [--at BUILD[.UPDATE]] [--db FILE|--card NAME|--unit NAME] [--strict]",
 		 "the verdict a drive of that model and firmware would get here, and the entry that decides it",
-		 compatModel, {"at", "db", "card", "unit"});
+		 guarded<compatModel>, {"at", "db", "card", "unit"});
 VEXO_CLI_COMMAND("compat latest", "MODEL|DISK [--db FILE|--card NAME|--unit NAME] [--wake]",
-		 "the newest firmware the database lists for a model, and every firmware it lists", compatLatest,
+		 "the newest firmware the database lists for a model, and every firmware it lists", guarded<compatLatest>,
 		 {"db", "card", "unit"});
 VEXO_CLI_COMMAND("compat properties", "DISK [--wake]",
-		 "what the compatibility rules see of a disk and which rule decides its actions", compatProperties, {});
-VEXO_CLI_COMMAND("compat path", "DISK [--dir DIR]", "the compatibility database and rule file of a disk", compatPath,
+		 "what the compatibility rules see of a disk and which rule decides its actions", guarded<compatProperties>, {});
+VEXO_CLI_COMMAND("compat path", "DISK [--dir DIR]", "the compatibility database and rule file of a disk", guarded<compatPath>,
 		 {"dir"});
-VEXO_CLI_COMMAND("db check", "FILE", "whether a drive database file is valid for this box's model", dbCheck, {});
+VEXO_CLI_COMMAND("db check", "FILE", "whether a drive database file is valid for this box's model", guarded<dbCheck>, {});
