@@ -345,3 +345,9 @@ run debug sda
 run db kit-version set 3
 run db kit-version set 3
 run notify send DemoTag "%MODEL%=ST8000VN004-3CP101"
+
+# the compatibility database asked without a disk: a drive before it is
+# bought, and the newest firmware listed for the maker's NVMe drive
+echo "# compatibility of a drive model, and the newest firmware listed"
+run compat model "TOSHIBA MG08ACA16TE" 0102
+run compat latest "VEXO NM410 400GB" --card M2C-D2
