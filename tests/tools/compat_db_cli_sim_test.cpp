@@ -59,19 +59,6 @@ TEST(CompatDbCli, VerdictsOfModelsWithoutADisk)
 	EXPECT_EQ(text(field(ignore.obj, "interval"), "smart_test_ignore"), "true");
 	EXPECT_EQ(text(ignore.obj, "database"), "/var/lib/disk-compatibility/vx1222_host_v7.db");
 
-	// The maker's own drive: its firmware weighed against the newer builds.
-	const struct {
-		const char *firmware, *status, *take, *word;
-	} maker[] = {{"VN0230", "update_firm", "VN0310", "fw_upgrade_required"},
-		     {"VN0310", "do_nothing", "null", "support"},
-		     {"VN0100", "update_db", "null", "not_in_support"}};
-	for (const auto &m : maker) {
-		JsonDoc doc(box.vexohw({"--json", "compat", "model", "VEXO NM410 400GB", m.firmware, "--card", "M2C-D2"}).out);
-		EXPECT_EQ(texts(field(doc.obj, "maker_drive"), {"firmware_status", "take_firmware", "compatibility"}),
-			  (Strings{m.status, m.take, m.word}))
-			<< m.firmware;
-	}
-
 	std::ofstream(box.root() + "/tmp/odd.db") << R"({"disk_compatbility_info":{"X":5,"Y":{"1":{"vos_ver":"a"}}}})";
 	const A refused[] = {
 		{"compat", "latest", "X", "--db", "/tmp/odd.db"},

@@ -20,7 +20,6 @@
 #include <vexohw/compat.h>
 #include <vexohw/dbupdate.h>
 #include <vexohw/frame.h>
-#include <vexohw/fw_status.h>
 #include <vexohw/disk.h>
 #include <vexohw/disk_port.h>
 #include <vexohw/misc.h>
@@ -404,69 +403,6 @@ Value firmwareRows(const Json::Value &modelNode, const std::string &version, con
 	return out;
 }
 
-// For a drive of the maker's own the verdict also weighs its firmware: the
-// status the firmware decision would give, taking every newer firmware the
-// database lists as obtainable and no system update pending, and the
-// verdict that follows. Null when the model lists no build numbers.
-Value makerDrive(const Json::Value &modelNode, const std::string &firmware,
-		 const std::string &version, const Json::Value *mapping, int verdict)
-{
-	auto nowCompatible = [&](const Json::Value &e) {
-		int st = 0;
-		return GetCompatibilityByNode(&e, version.c_str(), mapping, &st) && st == VEXO_DISK_COMPATIBILITY_SUPPORT ? 1 : 2;
-	};
-	if (!modelNode.isObject())
-		return Value();
-	const auto names = modelNode.getMemberNames();
-	if (std::none_of(names.begin(), names.end(),
-			 [&](const std::string &k) { return modelNode[k].isObject() && modelNode[k]["fw_buildnumber"].isInt(); }))
-		return Value();
-	// Only the firmware's own entry counts here, never "default"; an entry
-	// without its build number or binary makes the decision give up (0).
-	const bool listed = modelNode.isMember(firmware);
-	const Json::Value &own = modelNode[firmware];
-	auto usableEntry = [](const Json::Value &e) {
-		return e.isObject() && e["fw_buildnumber"].isInt() && e["firm_bin"].isString();
-	};
-	bool usable = !listed || usableEntry(own);
-	FirmwareCandidate current{}, best{};
-	if (listed && usable) {
-		current.build = own["fw_buildnumber"].asInt();
-		current.compatibleNow = nowCompatible(own);
-		for (const auto &fw : names) {
-			const Json::Value &e = modelNode[fw];
-			if (fw == "default" || !e.isObject() || !e["fw_buildnumber"].isInt() ||
-			    e["fw_buildnumber"].asInt() <= current.build)
-				continue;
-			if (!usableEntry(e)) {
-				usable = false;
-				break;
-			}
-			if (nowCompatible(e) != 1 || e["fw_buildnumber"].asInt() <= best.build)
-				continue;
-			best.build = e["fw_buildnumber"].asInt();
-			best.compatibleNow = 1;
-			best.available = 1;
-			std::snprintf(best.firmware, sizeof(best.firmware), "%s", fw.c_str());
-		}
-	}
-	const int status = usable ? DiskFirmStatusDecide(listed ? 1 : 0, &current, &best) : VEXO_FW_STATUS_DO_NOTHING;
-	char word[32] = {};
-	VEXOSBFirmStatusTransfer(status, word, sizeof(word));
-	int after = verdict;
-	if (verdict == VEXO_DISK_COMPATIBILITY_NOT_SUPPORT && status == VEXO_FW_STATUS_UPDATE_FIRM)
-		after = VEXO_DISK_COMPATIBILITY_FW_UPGRADE_REQUIRED;
-	else if (verdict == VEXO_DISK_COMPATIBILITY_NOT_SUPPORT && status == VEXO_FW_STATUS_NO_CANDIDATE)
-		after = VEXO_DISK_COMPATIBILITY_SUPPORT;
-	Value m = Value::object();
-	m.set("firmware_status", word);
-	const bool take = status == VEXO_FW_STATUS_NEW_FIRM_AVAILABLE || status == VEXO_FW_STATUS_UPDATE_FIRM;
-	m.set("take_firmware", take ? Value(best.firmware) : Value());
-	m.set("compatibility", statusWord(after));
-	m.set("assumes", "every newer firmware listed can be had; no system update pending");
-	return m;
-}
-
 // compat model MODEL FIRMWARE: the verdict a drive of that model and
 // firmware would get, with the entry, the interval and the mapped word
 // that decided it.
@@ -524,8 +460,8 @@ int compatModel(Context &ctx)
 	r.set("mapping", !word.empty() && !databaseWord(word) ? mappingOf(mapping, word, version, status) : Value());
 	r.set("timeline", found ? timelineOf(entry, map) : Value::list());
 
-	// A newer firmware this database accepts: what a drive of the maker's
-	// own would be told to take instead of being rejected.
+	// The newest firmware the database lists for the model, and its verdict
+	// here: what an upgrade of the drive would come to.
 	DiskFirmInfo latest{};
 	Value newer;
 	if (!modelNode.isNull() && VEXODiskCompatibilityLatestFWInfoGet(model.c_str(), db.c_str(), &latest) == 1 &&
@@ -540,8 +476,6 @@ int compatModel(Context &ctx)
 		newer.set("compatibility", statusWord(at));
 	}
 	r.set("latest_firmware", newer);
-	const Value maker = modelNode.isObject() ? makerDrive(modelNode, firmware, version, map, status) : Value();
-	r.set("maker_drive", maker);
 	std::string note;
 	if (modelNode.isNull())
 		note = "the database does not list this model: every drive it doesn't list is not_in_support";
@@ -584,11 +518,6 @@ int compatModel(Context &ctx)
 	if (!newer.isNull())
 		std::printf("  newest firmware listed: %s (build %d): %s here\n", latest.firmware, latest.fw_buildnumber,
 			    newer.get("compatibility")->text().c_str());
-	if (!maker.isNull())
-		std::printf("  a drive of the maker's own: firmware %s%s%s, so %s\n", maker.get("firmware_status")->text().c_str(),
-			    maker.get("take_firmware")->isNull() ? "" : " (take ",
-			    maker.get("take_firmware")->isNull() ? "" : (maker.get("take_firmware")->text() + ")").c_str(),
-			    maker.get("compatibility")->text().c_str());
 	if (!note.empty())
 		std::printf("  note: %s\n", note.c_str());
 	return 0;
