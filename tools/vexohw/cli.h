@@ -9,6 +9,7 @@
 #include <utility>
 #include <variant>
 #include <vector>
+#include <vexoplatform/vexocore.h>
 
 namespace vexo::cli {
 
@@ -77,6 +78,12 @@ std::optional<std::string> readBoxFile(const std::string &appliancePath);
 int fail(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 using Handler = int (*)(Context &);
+
+// A string list of the library, freed with the scope.
+struct SzListFree {
+	void operator()(VLIBSZLIST *l) const { VLIBCSzListFree(l); }
+};
+using SzList = std::unique_ptr<VLIBSZLIST, SzListFree>;
 
 struct Command {
 	const char *words;   // "status tables"

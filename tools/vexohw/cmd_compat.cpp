@@ -129,19 +129,6 @@ Value compatOf(Context &ctx, const std::string &path)
 	return r;
 }
 
-// "72806" or "72806.2": the build and update numbers of a system version.
-bool parseVersion(const std::string &text, unsigned &base, unsigned &nano)
-{
-	int b = 0, n = 0;
-	size_t dot = text.find('.');
-	if (!parseInt(text.substr(0, dot), 1, INT_MAX, b) ||
-	    (dot != std::string::npos && !parseInt(text.substr(dot + 1), 0, INT_MAX, n)))
-		return false;
-	base = static_cast<unsigned>(b);
-	nano = static_cast<unsigned>(n);
-	return true;
-}
-
 // The verdict the disk would have on another system version: what an
 // update of the system would make of it. It reads the drive's firmware, so
 // a sleeping disk is not judged unless woken.

@@ -138,19 +138,6 @@ std::optional<float> versionNumber(const std::string &text)
 	}
 }
 
-// "72806" or "72806.2": the build and update numbers of a system version.
-bool parseVersion(const std::string &text, unsigned &base, unsigned &nano)
-{
-	int b = 0, n = 0;
-	size_t dot = text.find('.');
-	if (!parseInt(text.substr(0, dot), 1, INT_MAX, b) ||
-	    (dot != std::string::npos && !parseInt(text.substr(dot + 1), 0, INT_MAX, n)))
-		return false;
-	base = static_cast<unsigned>(b);
-	nano = static_cast<unsigned>(n);
-	return true;
-}
-
 // The version asked about: --at, else the running one. 0, or the exit
 // status after saying why.
 int versionOf(const Context &ctx, std::string &version)

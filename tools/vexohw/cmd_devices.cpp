@@ -25,10 +25,6 @@ using namespace vexo::cli;
 
 namespace {
 
-struct ListFree {
-	void operator()(VLIBSZLIST *l) const { VLIBCSzListFree(l); }
-};
-using List = std::unique_ptr<VLIBSZLIST, ListFree>;
 
 // Runs an enumerator that appends to a string list; false with the list
 // empty when it fails.
@@ -39,7 +35,7 @@ bool collect(Fn fn, Value &names)
 	if (!raw)
 		return false;
 	int rc = fn(&raw);
-	List list(raw);
+	SzList list(raw);
 	if (rc != 0)
 		return false;
 	names = Value::list();

@@ -83,17 +83,15 @@ int firmwareDrives(Context &ctx)
 {
 	if (!ctx.args.empty())
 		return fail("usage: firmware drives");
-	PVLIBSZLIST list = nullptr;
-	const int n = VEXODriveBundleFWUpgradeDrivesGet(&list);
-	if (n < 0) {
-		VLIBCSzListFree(list);
+	PVLIBSZLIST raw = nullptr;
+	const int n = VEXODriveBundleFWUpgradeDrivesGet(&raw);
+	SzList list(raw);
+	if (n < 0)
 		return fail("can't read the drives of the plan in force (VEXODriveBundleFWUpgradeDrivesGet, error 0x%04X)",
 			    VLIBCErrGet());
-	}
 	Value rows = Value::list();
 	for (int i = 0; list && i < list->nItem; ++i)
 		rows.push(offerRow(list->ppszItem[i]));
-	VLIBCSzListFree(list);
 	if (ctx.json) {
 		printRecord(ctx, rows);
 		return 0;

@@ -13,9 +13,6 @@ using namespace vexo::cli;
 
 namespace {
 
-struct ListFree {
-	void operator()(VLIBSZLIST *l) const { VLIBCSzListFree(l); }
-};
 
 int portList(Context &ctx)
 {
@@ -29,7 +26,7 @@ int portList(Context &ctx)
 	if (!raw)
 		return fail("port list: out of memory");
 	int rc = all ? VEXODiskPortEnumAll(type, &raw) : VEXODiskPortEnum(type, &raw);
-	std::unique_ptr<VLIBSZLIST, ListFree> list(raw);
+	SzList list(raw);
 	if (rc != 0)
 		return fail("port list: no %s list for port type %d (%s) (error 0x%04X)", all ? "port map" : "device",
 			    type, portTypeName(type), VLIBCErrGet());

@@ -24,13 +24,13 @@ constexpr const char *kWarningFile = "/tmp/systempwarning";
 // Names of a disk enumeration, "/dev/" prefixed; nothing when it fails.
 bool enumerate(int (*fn)(PVLIBSZLIST *), std::vector<std::string> &out)
 {
-	PVLIBSZLIST list = VLIBCSzListAlloc(16);
-	const bool ok = list && fn(&list) == 0;
+	PVLIBSZLIST raw = VLIBCSzListAlloc(16);
+	const bool ok = raw && fn(&raw) == 0;
+	SzList list(raw); // the enumerator may have grown it
 	for (int i = 0; ok && i < list->nItem; ++i) {
-		const std::string n = VLIBCSzListGet(list, i);
+		const std::string n = VLIBCSzListGet(list.get(), i);
 		out.push_back(n.rfind("/dev/", 0) == 0 ? n : "/dev/" + n);
 	}
-	VLIBCSzListFree(list);
 	return ok;
 }
 

@@ -1,6 +1,8 @@
-// Arguments the disk commands share: port types by number or name, numbers.
+// Arguments the commands share: port types by number or name, numbers,
+// system versions.
 #pragma once
 
+#include <climits>
 #include <cstdlib>
 #include <string>
 
@@ -61,6 +63,19 @@ inline bool parseInt(const std::string &text, long lo, long hi, int &out)
 	if (*end || v < lo || v > hi)
 		return false;
 	out = static_cast<int>(v);
+	return true;
+}
+
+// "72806" or "72806.2": the build and update numbers of a system version.
+inline bool parseVersion(const std::string &text, unsigned &base, unsigned &nano)
+{
+	int b = 0, n = 0;
+	size_t dot = text.find('.');
+	if (!parseInt(text.substr(0, dot), 1, INT_MAX, b) ||
+	    (dot != std::string::npos && !parseInt(text.substr(dot + 1), 0, INT_MAX, n)))
+		return false;
+	base = static_cast<unsigned>(b);
+	nano = static_cast<unsigned>(n);
 	return true;
 }
 
